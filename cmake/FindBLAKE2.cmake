@@ -1,0 +1,10 @@
+# libb2: the BLAKE2 family in every digest length.
+find_path(BLAKE2_INCLUDE_DIR blake2.h)
+find_library(BLAKE2_LIBRARY b2)
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(BLAKE2 REQUIRED_VARS BLAKE2_LIBRARY BLAKE2_INCLUDE_DIR)
+if(BLAKE2_FOUND AND NOT TARGET BLAKE2::BLAKE2)
+    add_library(BLAKE2::BLAKE2 UNKNOWN IMPORTED)
+    set_target_properties(BLAKE2::BLAKE2 PROPERTIES IMPORTED_LOCATION ${BLAKE2_LIBRARY})
+    target_include_directories(BLAKE2::BLAKE2 SYSTEM INTERFACE ${BLAKE2_INCLUDE_DIR})
+endif()

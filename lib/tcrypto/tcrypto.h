@@ -1,0 +1,204 @@
+// The callers' side of the crypto library: algorithms are asked for by kind and
+// name and answered by whichever provider ("plugin") has them.
+//
+// Every function returns 0 or one of the negative codes of tcrypto/error.h
+// unless said otherwise.  The library is safe to use from several threads; one
+// algorithm context or key serves one thread at a time.  A request binds its
+// provider on first use, so nothing is loaded before it is needed.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "tcrypto/error.h"
+#include "th/handle.h"
+
+struct tcrypto_ctx;     // an algorithm context; released with tcrypto_release_ctx
+struct tcrypto_key;     // key material; released with tcrypto_release_key
+struct tcrypto_plugin;  // a registered provider; owned by the library
+
+enum tcrypto_kind : std::uint32_t {
+    TCRYPTO_DIGEST = 1,
+    TCRYPTO_RNG = 2,
+    TCRYPTO_KEYGEN = 3,
+    TCRYPTO_CIPHER = 4,
+    TCRYPTO_MAC = 5,
+    TCRYPTO_KDF = 6,
+    TCRYPTO_SIGNATURE = 7,
+    TCRYPTO_X509 = 8,
+};
+
+// ---- Library, providers, lookup
+
+[[nodiscard]] int tcrypto_init(std::uint32_t flags, const char *plugin);
+int tcrypto_uninit();
+
+[[nodiscard]] int tcrypto_add_plugin(const char *name, const char *tags, tcrypto_plugin **out);
+[[nodiscard]] int tcrypto_find_plugin(const char *name, const char *tag, tcrypto_plugin **out);
+[[nodiscard]] int tcrypto_bind_plugin(tcrypto_plugin *plugin);
+[[nodiscard]] int tcrypto_bind_plugins(std::uint32_t flags);
+[[nodiscard]] int tcrypto_got_plugins();
+void tcrypto_print_plugins();
+
+[[nodiscard]] int tcrypto_request_algorithm(std::uint32_t kind, const char *name, const char *plugin,
+                                            std::uint32_t flags, tcrypto_ctx **out);
+[[nodiscard]] int tcrypto_get_algorithm(tcrypto_plugin *plugin, std::uint32_t kind, const char *name,
+                                        tcrypto_ctx **out);
+void tcrypto_release_ctx(tcrypto_ctx *ctx);
+[[nodiscard]] const char *tcrypto_plugin_name(const tcrypto_ctx *ctx);
+
+using tcrypto_ctx_ptr = th_handle<tcrypto_ctx, tcrypto_release_ctx>;
+
+// ---- Digests
+
+[[nodiscard]] int tcrypto_digest_request(const char *name, const char *plugin, std::uint32_t flags,
+                                         tcrypto_ctx **out);
+[[nodiscard]] int tcrypto_digest_supported(const char *name, const char *plugin, std::uint32_t flags);
+[[nodiscard]] int tcrypto_digest_init(tcrypto_ctx *ctx);
+[[nodiscard]] int tcrypto_digest_update(tcrypto_ctx *ctx, const void *data, std::size_t length);
+[[nodiscard]] int tcrypto_digest_final(tcrypto_ctx *ctx, std::uint8_t *out, std::size_t *out_length);
+[[nodiscard]] int tcrypto_digest(tcrypto_ctx *ctx, const void *data, std::size_t length, std::uint8_t *out,
+                                 std::size_t *out_length);
+[[nodiscard]] int tcrypto_digest_copy(tcrypto_ctx *ctx, tcrypto_ctx **out);
+// Bytes that the digest produces; 0 for a context of another kind.
+[[nodiscard]] std::size_t tcrypto_digestsize(const tcrypto_ctx *ctx);
+
+// Digests of many blocks at once: out[i] = digest(salt || block i) for `count`
+// blocks of `length` bytes that lie one after the other at `data`; the results
+// are packed at `out`, tcrypto_digestsize() bytes each.  The result equals init,
+// update(salt), update(block), final for every block; the context is left in
+// state 2.  Uses the processor's widest kernel for this digest where there is one.
+[[nodiscard]] int tcrypto_digest_blocks(tcrypto_ctx *ctx, const void *salt, std::size_t salt_length,
+                                        const void *data, std::size_t length, std::size_t count,
+                                        std::uint8_t *out);
+
+// ---- Random generators
+
+[[nodiscard]] int tcrypto_rng_request(const char *name, const char *plugin, std::uint32_t flags,
+                                      tcrypto_ctx **out);
+[[nodiscard]] int tcrypto_rng_supported(const char *name, const char *plugin, std::uint32_t flags);
+[[nodiscard]] int tcrypto_rng_instantiate(tcrypto_ctx *ctx, const void *personalisation, std::size_t length);
+[[nodiscard]] int tcrypto_rng_reseed(tcrypto_ctx *ctx, const void *additional, std::size_t length);
+[[nodiscard]] int tcrypto_rng_generate(tcrypto_ctx *ctx, void *out, std::size_t length);
+// Security strength in bits; 0 for a context of another kind.
+[[nodiscard]] std::uint32_t tcrypto_rng_strength(const tcrypto_ctx *ctx);
+
+// Fills `out` from the process-wide cryptographic generator (no context and no
+// tcrypto_init needed).  TCRYPTO_E_INTERNAL when the generator fails.
+[[nodiscard]] int tcrypto_random_bytes(void *out, std::size_t length);
+
+// ---- Keys
+
+enum tcrypto_key_type : std::uint32_t {
+    TCRYPTO_KEY_SYMMETRIC = 1,
+    TCRYPTO_KEY_PUBLIC = 2,
+    TCRYPTO_KEY_PRIVATE = 3,
+};
+
+enum tcrypto_key_format : std::uint32_t {
+    TCRYPTO_FORMAT_RAW = 1,  // symmetric keys only
+    TCRYPTO_FORMAT_DER = 2,
+    TCRYPTO_FORMAT_PEM = 3,  // never with a pass phrase
+};
+
+[[nodiscard]] int tcrypto_keygen_request(const char *name, const char *plugin, std::uint32_t flags,
+                                         tcrypto_ctx **out);
+[[nodiscard]] int tcrypto_keygen_supported(const char *name, const char *plugin, std::uint32_t flags);
+// The key generator with a numeric key algorithm id.  `plugin` on entry names
+// the only provider to ask (or points at null for any); on success it points at
+// the name of the provider that answered.
+[[nodiscard]] int tcrypto_find_keygen_by_alg(std::uint32_t id, tcrypto_ctx **out, const char **plugin);
+
+[[nodiscard]] int tcrypto_load_key_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const char *path,
+                                             std::uint32_t type, std::uint32_t format);
+[[nodiscard]] int tcrypto_key_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const char *path);
+[[nodiscard]] int tcrypto_pubkey_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const char *path,
+                                           std::uint32_t format);
+[[nodiscard]] int tcrypto_privkey_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const char *path,
+                                            std::uint32_t format);
+[[nodiscard]] int tcrypto_load_key_from_mem(tcrypto_ctx *keygen, tcrypto_key **out, const void *bytes,
+                                            std::size_t length, std::uint32_t type, std::uint32_t format);
+[[nodiscard]] int tcrypto_key_from_mem(tcrypto_ctx *keygen, tcrypto_key **out, const void *bytes,
+                                       std::size_t length);
+[[nodiscard]] int tcrypto_pubkey_from_mem(tcrypto_ctx *keygen, tcrypto_key **out, const void *bytes,
+                                          std::size_t length, std::uint32_t format);
+[[nodiscard]] int tcrypto_privkey_from_mem(tcrypto_ctx *keygen, tcrypto_key **out, const void *bytes,
+                                           std::size_t length, std::uint32_t format);
+[[nodiscard]] int tcrypto_pubkey_from_privkey(tcrypto_ctx *keygen, const tcrypto_key *private_key,
+                                              tcrypto_key **out);
+
+// Exports.  *_to_mem: with a null `out` the needed size is stored in `length`;
+// otherwise `length` is the room on entry and the size written on return.
+// *_to_file creates or replaces the file, readable by its owner only.
+[[nodiscard]] int tcrypto_key_to_mem(const tcrypto_key *key, void *out, std::size_t *length);
+[[nodiscard]] int tcrypto_pubkey_to_mem(const tcrypto_key *key, void *out, std::size_t *length,
+                                        std::uint32_t format);
+[[nodiscard]] int tcrypto_privkey_to_mem(const tcrypto_key *key, void *out, std::size_t *length,
+                                         std::uint32_t format);
+[[nodiscard]] int tcrypto_key_to_file(const tcrypto_key *key, const char *path);
+[[nodiscard]] int tcrypto_pubkey_to_file(const tcrypto_key *key, const char *path, std::uint32_t format);
+[[nodiscard]] int tcrypto_privkey_to_file(const tcrypto_key *key, const char *path, std::uint32_t format);
+
+[[nodiscard]] bool tcrypto_key_is_symmetric(const tcrypto_key *key);
+[[nodiscard]] bool tcrypto_key_is_public(const tcrypto_key *key);
+[[nodiscard]] bool tcrypto_key_is_private(const tcrypto_key *key);
+void tcrypto_release_key(tcrypto_key *key);  // null-safe; wipes the material
+
+using tcrypto_key_ptr = th_handle<tcrypto_key, tcrypto_release_key>;
+
+// ---- Signatures
+
+enum tcrypto_signature_operation : std::uint32_t {
+    TCRYPTO_SIGN = 1,
+    TCRYPTO_VERIFY = 2,
+};
+
+enum tcrypto_padding : std::uint32_t {
+    TCRYPTO_PADDING_PKCS1 = 0,
+    TCRYPTO_PADDING_PSS = 1,
+};
+
+inline constexpr std::int32_t TCRYPTO_PSS_SALT_DIGEST = -2;  // as long as the digest
+inline constexpr std::int32_t TCRYPTO_PSS_SALT_MAX = -3;     // as long as possible
+
+struct tcrypto_signature_params {
+    std::uint32_t operation = TCRYPTO_SIGN;  // any value but TCRYPTO_SIGN verifies
+    std::uint32_t padding = TCRYPTO_PADDING_PKCS1;
+    std::int32_t pss_salt_length = 0;  // bytes, or one of the two settings above
+};
+
+[[nodiscard]] int tcrypto_signature_request(const char *name, const char *plugin, std::uint32_t flags,
+                                            tcrypto_ctx **out);
+[[nodiscard]] int tcrypto_signature_supported(const char *name, const char *plugin, std::uint32_t flags);
+[[nodiscard]] int tcrypto_signature_init(tcrypto_ctx *ctx, const tcrypto_key *key,
+                                         const tcrypto_signature_params *params);
+[[nodiscard]] int tcrypto_signature_update(tcrypto_ctx *ctx, const void *data, std::size_t length);
+// `signature_length`: the room at `signature` on entry, the bytes written on return.
+[[nodiscard]] int tcrypto_signature_sign(tcrypto_ctx *ctx, std::uint8_t *signature,
+                                         std::size_t *signature_length);
+[[nodiscard]] int tcrypto_signature_sign_oneshot(tcrypto_ctx *ctx, const void *data, std::size_t length,
+                                                 std::uint8_t *signature, std::size_t *signature_length);
+[[nodiscard]] int tcrypto_signature_sign_without_digest(tcrypto_ctx *ctx, const void *digest,
+                                                        std::size_t length, std::uint8_t *signature,
+                                                        std::size_t *signature_length);
+// `result`: 1 when the signature matches, else 0; 0 is returned for both answers.
+[[nodiscard]] int tcrypto_signature_verify(tcrypto_ctx *ctx, const std::uint8_t *signature,
+                                           std::size_t signature_length, int *result);
+[[nodiscard]] int tcrypto_signature_verify_oneshot(tcrypto_ctx *ctx, const void *data, std::size_t length,
+                                                   const std::uint8_t *signature,
+                                                   std::size_t signature_length, int *result);
+[[nodiscard]] int tcrypto_signature_verify_without_digest(tcrypto_ctx *ctx, const void *digest,
+                                                          std::size_t length, const std::uint8_t *signature,
+                                                          std::size_t signature_length, int *result);
+[[nodiscard]] std::size_t tcrypto_signature_sigsize(const tcrypto_ctx *ctx);
+
+// ---- The remaining kinds: lookup only; no operation of theirs is offered yet.
+
+[[nodiscard]] int tcrypto_cipher_request(const char *name, const char *plugin, std::uint32_t flags,
+                                         tcrypto_ctx **out);
+[[nodiscard]] int tcrypto_mac_request(const char *name, const char *plugin, std::uint32_t flags,
+                                      tcrypto_ctx **out);
+[[nodiscard]] int tcrypto_kdf_request(const char *name, const char *plugin, std::uint32_t flags,
+                                      tcrypto_ctx **out);
+[[nodiscard]] int tcrypto_x509_request(const char *name, const char *plugin, std::uint32_t flags,
+                                       tcrypto_ctx **out);

@@ -1,0 +1,26 @@
+// Files that must not survive an unfinished run: the output of a build and the
+// temporary files of the signing command.  A registered file is removed when the
+// process exits by any route (return, exit of a library, fatal message) or is
+// ended by SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGXFSZ or SIGBUS,
+// unless it was forgotten before.
+//
+// Only a regular file that still has the device and inode number of the
+// registered descriptor is removed: never a device node, never a file that
+// somebody else put in its place.  Not thread-safe (the tool runs one thread);
+// safe against signals at any moment.
+#pragma once
+
+// Installs the signal handlers and the exit hook, and opens descriptors 0 to 2 on
+// /dev/null where the caller left them closed.  Called once, first in main.
+void mktfs_cleanup_install();
+
+// Registers the file open at `descriptor` under `path` (copied; at most 4095
+// bytes).  Returns a slot number, or -1 when it is no regular file, the path is
+// too long or all slots are taken: then nothing will be removed.
+[[nodiscard]] int mktfs_cleanup_add(const char *path, int descriptor);
+
+// The file is complete (or already removed): leave it alone from now on.
+void mktfs_cleanup_forget(int slot);
+
+// Removes the file now and forgets it.
+void mktfs_cleanup_remove(int slot);

@@ -1,0 +1,34 @@
+// Helpers around host files and text that several modules share.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// The file's size in bytes from its status.  `size` is 0 on failure.  Returns 0
+// or the error number.  Does not log.
+[[nodiscard]] int mktfs_file_size(const char *path, std::uint64_t *size);
+[[nodiscard]] int mktfs_fd_size(int descriptor, std::uint64_t *size);
+
+// Writes `source` with every occurrence of `needle` replaced into `out`, scanning
+// left to right without looking into inserted text.  `capacity` counts the
+// terminator.  EINVAL for a null argument, an empty needle, or a result that does
+// not fit (`out` is then untouched).
+[[nodiscard]] int mktfs_strreplace(const char *source, const char *needle, const char *replacement, char *out,
+                                   std::size_t capacity);
+
+// Removes a folder tree, entries before their folder; follows no symbolic link
+// and stays on its file system.  Null is ignored.  The first entry that cannot be
+// removed is logged and ends the walk.
+void mktfs_rmtree(const char *folder);
+
+// The directory for temporary files: the first of TMPDIR, TEMP, TMP that is set
+// (even if empty), else "/tmp".  Decided at the first call, for the life of the
+// process.
+[[nodiscard]] const char *mktfs_tmpdir();
+
+// True when both paths lead to the same existing file or folder, through
+// whatever links and spellings.
+[[nodiscard]] bool mktfs_same_file(const char *a, const char *b);
+
+// True when `path` is `folder` or lies anywhere below it (both must exist).
+[[nodiscard]] bool mktfs_path_is_inside(const char *path, const char *folder);

@@ -1,0 +1,16 @@
+// What the build-file grammar calls for every object besides placing it: make it
+// and set its attributes from their texts.  Bad values are parse errors.  A null
+// inode is ignored.
+#pragma once
+
+#include <cstdint>
+
+struct mktfs_inode;
+
+[[nodiscard]] mktfs_inode *mktfs_backend_inode_new(std::int32_t type);
+void mktfs_backend_inode_setuid(mktfs_inode *inode, const char *text);
+void mktfs_backend_inode_setgid(mktfs_inode *inode, const char *text);
+void mktfs_backend_inode_setmode(mktfs_inode *inode, const char *text);
+void mktfs_backend_inode_setacl(mktfs_inode *inode, const char *text);
+void mktfs_backend_inode_setmtime(mktfs_inode *inode, const char *text);
+void mktfs_backend_inode_setcontent(mktfs_inode *inode, const char *text);
