@@ -4,16 +4,22 @@
 
 #include <memory>
 
-template <auto Destroy> struct th_destroyer {
-    template <class T> void operator()(T *object) const noexcept { Destroy(object); }
+template <auto Destroy>
+struct th_destroyer {
+    template <class T>
+    void operator()(T *object) const noexcept {
+        Destroy(object);
+    }
 };
 
 // Calls Destroy(object) when it goes out of scope.
-template <class T, auto Destroy> using th_handle = std::unique_ptr<T, th_destroyer<Destroy>>;
+template <class T, auto Destroy>
+using th_handle = std::unique_ptr<T, th_destroyer<Destroy>>;
 
 // The temporary behind th_out: holds the raw pointer for the length of a call
 // and gives it to the handle at the end of the full expression.
-template <class Handle> class th_out_pointer {
+template <class Handle>
+class th_out_pointer {
 public:
     explicit th_out_pointer(Handle &handle) : handle_(handle) {}
     th_out_pointer(const th_out_pointer &) = delete;
@@ -28,6 +34,7 @@ private:
 
 // create(..., th_out(handle)): use the handle in the next statement only, since
 // it is set when the statement with th_out ends.
-template <class Handle> [[nodiscard]] th_out_pointer<Handle> th_out(Handle &handle) {
+template <class Handle>
+[[nodiscard]] th_out_pointer<Handle> th_out(Handle &handle) {
     return th_out_pointer<Handle>(handle);
 }

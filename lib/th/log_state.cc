@@ -1,0 +1,276 @@
+#include "th/log_state.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "th/error.h"
+#include "th/log_format.h"
+
+constinit th_log_state th_log_shared;
+
+namespace {
+
+constexpr std::size_t PROGRAM_NAME_SIZE = 64;  // with the terminating NUL
+constexpr char CONFIG_VARIABLE[] = "TH_LOG_CONFIG_CTX";
+constexpr char CL_CONFIG_VARIABLE[] = "TH_LOG_CONFIG_CTX_CL";
+constexpr char LOCKED_VARIABLE[] = "TH_LOG_CONFIG_LOCKED";
+constexpr char OUT_OF_MEMORY[] = "OOM initializing logging config";
+
+pthread_once_t start_once = PTHREAD_ONCE_INIT;
+th_log_context *local_log = &th_log_shared.local;
+
+[[noreturn]] void abort_for(const char *what, int error) {
+    std::fprintf(stderr, "%s, aborting (%d, %s)\n", what, error, th_strerror(error));
+    std::abort();
+}
+
+// A list of entries for the length of a scope.
+class entry_list {
+public:
+    entry_list() = default;
+    ~entry_list() { th_log_destroy_entries(list_); }
+    entry_list(const entry_list &) = delete;
+    entry_list &operator=(const entry_list &) = delete;
+
+    [[nodiscard]] int create() { return th_slist_create(&list_); }
+    [[nodiscard]] th_slist *get() const { return list_; }
+    void swap(th_slist *&other) { std::swap(list_, other); }
+
+private:
+    th_slist *list_ = nullptr;
+};
+
+int copy_entries(const th_slist *from, th_slist *to) {
+    int error = 0;
+    th_log_for_each<th_log_entry>(from, [&](const th_log_entry &entry) {
+        if (error == 0)
+            error = th_log_add_entry(to, entry.name, entry.config);
+    });
+    return error;
+}
+
+int overlay_template(th_slist *templates, const th_log_entry &entry) {
+    th_log_entry *found = th_log_find_entry(templates, entry.name);
+    if (!found) {
+        const int error = th_log_add_entry(templates, entry.name, TH_LOG_FOLLOW_DEFAULT, &found);
+        if (error != 0)
+            return error;
+    }
+    th_log_overlay(found->config, entry.config);
+    return 0;
+}
+
+// Lays one entry over the default configuration or the templates that it names.
+int overlay_future(th_slist *templates, th_log_config &defaults, const th_log_entry &entry) {
+    const bool all = entry.name == TH_LOG_ALL_NAME;
+    if (!all && entry.name != TH_LOG_DEFAULT_NAME)
+        return overlay_template(templates, entry);
+    th_log_overlay(defaults, entry.config);
+    if (all) {
+        th_log_for_each<th_log_entry>(
+            templates, [&](th_log_entry &pattern) { th_log_overlay(pattern.config, entry.config); });
+    }
+    return 0;
+}
+
+// Lays one entry over the contexts alive that it names.
+void overlay_present(const th_log_entry &entry) {
+    if (entry.name == TH_LOG_DEFAULT_NAME)
+        return;
+    const bool all = entry.name == TH_LOG_ALL_NAME;
+    th_log_for_each<th_log_context>(th_log_shared.contexts, [&](th_log_context &context) {
+        if (!all && std::string_view(entry.name) != context.name)
+            return;
+        const th_log_lock lock(context.mutex);
+        th_log_overlay(context.config, entry.config);
+    });
+}
+
+void set_config(th_log_context &context, const th_log_config &config) {
+    const th_log_lock lock(context.mutex);
+    context.config = config;
+}
+
+// Applies parsed entries, all or none.  The overall mutex is held.
+int apply_entries(const th_slist *entries) {
+    th_log_state &state = th_log_shared;
+    entry_list templates;
+    int error = templates.create();
+    if (error == 0)
+        error = copy_entries(state.templates, templates.get());
+    th_log_config defaults = state.fallback.config;
+    th_log_for_each<th_log_entry>(entries, [&](const th_log_entry &entry) {
+        if (error == 0)
+            error = overlay_future(templates.get(), defaults, entry);
+    });
+    if (error != 0)
+        return error;
+    templates.swap(state.templates);
+    set_config(state.fallback, defaults);
+    th_log_for_each<th_log_entry>(entries, overlay_present);
+    th_log_for_each<th_log_context>(state.contexts, [&](th_log_context &context) {
+        const th_log_lock lock(context.mutex);
+        th_log_follow_default(context.config, defaults);
+    });
+    return 0;
+}
+
+// The overall mutex is held.
+int apply_text(const char *text) {
+    entry_list entries;
+    int error = entries.create();
+    if (error == 0)
+        error = th_log_parse_config(text, entries.get());
+    return error ? error : apply_entries(entries.get());
+}
+
+// Starts again: every template and context follows `defaults` everywhere.
+void reset_all(const th_log_config &defaults) {
+    th_log_state &state = th_log_shared;
+    const th_log_lock lock(state.mutex);
+    set_config(state.fallback, defaults);
+    th_log_for_each<th_log_entry>(state.templates,
+                                  [](th_log_entry &pattern) { pattern.config = TH_LOG_FOLLOW_DEFAULT; });
+    const th_log_config config = th_log_instantiate(TH_LOG_FOLLOW_DEFAULT, defaults);
+    th_log_for_each<th_log_context>(state.contexts,
+                                    [&](th_log_context &context) { set_config(context, config); });
+}
+
+[[gnu::format(printf, 2, 3)]] void log_locally(const th_log_call_site &site, const char *format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    th_log_write(site, {}, format, arguments);
+    va_end(arguments);
+}
+
+void report_variable(const char *name, const char *value, int error) {
+    static constinit const th_log_call_site site = {
+        .line = __LINE__, .file = TH_LOG_FILE_NAME, .flags = TH_LOG_ERROR, .context = &local_log};
+    log_locally(site, "%s environment variable error ('%s') (%d, %s)\n", name, value, error,
+                th_strerror(error));
+}
+
+// One variable's text, if it is set.
+int apply_variable(const char *name, bool &applied) {
+    const char *value = std::getenv(name);
+    if (!value)
+        return 0;
+    int error = 0;
+    {
+        const th_log_lock lock(th_log_shared.mutex);
+        error = apply_text(value);
+    }
+    applied = error == 0;
+    return error;
+}
+
+// The variable's name with the program's name added, in `out`; false when the
+// program has none.
+bool program_variable(const char *name, std::span<char> out) {
+    char program[PROGRAM_NAME_SIZE];
+    std::snprintf(program, sizeof program, "%s", program_invocation_short_name);
+    if (th_log_context_normalize_name(program) != 0)
+        return false;
+    std::snprintf(out.data(), out.size(), "%s__%s", name, program);
+    return true;
+}
+
+// Applies a variable and its program-specific form on top of `defaults`; one
+// that is refused is logged and brings the defaults back.  `applied`: whether a
+// variable is in force.  The first error.
+int apply_environment(const char *variable, const th_log_config &defaults, bool &applied) {
+    char specific[sizeof CL_CONFIG_VARIABLE + 2 + PROGRAM_NAME_SIZE];
+    const char *names[] = {variable, program_variable(variable, specific) ? specific : nullptr};
+    int first_error = 0;
+    for (const char *name : names) {
+        const int error = name ? apply_variable(name, applied) : 0;
+        if (error == 0)
+            continue;
+        reset_all(defaults);
+        report_variable(name, std::getenv(name), error);
+        th_sticky_error(&first_error, error);
+    }
+    return first_error;
+}
+
+bool wants_lock() {
+    const char *value = std::getenv(LOCKED_VARIABLE);
+    return !value || std::strcmp(value, "0") != 0;
+}
+
+int create_lists() {
+    th_log_state &state = th_log_shared;
+    const std::uint64_t local = th_slist_word(&state.local);
+    int error = th_slist_create(&state.contexts);
+    if (error == 0)
+        error = th_slist_append(state.contexts, &local);
+    if (error == 0)
+        error = th_slist_create(&state.templates);
+    return error ? error : th_log_add_entry(state.templates, TH_LOG_ALL_NAME, TH_LOG_FOLLOW_DEFAULT);
+}
+
+void start() {
+    if (const int error = create_lists(); error != 0)
+        abort_for(OUT_OF_MEMORY, error);
+    reset_all(TH_LOG_BUILTIN_CONFIG);
+    bool applied = false;
+    if (apply_environment(CONFIG_VARIABLE, TH_LOG_BUILTIN_CONFIG, applied) == ENOMEM)
+        abort_for(OUT_OF_MEMORY, ENOMEM);
+    const th_log_lock lock(th_log_shared.mutex);
+    th_log_shared.locked = applied && wants_lock();
+}
+
+}  // namespace
+
+th_log_lock::th_log_lock(pthread_mutex_t &mutex) : mutex_(&mutex) {
+    if (const int error = pthread_mutex_lock(mutex_); error != 0)
+        abort_for("Failed to lock mutex", error);
+}
+
+th_log_lock::~th_log_lock() {
+    unlock();
+}
+
+void th_log_lock::unlock() {
+    if (!mutex_)
+        return;
+    if (const int error = pthread_mutex_unlock(mutex_); error != 0)
+        abort_for("Failed to unlock mutex", error);
+    mutex_ = nullptr;
+}
+
+void th_log_start() {
+    pthread_once(&start_once, start);
+}
+
+int th_log_fail(int error) {
+    errno = error;
+    return error;
+}
+
+th_log_config th_log_config_for(std::string_view name) {
+    const th_log_state &state = th_log_shared;
+    const th_log_entry *pattern = th_log_find_entry(state.templates, name);
+    if (!pattern)
+        pattern = th_log_find_entry(state.templates, TH_LOG_ALL_NAME);
+    return th_log_instantiate(pattern->config, state.fallback.config);
+}
+
+int th_log_update_config(const char *text) {
+    if (!text)
+        return th_log_fail(EINVAL);
+    th_log_start();
+    const th_log_lock lock(th_log_shared.mutex);
+    const int error = th_log_shared.locked ? EPERM : apply_text(text);
+    return error ? th_log_fail(error) : 0;
+}
+
+int th_log_set_cl_mode() {
+    th_log_start();
+    reset_all(TH_LOG_CL_CONFIG);
+    bool applied = false;
+    const int error = apply_environment(CL_CONFIG_VARIABLE, TH_LOG_CL_CONFIG, applied);
+    return error ? th_log_fail(error) : 0;
+}
