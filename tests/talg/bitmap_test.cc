@@ -1,0 +1,65 @@
+#include "talg/bitmap.h"
+
+#include <cerrno>
+#include <memory>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using byte_list = std::vector<unsigned char>;
+
+struct destroyer {
+    void operator()(talg_bitmap *bitmap) const { talg_bitmap_destroy(bitmap); }
+};
+using bitmap_ptr = std::unique_ptr<talg_bitmap, destroyer>;
+
+bitmap_ptr make(std::uint64_t bits) {
+    talg_bitmap *bitmap = nullptr;
+    EXPECT_EQ(talg_bitmap_create(&bitmap, bits), 0);
+    return bitmap_ptr(bitmap);
+}
+
+byte_list bytes(const bitmap_ptr &bitmap) {
+    byte_list all(talg_bitmap_size(bitmap.get()));
+    talg_bitmap_read(bitmap.get(), all.data());
+    return all;
+}
+
+}  // namespace
+
+TEST(Bitmap, WordArrayIsRoundedUpToWholeWords) {
+    const std::size_t sizes[][2] = {{0, 0}, {1, 8}, {64, 8}, {65, 16}, {128, 16}, {129, 24}};
+    for (const auto &[bits, size] : sizes)
+        EXPECT_EQ(bytes(make(bits)), byte_list(size)) << bits;
+    talg_bitmap *none = nullptr;
+    EXPECT_EQ(talg_bitmap_create(&none, ~0ULL), ENOMEM);
+}
+
+TEST(Bitmap, ChangesSingleBitsOfTheRightWord) {
+    const bitmap_ptr bitmap = make(66);
+    for (const std::uint64_t index : {0u, 63u, 64u})
+        EXPECT_EQ(talg_bitmap_set(bitmap.get(), index), 0);
+    EXPECT_TRUE(talg_bitmap_isset(bitmap.get(), 64));
+    EXPECT_EQ(bytes(bitmap), (byte_list{1, 0, 0, 0, 0, 0, 0, 0x80, 1, 0, 0, 0, 0, 0, 0, 0}));
+    talg_bitmap_set(bitmap.get(), 64);
+    talg_bitmap_unset(bitmap.get(), 63);
+    talg_bitmap_unset(bitmap.get(), 1);
+    talg_bitmap_toggle(bitmap.get(), 0);
+    talg_bitmap_toggle(bitmap.get(), 65);
+    EXPECT_EQ(bytes(bitmap), (byte_list{0, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST(Bitmap, CapacityIsOutOfRangeButReadable) {
+    const bitmap_ptr bitmap = make(65);
+    for (const auto change : {talg_bitmap_set, talg_bitmap_unset, talg_bitmap_toggle})
+        EXPECT_EQ(change(bitmap.get(), talg_bitmap_capacity(bitmap.get())), ERANGE);
+    EXPECT_FALSE(talg_bitmap_isset(bitmap.get(), 65));
+    talg_bitmap_set_all(bitmap.get());
+    EXPECT_TRUE(talg_bitmap_isset(bitmap.get(), 65));
+    talg_bitmap_clear(bitmap.get());
+    EXPECT_EQ(bytes(bitmap), byte_list(16));
+    talg_bitmap_write(bitmap.get(), byte_list(16, 0xA5).data());
+    EXPECT_EQ(bytes(bitmap), byte_list(16, 0xA5));
+}

@@ -1,0 +1,118 @@
+#include "talg/slab.h"
+
+#include <cerrno>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using counts = std::vector<std::size_t>;
+
+class Slab : public testing::Test {
+protected:
+    void create(std::size_t element_size, std::size_t initial_count = 1) {
+        talg_slab_destroy(slab);
+        ASSERT_EQ(talg_slab_create(&slab, element_size, initial_count, 0), 0);
+    }
+    std::uintptr_t alloc() { return reinterpret_cast<std::uintptr_t>(talg_slab_alloc(slab)); }
+    // Slabs on the empty, partly used and full list.
+    counts lengths() {
+        static std::size_t seen;
+        counts result;
+        const talg_slab_lists *lists = talg_slab_get_lists(slab);
+        for (const talg_list *list : {&lists->empty, &lists->partial, &lists->full}) {
+            seen = 0;
+            talg_slab_iterate(list, [](talg_slab_header *) { return ++seen, 0; });
+            result.push_back(seen);
+        }
+        return result;
+    }
+    void TearDown() override { talg_slab_destroy(slab); }
+
+    talg_slab *slab = nullptr;
+};
+
+using SlabDeathTest = Slab;
+
+}  // namespace
+
+TEST_F(Slab, RefusesBadSizes) {
+    EXPECT_EQ(talg_slab_create(nullptr, 1, 1, 0), EINVAL);
+    EXPECT_EQ(talg_slab_create(&slab, 0, 1, 0), EINVAL);
+    EXPECT_EQ(talg_slab_create(&slab, std::size_t{1} << 57, 1, 0), EOVERFLOW);
+    for (const std::size_t count : {std::size_t{1} << 57, SIZE_MAX / 16, SIZE_MAX}) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(talg_slab_create(&slab, 16, count, 0), ENOMEM);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "failed to allocate slab block\n");
+    }
+}
+
+TEST_F(Slab, GeometryFollowsTheElementSize) {
+    const struct {
+        const char *name;
+        std::size_t element_size, initial_count, elements, slab_size, slabs;
+    } cases[] = {
+        {"header is the larger term", 1, 1, 16, 64, 64},
+        {"size that wastes the most", 20, 1, 48, 1024, 4},
+        {"two slabs a page", 32, 1, 62, 2048, 2},
+        {"count above a page of elements, bytes below a page", 32, 125, 62, 2048, 2},
+        {"count and bytes of a page", 32, 128, 62, 2048, 4},
+        {"slab of exactly a page", 64, 63, 63, 4096, 1},
+        {"one more than a page holds", 64, 64, 63, 4096, 2},
+        {"slab larger than a page", 4096, 64, 63, 262144, 2},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        create(c.element_size, c.initial_count);
+        EXPECT_EQ(talg_slab_elemsize(slab), c.element_size);
+        EXPECT_EQ(lengths(), (counts{c.slabs, 0, 0}));
+        const std::uintptr_t first = alloc();
+        EXPECT_EQ(first % c.slab_size, 48u);
+        for (std::size_t i = 1; i < c.elements; ++i) {
+            EXPECT_EQ(lengths(), (counts{c.slabs - 1, 1, 0}));
+            EXPECT_EQ(alloc(), first + i * c.element_size);
+        }
+        EXPECT_EQ(lengths(), (counts{c.slabs - 1, 0, 1}));
+    }
+}
+
+// Random use: elements never overlap each other or a slab's header.
+TEST_F(Slab, KeepsTheBytesOfEveryElement) {
+    std::mt19937 random(11);
+    for (const std::size_t size : {1u, 3u, 20u, 64u, 4096u}) {
+        SCOPED_TRACE(size);
+        create(size);
+        std::vector<std::pair<void *, std::vector<unsigned char>>> live;
+        for (int i = 0; i < 4000; ++i) {
+            if (live.empty() || random() % 10 < (i < 2000 ? 6 : 4)) {
+                live.emplace_back(talg_slab_alloc(slab),
+                                  std::vector(size, static_cast<unsigned char>(random())));
+                std::memcpy(live.back().first, live.back().second.data(), size);
+                continue;
+            }
+            std::swap(live[random() % live.size()], live.back());
+            ASSERT_EQ(std::memcmp(live.back().first, live.back().second.data(), size), 0);
+            talg_slab_free(slab, live.back().first);
+            live.pop_back();
+        }
+        const std::size_t grown = lengths()[0] + lengths()[1] + lengths()[2];
+        for (auto &[element, bytes] : live)
+            talg_slab_free(slab, element);
+        EXPECT_EQ(lengths(), (counts{grown, 0, 0}));
+    }
+}
+
+TEST_F(SlabDeathTest, AbortsOnWhatIsNoElementInUse) {
+    talg_slab *other = nullptr;
+    ASSERT_EQ(talg_slab_create(&other, 32, 1, 0), 0);
+    create(32);
+    auto *element = static_cast<char *>(talg_slab_alloc(slab));
+    for (void *wrong : {talg_slab_alloc(other), static_cast<void *>(element + 1),
+                        static_cast<void *>(element - 48), static_cast<void *>(element + 32)})
+        EXPECT_DEATH(talg_slab_free(slab, wrong), "^free'ing invalid slab pointer 0x[0-9a-f]+\n");
+    talg_slab_free(slab, nullptr);
+    talg_slab_destroy(other);
+}
