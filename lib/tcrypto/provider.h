@@ -90,7 +90,7 @@ struct tcrypto_signature_ops {
 
 // One algorithm.  Only the part that belongs to `kind` is used.
 struct tcrypto_algorithm {
-    char name[32] = "";
+    char name[32] = {};
     std::uint32_t kind = 0;
     tcrypto_digest_ops digest{};
     tcrypto_rng_ops rng{};

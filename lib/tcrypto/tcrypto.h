@@ -126,6 +126,9 @@ enum tcrypto_key_format : std::uint32_t {
                                            std::size_t length, std::uint32_t format);
 [[nodiscard]] int tcrypto_pubkey_from_privkey(tcrypto_ctx *keygen, const tcrypto_key *private_key,
                                               tcrypto_key **out);
+// A random symmetric key of `bits` bits, a multiple of 8; TCRYPTO_E_KEY_SIZE for
+// another number.
+[[nodiscard]] int tcrypto_generate_key(tcrypto_ctx *keygen, std::size_t bits, tcrypto_key **out);
 
 // Exports.  *_to_mem: with a null `out` the needed size is stored in `length`;
 // otherwise `length` is the room on entry and the size written on return.

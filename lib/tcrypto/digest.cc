@@ -1,0 +1,98 @@
+#include "tcrypto/context.h"
+#include "tcrypto/plugin.h"
+
+namespace {
+
+// The guard for one operation of the digest part.
+template <auto Operation>
+int check(const tcrypto_ctx *ctx, std::uint32_t state) {
+    return tcrypto_check_algorithm(ctx, TCRYPTO_DIGEST, ctx && ctx->algorithm->digest.*Operation, state);
+}
+
+bool is_missing(const void *bytes, std::size_t length) {
+    return !bytes && length != 0;
+}
+
+int copy_state(const tcrypto_ctx &from, tcrypto_ctx &to) {
+    const int rc = from.algorithm->digest.copy(from.algorithm, from.private_state, &to.private_state);
+    if (rc == TCRYPTO_OK)
+        to.state = from.state;
+    return rc;
+}
+
+}  // namespace
+
+int tcrypto_digest_init(tcrypto_ctx *ctx) {
+    int rc = check<&tcrypto_digest_ops::init>(ctx, TCRYPTO_STATE_ANY);
+    if (rc != TCRYPTO_OK)
+        return rc;
+    rc = ctx->algorithm->digest.init(ctx->private_state);
+    if (rc == TCRYPTO_OK)
+        ctx->state = TCRYPTO_STATE_INITIALISED;
+    return rc;
+}
+
+int tcrypto_digest_update(tcrypto_ctx *ctx, const void *data, std::size_t length) {
+    const int rc = check<&tcrypto_digest_ops::update>(ctx, TCRYPTO_STATE_INITIALISED);
+    if (rc != TCRYPTO_OK)
+        return rc;
+    if (is_missing(data, length))
+        return TCRYPTO_E_PARAMETERS;
+    return ctx->algorithm->digest.update(ctx->private_state, data, length);
+}
+
+int tcrypto_digest_final(tcrypto_ctx *ctx, std::uint8_t *out, std::size_t *out_length) {
+    const int rc = check<&tcrypto_digest_ops::final>(ctx, TCRYPTO_STATE_INITIALISED);
+    if (rc != TCRYPTO_OK)
+        return rc;
+    ctx->state = TCRYPTO_STATE_FINALISED;
+    if (!out)
+        return TCRYPTO_E_PARAMETERS;
+    return ctx->algorithm->digest.final(ctx->private_state, out, out_length);
+}
+
+int tcrypto_digest(tcrypto_ctx *ctx, const void *data, std::size_t length, std::uint8_t *out,
+                   std::size_t *out_length) {
+    int rc = tcrypto_digest_init(ctx);
+    if (rc == TCRYPTO_OK)
+        rc = tcrypto_digest_update(ctx, data, length);
+    if (rc == TCRYPTO_OK)
+        rc = tcrypto_digest_final(ctx, out, out_length);
+    return rc;
+}
+
+int tcrypto_digest_copy(tcrypto_ctx *ctx, tcrypto_ctx **out) {
+    int rc = check<&tcrypto_digest_ops::copy>(ctx, TCRYPTO_STATE_INITIALISED);
+    if (rc != TCRYPTO_OK)
+        return rc;
+    if (!out)
+        return TCRYPTO_E_PARAMETERS;
+    *out = nullptr;
+    tcrypto_ctx *copy = nullptr;
+    rc = tcrypto_new_context(*ctx->plugin, *ctx->algorithm, &copy);
+    if (rc != TCRYPTO_OK)
+        return rc;
+    rc = copy_state(*ctx, *copy);
+    if (rc == TCRYPTO_OK)
+        *out = copy;
+    else
+        tcrypto_release_ctx(copy);
+    return rc;
+}
+
+std::size_t tcrypto_digestsize(const tcrypto_ctx *ctx) {
+    return ctx && ctx->algorithm->kind == TCRYPTO_DIGEST ? ctx->algorithm->digest.digest_size : 0;
+}
+
+int tcrypto_digest_blocks(tcrypto_ctx *ctx, const void *salt, std::size_t salt_length, const void *data,
+                          std::size_t length, std::size_t count, std::uint8_t *out) {
+    const int rc = check<&tcrypto_digest_ops::blocks>(ctx, TCRYPTO_STATE_ANY);
+    if (rc != TCRYPTO_OK)
+        return rc;
+    ctx->state = TCRYPTO_STATE_FINALISED;
+    if (count == 0)
+        return TCRYPTO_OK;
+    if (is_missing(salt, salt_length) || is_missing(data, length) || !out)
+        return TCRYPTO_E_PARAMETERS;
+    return ctx->algorithm->digest.blocks(ctx->private_state, salt, salt_length, data, length, count, out);
+}

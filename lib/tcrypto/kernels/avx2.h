@@ -1,0 +1,86 @@
+// Small steps that the AVX2 kernels share.  A vector holds the same word of
+// every lane.  Everything here is inlined into functions of the same target.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <immintrin.h>
+
+#define AVX2_TARGET __attribute__((target("avx2")))
+#define AVX2_INLINE __attribute__((target("avx2"), always_inline)) inline
+
+namespace avx2 {
+
+AVX2_INLINE __m256i load(const void *from) { return _mm256_loadu_si256(static_cast<const __m256i *>(from)); }
+
+AVX2_INLINE void store(void *to, __m256i v) { _mm256_storeu_si256(static_cast<__m256i *>(to), v); }
+
+// Rotates every 64-bit word right by N bits.
+template <int N>
+AVX2_INLINE __m256i rotate64(__m256i v) {
+    if constexpr (N == 32)
+        return _mm256_shuffle_epi32(v, 0xb1);
+    else if constexpr (N == 24)
+        return _mm256_shuffle_epi8(v, _mm256_setr_epi64x(0x0201000706050403, 0x0a09080f0e0d0c0b,
+                                                         0x0201000706050403, 0x0a09080f0e0d0c0b));
+    else if constexpr (N == 16)
+        return _mm256_shuffle_epi8(v, _mm256_setr_epi64x(0x0100070605040302, 0x09080f0e0d0c0b0a,
+                                                         0x0100070605040302, 0x09080f0e0d0c0b0a));
+    else if constexpr (N == 8)
+        return _mm256_shuffle_epi8(v, _mm256_setr_epi64x(0x0007060504030201, 0x080f0e0d0c0b0a09,
+                                                         0x0007060504030201, 0x080f0e0d0c0b0a09));
+    else if constexpr (N == 63)
+        return _mm256_xor_si256(_mm256_srli_epi64(v, 63), _mm256_add_epi64(v, v));
+    else
+        return _mm256_xor_si256(_mm256_srli_epi64(v, N), _mm256_slli_epi64(v, 64 - N));
+}
+
+// Rotates every 32-bit word right by N bits.
+template <int N>
+AVX2_INLINE __m256i rotate32(__m256i v) {
+    if constexpr (N == 16)
+        return _mm256_shuffle_epi8(v, _mm256_setr_epi64x(0x0504070601000302, 0x0d0c0f0e09080b0a,
+                                                         0x0504070601000302, 0x0d0c0f0e09080b0a));
+    else if constexpr (N == 8)
+        return _mm256_shuffle_epi8(v, _mm256_setr_epi64x(0x0407060500030201, 0x0c0f0e0d080b0a09,
+                                                         0x0407060500030201, 0x0c0f0e0d080b0a09));
+    else
+        return _mm256_xor_si256(_mm256_srli_epi32(v, N), _mm256_slli_epi32(v, 32 - N));
+}
+
+// Two times sixteen bytes, from `low` and from `high`, in one vector.
+AVX2_INLINE __m256i load_halves(const std::uint8_t *low, const std::uint8_t *high) {
+    return _mm256_inserti128_si256(
+        _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(low))),
+        _mm_loadu_si128(reinterpret_cast<const __m128i *>(high)), 1);
+}
+
+// Four 64-bit words at `offset` bytes of each of four lanes: w[i], of four, is word i.
+AVX2_INLINE void load_words64(__m256i *w, const std::uint8_t *const *lanes, std::size_t offset) {
+    const __m256i low_02 = load_halves(lanes[0] + offset, lanes[2] + offset);
+    const __m256i low_13 = load_halves(lanes[1] + offset, lanes[3] + offset);
+    const __m256i high_02 = load_halves(lanes[0] + offset + 16, lanes[2] + offset + 16);
+    const __m256i high_13 = load_halves(lanes[1] + offset + 16, lanes[3] + offset + 16);
+    w[0] = _mm256_unpacklo_epi64(low_02, low_13);
+    w[1] = _mm256_unpackhi_epi64(low_02, low_13);
+    w[2] = _mm256_unpacklo_epi64(high_02, high_13);
+    w[3] = _mm256_unpackhi_epi64(high_02, high_13);
+}
+
+// Four 32-bit words at `offset` bytes of each of eight lanes: w[i], of four, is word i.
+AVX2_INLINE void load_words32(__m256i *w, const std::uint8_t *const *lanes, std::size_t offset) {
+    const __m256i lanes_04 = load_halves(lanes[0] + offset, lanes[4] + offset);
+    const __m256i lanes_15 = load_halves(lanes[1] + offset, lanes[5] + offset);
+    const __m256i lanes_26 = load_halves(lanes[2] + offset, lanes[6] + offset);
+    const __m256i lanes_37 = load_halves(lanes[3] + offset, lanes[7] + offset);
+    const __m256i words_01_even = _mm256_unpacklo_epi32(lanes_04, lanes_15);
+    const __m256i words_23_even = _mm256_unpackhi_epi32(lanes_04, lanes_15);
+    const __m256i words_01_odd = _mm256_unpacklo_epi32(lanes_26, lanes_37);
+    const __m256i words_23_odd = _mm256_unpackhi_epi32(lanes_26, lanes_37);
+    w[0] = _mm256_unpacklo_epi64(words_01_even, words_01_odd);
+    w[1] = _mm256_unpackhi_epi64(words_01_even, words_01_odd);
+    w[2] = _mm256_unpacklo_epi64(words_23_even, words_23_odd);
+    w[3] = _mm256_unpackhi_epi64(words_23_even, words_23_odd);
+}
+
+}  // namespace avx2

@@ -1,0 +1,39 @@
+#include "tcrypto/kernels/rows.h"
+
+#if defined(__x86_64__)
+
+#include <cpuid.h>
+#include <immintrin.h>
+
+namespace {
+
+// Leaf 7 of cpuid, register EBX.  Asked for here because the compilers' own
+// feature test does not know the name "sha" everywhere.
+constexpr unsigned LEAF7_EBX_SHA = 1U << 29;
+
+bool detect_sha() {
+    unsigned eax = 0;
+    unsigned ebx = 0;
+    unsigned ecx = 0;
+    unsigned edx = 0;
+    return __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0 && (ebx & LEAF7_EBX_SHA) != 0 &&
+           __builtin_cpu_supports("sse4.1");
+}
+
+__attribute__((target("avx"))) void zero_upper() { _mm256_zeroupper(); }
+
+}  // namespace
+
+bool cpu_has_sha() {
+    static const bool sha = detect_sha();
+    return sha;
+}
+
+bool cpu_has_avx2() { return __builtin_cpu_supports("avx2"); }
+
+void cpu_clear_upper_halves() {
+    if (__builtin_cpu_supports("avx"))
+        zero_upper();
+}
+
+#endif

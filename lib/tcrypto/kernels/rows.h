@@ -1,0 +1,22 @@
+// What the kernels share with the table that lists them.
+#pragma once
+
+#include "tcrypto/kernels/kernel.h"
+
+// Processor features, asked once and remembered.
+[[nodiscard]] bool cpu_has_sha();   // the SHA-1 and SHA-256 instructions, and SSE4.1
+[[nodiscard]] bool cpu_has_avx2();  // enabled by the operating system, too
+
+// Clears the upper halves of the vector registers.  The SHA instructions have
+// only the old encoding, which after code that left an upper half in use runs
+// up to a hundred times slower; compilers do leave one in use around a call.
+void cpu_clear_upper_halves();
+
+extern const digest_kernel sha1_sha_x2;
+extern const digest_kernel sha256_sha_x2;
+extern const digest_kernel sha512_avx2_x4;
+extern const digest_kernel sha512_256_avx2_x4;
+extern const digest_kernel blake2b512_avx2_x4;
+extern const digest_kernel blake2b256_avx2_x4;
+extern const digest_kernel blake2s256_avx2_x8;
+extern const digest_kernel blake3_many_x8;

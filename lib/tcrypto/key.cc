@@ -1,0 +1,328 @@
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <span>
+#include <type_traits>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tcrypto/context.h"
+#include "tcrypto/log.h"
+
+namespace {
+
+constexpr std::size_t MAX_KEY_FILE_SIZE = std::size_t{1} << 20;  // bytes
+
+// The guard for one operation of the key generator part.
+template <auto Operation>
+int check(const tcrypto_ctx *ctx) {
+    return tcrypto_check_algorithm(ctx, TCRYPTO_KEYGEN, ctx && ctx->algorithm->keygen.*Operation,
+                                   TCRYPTO_STATE_ANY);
+}
+
+// ---- Key material in files
+
+// Memory that is wiped before it is freed.
+class secret_buffer {
+public:
+    // `size` is not 0.
+    explicit secret_buffer(std::size_t size) : bytes_(new (std::nothrow) std::uint8_t[size]), size_(size) {}
+    secret_buffer(const secret_buffer &) = delete;
+    secret_buffer &operator=(const secret_buffer &) = delete;
+    ~secret_buffer() {
+        if (bytes_)
+            explicit_bzero(bytes_.get(), size_);
+    }
+    [[nodiscard]] bool allocated() const { return bytes_ != nullptr; }
+    [[nodiscard]] std::span<std::uint8_t> bytes() const { return {bytes_.get(), size_}; }
+
+private:
+    std::unique_ptr<std::uint8_t[]> bytes_;
+    std::size_t size_;
+};
+
+class descriptor {
+public:
+    explicit descriptor(int number) : number_(number) {}
+    descriptor(const descriptor &) = delete;
+    descriptor &operator=(const descriptor &) = delete;
+    ~descriptor() {
+        if (number_ >= 0)
+            close(number_);
+    }
+    [[nodiscard]] bool is_open() const { return number_ >= 0; }
+    [[nodiscard]] int number() const { return number_; }
+    // Closes at once; false and errno when the system reports a late write error.
+    [[nodiscard]] bool finish() { return close(std::exchange(number_, -1)) == 0; }
+
+private:
+    int number_;
+};
+
+template <class Call>
+auto retry_interrupted(Call call) {
+    auto rc = call();
+    while (rc == -1 && errno == EINTR)
+        rc = call();
+    return rc;
+}
+
+// Moves all bytes with `transfer`, read or write.  False and errno when it fails,
+// or EIO when the file ends early.
+template <class Transfer>
+bool transfer_all(Transfer transfer, int file, std::span<std::uint8_t> bytes) {
+    while (!bytes.empty()) {
+        const ssize_t done = retry_interrupted([&] { return transfer(file, bytes.data(), bytes.size()); });
+        if (done == 0)
+            errno = EIO;
+        if (done <= 0)
+            return false;
+        bytes = bytes.subspan(static_cast<std::size_t>(done));
+    }
+    return true;
+}
+
+int fail_open(const char *path) {
+    TH_LOG(tcrypto_log, TH_LOG_ERROR, "unable to open key file '%s' (%s)\n", path, std::strerror(errno));
+    return TCRYPTO_E_FILE;
+}
+
+int fail_read(const char *path, int error) {
+    TH_LOG(tcrypto_log, TH_LOG_ERROR, "unable to read key from file '%s' (%s)\n", path, std::strerror(error));
+    return TCRYPTO_E_IO;
+}
+
+int fail_write(const char *path) {
+    TH_LOG(tcrypto_log, TH_LOG_ERROR, "unable to write key to file '%s' (%s)\n", path, std::strerror(errno));
+    return TCRYPTO_E_IO;
+}
+
+// Size of a file that may be a key; pipes and devices have size 0.
+int query_key_file_size(int file, const char *path, std::size_t &size) {
+    struct stat info {};
+    if (fstat(file, &info) != 0) {
+        TH_LOG(tcrypto_log, TH_LOG_ERROR, "unable to read key file size '%s' (%s)\n", path,
+               std::strerror(errno));
+        return TCRYPTO_E_FILE;
+    }
+    if (S_ISDIR(info.st_mode))
+        return fail_read(path, EISDIR);
+    size = static_cast<std::size_t>(info.st_size);
+    if (size > MAX_KEY_FILE_SIZE)
+        return fail_read(path, EFBIG);
+    if (size == 0) {
+        TH_LOG(tcrypto_log, TH_LOG_ERROR, "key file empty\n");
+        return TCRYPTO_E_IO;
+    }
+    return TCRYPTO_OK;
+}
+
+int write_key_file(const char *path, std::span<std::uint8_t> bytes) {
+    descriptor file(retry_interrupted(
+        [&] { return open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, S_IRUSR | S_IWUSR); }));
+    if (!file.is_open())
+        return fail_open(path);
+    struct stat info {};
+    if (fstat(file.number(), &info) != 0)
+        return fail_write(path);
+    if (S_ISREG(info.st_mode) && fchmod(file.number(), S_IRUSR | S_IWUSR) != 0)
+        return fail_write(path);
+    return transfer_all(write, file.number(), bytes) && file.finish() ? TCRYPTO_OK : fail_write(path);
+}
+
+// ---- Key objects
+
+// Hands a key that `make` fills with 0 to `out`.
+template <class Make>
+int make_key(const tcrypto_ctx &keygen, tcrypto_key **out, Make make) {
+    tcrypto_key_ptr key(new (std::nothrow) tcrypto_key{.keygen = keygen.algorithm, .record = {}});
+    if (!key)
+        return TCRYPTO_E_MEMORY;
+    const int rc = make(&key->record);
+    if (rc == TCRYPTO_OK)
+        *out = key.release();
+    return rc;
+}
+
+bool is_type(const tcrypto_key *key, std::uint32_t type) {
+    return key && key->record.type == type;
+}
+
+int export_key(const tcrypto_key *key, std::uint32_t type, std::uint32_t format, void *out,
+               std::size_t *length) {
+    if (!key)
+        return TCRYPTO_E_KEY;
+    if (!length)
+        return TCRYPTO_E_PARAMETERS;
+    if (key->record.type != type)
+        return TCRYPTO_E_KEY_TYPE;
+    if (!key->keygen || !key->keygen->keygen.export_)
+        return TCRYPTO_E_NO_FUNCTION;
+    return key->keygen->keygen.export_(&key->record, format, out, length);
+}
+
+int export_key_to_file(const tcrypto_key *key, const char *path, std::uint32_t type, std::uint32_t format) {
+    if (!path)
+        return TCRYPTO_E_PARAMETERS;
+    std::size_t length = 0;
+    int rc = export_key(key, type, format, nullptr, &length);
+    if (rc != TCRYPTO_OK)
+        return rc;
+    const secret_buffer buffer(length);
+    if (!buffer.allocated())
+        return TCRYPTO_E_MEMORY;
+    rc = export_key(key, type, format, buffer.bytes().data(), &length);
+    return rc == TCRYPTO_OK ? write_key_file(path, buffer.bytes().first(length)) : rc;
+}
+
+}  // namespace
+
+// ---- Loading
+
+int tcrypto_load_key_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const char *path, std::uint32_t type,
+                               std::uint32_t format) {
+    if (!out || !path)
+        return TCRYPTO_E_PARAMETERS;
+    *out = nullptr;
+    // Without O_NONBLOCK the open of a pipe would wait for a writer.
+    const descriptor file(
+        retry_interrupted([&] { return open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
+    if (!file.is_open())
+        return fail_open(path);
+    std::size_t size = 0;
+    if (const int rc = query_key_file_size(file.number(), path, size); rc != TCRYPTO_OK)
+        return rc;
+    const secret_buffer buffer(size);
+    if (!buffer.allocated())
+        return TCRYPTO_E_MEMORY;
+    if (!transfer_all(read, file.number(), buffer.bytes()))
+        return fail_read(path, errno);
+    return tcrypto_load_key_from_mem(keygen, out, buffer.bytes().data(), size, type, format);
+}
+
+int tcrypto_key_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const char *path) {
+    return tcrypto_load_key_from_file(keygen, out, path, TCRYPTO_KEY_SYMMETRIC, TCRYPTO_FORMAT_RAW);
+}
+
+int tcrypto_pubkey_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const char *path, std::uint32_t format) {
+    return tcrypto_load_key_from_file(keygen, out, path, TCRYPTO_KEY_PUBLIC, format);
+}
+
+int tcrypto_privkey_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const char *path,
+                              std::uint32_t format) {
+    return tcrypto_load_key_from_file(keygen, out, path, TCRYPTO_KEY_PRIVATE, format);
+}
+
+int tcrypto_load_key_from_mem(tcrypto_ctx *keygen, tcrypto_key **out, const void *bytes, std::size_t length,
+                              std::uint32_t type, std::uint32_t format) {
+    if (!out)
+        return TCRYPTO_E_PARAMETERS;
+    *out = nullptr;
+    if (length == 0)
+        return TCRYPTO_E_KEY;
+    if (!bytes)
+        return TCRYPTO_E_PARAMETERS;
+    if (const int rc = check<&tcrypto_keygen_ops::import>(keygen); rc != TCRYPTO_OK)
+        return rc;
+    const tcrypto_algorithm *algorithm = keygen->algorithm;
+    return make_key(*keygen, out, [&](tcrypto_key_record *record) {
+        return algorithm->keygen.import(algorithm, bytes, length, type, format, record);
+    });
+}
+
+int tcrypto_key_from_mem(tcrypto_ctx *keygen, tcrypto_key **out, const void *bytes, std::size_t length) {
+    return tcrypto_load_key_from_mem(keygen, out, bytes, length, TCRYPTO_KEY_SYMMETRIC, TCRYPTO_FORMAT_RAW);
+}
+
+int tcrypto_pubkey_from_mem(tcrypto_ctx *keygen, tcrypto_key **out, const void *bytes, std::size_t length,
+                            std::uint32_t format) {
+    return tcrypto_load_key_from_mem(keygen, out, bytes, length, TCRYPTO_KEY_PUBLIC, format);
+}
+
+int tcrypto_privkey_from_mem(tcrypto_ctx *keygen, tcrypto_key **out, const void *bytes, std::size_t length,
+                             std::uint32_t format) {
+    return tcrypto_load_key_from_mem(keygen, out, bytes, length, TCRYPTO_KEY_PRIVATE, format);
+}
+
+// ---- Deriving and generating
+
+int tcrypto_pubkey_from_privkey(tcrypto_ctx *keygen, const tcrypto_key *private_key, tcrypto_key **out) {
+    if (!out)
+        return TCRYPTO_E_PARAMETERS;
+    *out = nullptr;
+    if (const int rc = check<&tcrypto_keygen_ops::public_from_private>(keygen); rc != TCRYPTO_OK)
+        return rc;
+    if (!private_key)
+        return TCRYPTO_E_KEY;
+    const tcrypto_algorithm *algorithm = keygen->algorithm;
+    return make_key(*keygen, out, [&](tcrypto_key_record *record) {
+        return algorithm->keygen.public_from_private(algorithm, &private_key->record, record);
+    });
+}
+
+int tcrypto_generate_key(tcrypto_ctx *keygen, std::size_t bits, tcrypto_key **out) {
+    if (!out)
+        return TCRYPTO_E_PARAMETERS;
+    *out = nullptr;
+    if (const int rc = check<&tcrypto_keygen_ops::generate_symmetric>(keygen); rc != TCRYPTO_OK)
+        return rc;
+    return make_key(*keygen, out, [&](tcrypto_key_record *record) {
+        return keygen->algorithm->keygen.generate_symmetric(keygen->private_state, bits, record);
+    });
+}
+
+// ---- Exports
+
+int tcrypto_key_to_mem(const tcrypto_key *key, void *out, std::size_t *length) {
+    return export_key(key, TCRYPTO_KEY_SYMMETRIC, TCRYPTO_FORMAT_RAW, out, length);
+}
+
+int tcrypto_pubkey_to_mem(const tcrypto_key *key, void *out, std::size_t *length, std::uint32_t format) {
+    return export_key(key, TCRYPTO_KEY_PUBLIC, format, out, length);
+}
+
+int tcrypto_privkey_to_mem(const tcrypto_key *key, void *out, std::size_t *length, std::uint32_t format) {
+    return export_key(key, TCRYPTO_KEY_PRIVATE, format, out, length);
+}
+
+int tcrypto_key_to_file(const tcrypto_key *key, const char *path) {
+    return export_key_to_file(key, path, TCRYPTO_KEY_SYMMETRIC, TCRYPTO_FORMAT_RAW);
+}
+
+int tcrypto_pubkey_to_file(const tcrypto_key *key, const char *path, std::uint32_t format) {
+    return export_key_to_file(key, path, TCRYPTO_KEY_PUBLIC, format);
+}
+
+int tcrypto_privkey_to_file(const tcrypto_key *key, const char *path, std::uint32_t format) {
+    return export_key_to_file(key, path, TCRYPTO_KEY_PRIVATE, format);
+}
+
+// ---- Tests and release
+
+bool tcrypto_key_is_symmetric(const tcrypto_key *key) {
+    return is_type(key, TCRYPTO_KEY_SYMMETRIC);
+}
+
+bool tcrypto_key_is_public(const tcrypto_key *key) {
+    return is_type(key, TCRYPTO_KEY_PUBLIC);
+}
+
+bool tcrypto_key_is_private(const tcrypto_key *key) {
+    return is_type(key, TCRYPTO_KEY_PRIVATE);
+}
+
+void tcrypto_release_key(tcrypto_key *key) {
+    static_assert(std::is_trivially_destructible_v<tcrypto_key>);  // wiped whole
+    if (!key)
+        return;
+    if (!key->keygen)
+        TH_LOG(tcrypto_log, TH_LOG_ERROR, "attempting to free a key not associated with a valid algorithm\n");
+    else if (key->keygen->keygen.release)
+        key->keygen->keygen.release(&key->record);
+    explicit_bzero(key, sizeof *key);
+    delete key;
+}

@@ -1,0 +1,57 @@
+#include "tcrypto/library.h"
+
+#include <atomic>
+#include <memory>
+
+#include "tcrypto/lock.h"
+#include "tcrypto/plugin.h"
+
+namespace {
+
+// Written under the init mutex.
+constinit std::atomic<std::uint32_t> reference_count = 0;
+
+// Where providers will read their settings from; nothing sets it yet.  Under the
+// init mutex.
+constinit std::unique_ptr<char[]> configuration_path;
+
+int add_and_bind(std::uint32_t flags, const char *name, const tcrypto_provider &provider) {
+    tcrypto_plugin *plugin = nullptr;
+    int rc = tcrypto_add_plugin(name, "*", &plugin);
+    if (rc != TCRYPTO_OK)
+        return rc;
+    rc = tcrypto_supply_provider(plugin, &provider);
+    if (rc == TCRYPTO_OK)
+        rc = tcrypto_bind_plugins(flags);
+    if (rc != TCRYPTO_OK)
+        tcrypto_remove_plugin(plugin);  // or the next attempt would find it and fail
+    return rc;
+}
+
+}  // namespace
+
+bool tcrypto_is_initialised() {
+    return reference_count != 0;
+}
+
+int tcrypto_start_library(std::uint32_t flags, const char *name, const tcrypto_provider &provider) {
+    const tcrypto_lock lock(tcrypto_init_mutex);
+    if (lock.error() != 0)
+        return TCRYPTO_E_INIT;
+    const int rc = reference_count == 0 ? add_and_bind(flags, name, provider) : int{TCRYPTO_OK};
+    if (rc == TCRYPTO_OK)
+        ++reference_count;
+    return rc;
+}
+
+int tcrypto_uninit() {
+    const tcrypto_lock lock(tcrypto_init_mutex);
+    if (lock.error() != 0)
+        return lock.error();
+    if (reference_count != 0)
+        --reference_count;
+    if (reference_count != 0)
+        return TCRYPTO_OK;
+    configuration_path.reset();
+    return tcrypto_remove_plugins();
+}

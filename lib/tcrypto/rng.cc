@@ -1,0 +1,48 @@
+#include "tcrypto/context.h"
+
+namespace {
+
+template <auto Operation>
+int check(const tcrypto_ctx *ctx, std::uint32_t state) {
+    return tcrypto_check_algorithm(ctx, TCRYPTO_RNG, ctx && ctx->algorithm->rng.*Operation, state);
+}
+
+bool is_missing(const void *bytes, std::size_t length) {
+    return !bytes && length != 0;
+}
+
+}  // namespace
+
+int tcrypto_rng_instantiate(tcrypto_ctx *ctx, const void *personalisation, std::size_t length) {
+    int rc = check<&tcrypto_rng_ops::instantiate>(ctx, TCRYPTO_STATE_ANY);
+    if (rc != TCRYPTO_OK)
+        return rc;
+    if (is_missing(personalisation, length))
+        return TCRYPTO_E_PARAMETERS;
+    rc = ctx->algorithm->rng.instantiate(ctx->private_state, personalisation, length);
+    if (rc == TCRYPTO_OK)
+        ctx->state = TCRYPTO_STATE_INITIALISED;
+    return rc;
+}
+
+int tcrypto_rng_reseed(tcrypto_ctx *ctx, const void *additional, std::size_t length) {
+    const int rc = check<&tcrypto_rng_ops::reseed>(ctx, TCRYPTO_STATE_INITIALISED);
+    if (rc != TCRYPTO_OK)
+        return rc;
+    if (is_missing(additional, length))
+        return TCRYPTO_E_PARAMETERS;
+    return ctx->algorithm->rng.reseed(ctx->private_state, additional, length);
+}
+
+int tcrypto_rng_generate(tcrypto_ctx *ctx, void *out, std::size_t length) {
+    const int rc = check<&tcrypto_rng_ops::generate>(ctx, TCRYPTO_STATE_INITIALISED);
+    if (rc != TCRYPTO_OK)
+        return rc;
+    if (is_missing(out, length))
+        return TCRYPTO_E_PARAMETERS;
+    return ctx->algorithm->rng.generate(ctx->private_state, out, length);
+}
+
+std::uint32_t tcrypto_rng_strength(const tcrypto_ctx *ctx) {
+    return ctx && ctx->algorithm->kind == TCRYPTO_RNG ? ctx->algorithm->rng.strength : 0;
+}
