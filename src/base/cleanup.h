@@ -10,13 +10,15 @@
 // safe against signals at any moment.
 #pragma once
 
+#include <csignal>
+
 // Installs the signal handlers and the exit hook, and opens descriptors 0 to 2 on
 // /dev/null where the caller left them closed.  Called once, first in main.
 void mktfs_cleanup_install();
 
 // Registers the file open at `descriptor` under `path` (copied; at most 4095
-// bytes).  Returns a slot number, or -1 when it is no regular file, the path is
-// too long or all slots are taken: then nothing will be removed.
+// bytes; a symbolic link stands for the file it leads to).  Returns a slot number, or -1 when it is no
+// regular file, the path is too long or all slots are taken: then nothing will be removed.
 [[nodiscard]] int mktfs_cleanup_add(const char *path, int descriptor);
 
 // The file is complete (or already removed): leave it alone from now on.
@@ -24,3 +26,16 @@ void mktfs_cleanup_forget(int slot);
 
 // Removes the file now and forgets it.
 void mktfs_cleanup_remove(int slot);
+
+// Holds back the signals that end the run for as long as it lives, so that none can
+// fall between the creation of a file and its registration.
+class mktfs_signal_guard {
+public:
+    mktfs_signal_guard();
+    ~mktfs_signal_guard();
+    mktfs_signal_guard(const mktfs_signal_guard &) = delete;
+    mktfs_signal_guard &operator=(const mktfs_signal_guard &) = delete;
+
+private:
+    sigset_t previous_;
+};

@@ -4,6 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 
+struct stat;
+struct FTW;
+
 // The file's size in bytes from its status.  `size` is 0 on failure.  Returns 0
 // or the error number.  Does not log.
 [[nodiscard]] int mktfs_file_size(const char *path, std::uint64_t *size);
@@ -21,6 +24,9 @@
 // removed is logged and ends the walk.
 void mktfs_rmtree(const char *folder);
 
+// The step of that walk: removes one entry.  0, or nonzero after logging.
+int mktfs_unlink_cb(const char *path, const struct stat *status, int kind, struct FTW *walk);
+
 // The directory for temporary files: the first of TMPDIR, TEMP, TMP that is set
 // (even if empty), else "/tmp".  Decided at the first call, for the life of the
 // process.
@@ -30,5 +36,6 @@ void mktfs_rmtree(const char *folder);
 // whatever links and spellings.
 [[nodiscard]] bool mktfs_same_file(const char *a, const char *b);
 
-// True when `path` is `folder` or lies anywhere below it (both must exist).
+// True when `path`, or what it leads to, is `folder` or lies anywhere below it (both
+// must exist).
 [[nodiscard]] bool mktfs_path_is_inside(const char *path, const char *folder);

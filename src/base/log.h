@@ -28,6 +28,10 @@ extern int abort_on_warning;
 // Installs a log function; null leaves the current one.
 void mktfs_register_log_fct(mktfs_log_function function);
 
+// Writes out what standard output still buffers.  Returns 0, or the error number of
+// the first write to it that failed in this process.  Does not log.
+[[nodiscard]] int mktfs_log_flush();
+
 // Logs at error level and yields `err`: return MKTFS_FAIL(EINVAL, "...\n", ...);
 // `err` is evaluated before the message, so errno may be named.
 #define MKTFS_FAIL(err, ...)                                                                                 \

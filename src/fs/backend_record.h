@@ -54,4 +54,8 @@ struct mktfs_backend {
     int (*verify_init)(mktfs_filesystem *fs) = nullptr;
     void (*verify_finit)(mktfs_filesystem *fs) = nullptr;
     int (*verify)(mktfs_filesystem *fs, mktfs_io *image) = nullptr;
+    // Null-terminated list, borrowed, of the files besides the operand that the run
+    // reads (its elements and the list last until the options change).  The driver
+    // refuses an output that would destroy one of them.  Empty: none.
+    const char *const *(*inputs)(const mktfs_filesystem_opts *opts) = nullptr;
 };

@@ -18,11 +18,20 @@ inline constexpr std::uint32_t MKTFS_INODE_INLINE = 0x1;  // contents given in t
 inline constexpr std::uint32_t MKTFS_INODE_TARGET = 0x2;  // a link's target was written explicitly
 
 struct mktfs_inode;
-struct mktfs_name_index;
 
-// The children of a directory, in the order in which walks visit them.
+// The children of a directory, in the order in which walks visit them.  Emptied
+// by assigning {}.
 struct mktfs_inode_list {
     mktfs_inode *first = nullptr;
+    mktfs_inode *top = nullptr;  // the name index (tree/name_index.h)
+};
+
+// A node's place in the name index of the list that it is in.
+struct mktfs_index_links {
+    mktfs_inode *left = nullptr;
+    mktfs_inode *right = nullptr;
+    mktfs_inode *up = nullptr;
+    std::uint64_t weight = 0;  // no smaller than those of the nodes below
 };
 
 struct mktfs_inode {
@@ -38,14 +47,14 @@ struct mktfs_inode {
     // File: host source path, or the inline contents; link: target text; hard
     // link: target path inside the image; extraction: host output path.
     std::string path;
-    bool has_path = false;        // false: no source at all (differs from an empty one)
-    std::uint64_t size = 0;       // bytes; links: length of the target
+    bool has_path = false;         // false: no source at all (differs from an empty one)
+    std::uint64_t size = 0;        // bytes; links: length of the target
     mktfs_inode *hlink = nullptr;  // what a hard link refers to, set by resolution
     mktfs_inode *next = nullptr;
     mktfs_inode **prev = nullptr;   // the previous element's next field, or the list head
     mktfs_inode *parent = nullptr;  // null for the root
     std::uint64_t nchildren = 0;    // insertions so far, never decreased
     mktfs_inode_list children;
-    mktfs_name_index *index = nullptr;  // owned; finds children by name in large directories
-    tvo_acl *acl = nullptr;             // from the ACL text
+    mktfs_index_links index;
+    tvo_acl *acl = nullptr;  // from the ACL text
 };

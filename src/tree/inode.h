@@ -35,9 +35,11 @@ void mktfs_inode_insert(mktfs_inode_list *list, mktfs_inode *inode);
 // Unlinks a node from its parent's children.
 void mktfs_inode_unlink(mktfs_inode *inode);
 
-// Places a new node at an absolute path and makes missing directories.  EINVAL
-// for a missing or empty path, ENOMEM; 0 otherwise, also when the node gave its
-// attributes to an existing directory and was freed.
+// Places a new node at an absolute path and makes missing directories.  EINVAL for
+// a missing or empty path, ENOMEM (the node stays the caller's); 0 otherwise, also
+// when the node gave its attributes to an existing directory and was freed.  A path
+// without any component gives 0, and the node stays the caller's.  Obstacles are
+// positioned parse errors, the override a positioned warning.
 [[nodiscard]] int mktfs_inode_add(mktfs_filesystem *fs, mktfs_inode *inode, const char *path);
 // A child found in an image: `name` is length-counted.  0 or ENOMEM; EINVAL for
 // a name that is empty, ".", "..", or holds "/" or NUL.
@@ -47,6 +49,8 @@ void mktfs_inode_unlink(mktfs_inode *inode);
 // Appends "/" and the name of every ancestor and the node itself to the zeroed
 // buffer of `length` bytes; cut to fit.  Returns 0.
 int mktfs_inode_full_path(const mktfs_inode *inode, char *buffer, std::size_t length);
+// The node at an absolute path, "/" being the root; null without one or for a
+// missing or empty path.  Logs a warning where a component above it is no directory.
 [[nodiscard]] mktfs_inode *mktfs_filesystem_find_inode(mktfs_filesystem *fs, const char *path);
 
 // Frees the subtree below the node and the node's strings, not the record.
@@ -58,7 +62,11 @@ std::uint32_t mktfs_inode_next_ino();
 [[nodiscard]] std::uint32_t mktfs_inode_num();
 
 // Callback of the walks: a nonzero result stops the walk and is returned.  It may
-// unlink and free the node that it is given.
+// unlink and free the node that it is given, and add children to that node, but
+// change nothing else in the tree.
 using mktfs_inode_function = int (*)(mktfs_filesystem *fs, mktfs_inode *inode, void *arg);
+// The root, then each child followed by all that is below it.
 int mktfs_filesystem_walk_tree(mktfs_inode_function fn, void *arg);
+// The root, then for each child list: all its elements, then the lists of each
+// element in turn (root, a, b, a/x, a/x/z, b/y).
 int mktfs_filesystem_walk_layer(mktfs_inode_function fn, void *arg);

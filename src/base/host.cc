@@ -1,0 +1,150 @@
+#include "base/host.h"
+
+#include <fcntl.h>
+#include <ftw.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "base/log.h"
+
+namespace {
+
+constexpr int RMTREE_DESCRIPTORS = 64;
+
+int size_of_status(int result, const struct stat &status, std::uint64_t *size) {
+    if (result != 0)
+        return errno;
+    *size = static_cast<std::uint64_t>(status.st_size);
+    return 0;
+}
+
+bool same_object(const struct stat &a, const struct stat &b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// True when the absolute, resolved path or one of its parents is `folder`.
+// Shortens the path on its way up.
+bool climbs_to(std::string path, const struct stat &folder) {
+    for (;;) {
+        struct stat status {};
+        if (::stat(path.empty() ? "/" : path.c_str(), &status) == 0 && same_object(status, folder))
+            return true;
+        if (path.empty())
+            return false;
+        path.erase(path.rfind('/'));
+    }
+}
+
+// The folder in which the name `path` itself stands.
+std::string parent_of(std::string_view path) {
+    while (path.size() > 1 && path.ends_with('/'))
+        path.remove_suffix(1);
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos)
+        return ".";
+    return std::string(path.substr(0, slash == 0 ? 1 : slash));
+}
+
+bool resolves_below(const char *path, const struct stat &folder) {
+    char resolved[PATH_MAX];
+    return ::realpath(path, resolved) != nullptr && climbs_to(resolved, folder);
+}
+
+const char *first_set_variable() {
+    for (const char *name : {"TMPDIR", "TEMP", "TMP"}) {
+        if (const char *value = std::getenv(name))
+            return value;
+    }
+    return "/tmp";
+}
+
+// Calls piece(text) for every part of the result, in order.
+template <class Piece>
+void replace_in(std::string_view source, std::string_view needle, std::string_view replacement, Piece piece) {
+    for (;;) {
+        const std::size_t found = source.find(needle);
+        piece(source.substr(0, found));
+        if (found == std::string_view::npos)
+            return;
+        piece(replacement);
+        source.remove_prefix(found + needle.size());
+    }
+}
+
+}  // namespace
+
+int mktfs_file_size(const char *path, std::uint64_t *size) {
+    if (size == nullptr)
+        return EINVAL;
+    *size = 0;
+    if (path == nullptr)
+        return EINVAL;
+    struct stat status {};
+    return size_of_status(::stat(path, &status), status, size);
+}
+
+int mktfs_fd_size(int descriptor, std::uint64_t *size) {
+    if (size == nullptr)
+        return EINVAL;
+    *size = 0;
+    struct stat status {};
+    return size_of_status(::fstat(descriptor, &status), status, size);
+}
+
+int mktfs_strreplace(const char *source, const char *needle, const char *replacement, char *out,
+                     std::size_t capacity) {
+    if (source == nullptr || needle == nullptr || *needle == '\0' || replacement == nullptr || out == nullptr)
+        return EINVAL;
+    std::size_t room = capacity;
+    bool fits = true;
+    replace_in(source, needle, replacement, [&](std::string_view piece) {
+        fits = fits && piece.size() < room;  // less: the terminator needs a place too
+        room -= fits ? piece.size() : 0;
+    });
+    if (!fits)
+        return EINVAL;
+    replace_in(source, needle, replacement, [&](std::string_view piece) {
+        std::memcpy(out, piece.data(), piece.size());
+        out += piece.size();
+    });
+    *out = '\0';
+    return 0;
+}
+
+int mktfs_unlink_cb(const char *path, const struct stat *, int, struct FTW *) {
+    const int result = std::remove(path);
+    if (result != 0)
+        mktfs_log(MKTFS_LOG_ERROR, "failed to remove '%s' (%s)\n", path, std::strerror(errno));
+    return result;
+}
+
+void mktfs_rmtree(const char *folder) {
+    if (folder != nullptr)
+        ::nftw(folder, mktfs_unlink_cb, RMTREE_DESCRIPTORS, FTW_DEPTH | FTW_MOUNT | FTW_PHYS);
+}
+
+const char *mktfs_tmpdir() {
+    static const std::string folder = first_set_variable();  // a copy: the environment may change
+    return folder.c_str();
+}
+
+bool mktfs_same_file(const char *a, const char *b) {
+    struct stat status_a {
+    }, status_b{};
+    return a != nullptr && b != nullptr && ::stat(a, &status_a) == 0 && ::stat(b, &status_b) == 0 &&
+           same_object(status_a, status_b);
+}
+
+bool mktfs_path_is_inside(const char *path, const char *folder) {
+    struct stat status {};
+    if (path == nullptr || folder == nullptr || ::stat(folder, &status) != 0)
+        return false;
+    return resolves_below(path, status) || resolves_below(parent_of(path).c_str(), status);
+}
