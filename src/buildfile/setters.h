@@ -14,3 +14,7 @@ void mktfs_backend_inode_setmode(mktfs_inode *inode, const char *text);
 void mktfs_backend_inode_setacl(mktfs_inode *inode, const char *text);
 void mktfs_backend_inode_setmtime(mktfs_inode *inode, const char *text);
 void mktfs_backend_inode_setcontent(mktfs_inode *inode, const char *text);
+
+// Frees every access control list that was set so far.  Nodes only borrow theirs,
+// so the tree must be gone or not look at them again.  Also done at exit.
+void mktfs_backend_acls_free();
