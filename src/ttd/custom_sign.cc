@@ -1,0 +1,217 @@
+#include "ttd/custom_sign.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <span>
+
+#include "base/cleanup.h"
+#include "base/hex.h"
+#include "base/host.h"
+#include "base/log.h"
+#include "io/io.h"
+#include "tcrypto/tcrypto.h"
+#include "ttd/engine/format.h"
+
+namespace {
+
+constexpr std::size_t PATH_SIZE = 4096;
+constexpr std::size_t COMMAND_SIZE = 4096;
+constexpr std::size_t SHA256_SIZE = 32;
+
+// A file of the run that is gone when this object is.
+class temporary_file {
+public:
+    temporary_file() = default;
+    temporary_file(const temporary_file &) = delete;
+    temporary_file &operator=(const temporary_file &) = delete;
+    ~temporary_file() {
+        if (descriptor_ < 0)
+            return;
+        close(descriptor_);
+        unlink(path_);
+        mktfs_cleanup_forget(slot_);
+    }
+
+    // False when the name does not fit.
+    [[nodiscard]] bool name(const char *folder, const char *pattern) {
+        const int length = std::snprintf(path_, sizeof path_, "%s/%s", folder, pattern);
+        return length >= 0 && static_cast<std::size_t>(length) < sizeof path_;
+    }
+    // 0 or the error number.
+    [[nodiscard]] int create() {
+        const mktfs_signal_guard no_signal_between;
+        errno = 0;
+        descriptor_ = mkostemp(path_, O_CLOEXEC);
+        if (descriptor_ < 0)
+            return errno != 0 ? errno : EIO;
+        slot_ = mktfs_cleanup_add(path_, descriptor_);
+        return 0;
+    }
+    [[nodiscard]] const char *path() const { return path_; }
+    [[nodiscard]] int descriptor() const { return descriptor_; }
+
+private:
+    char path_[PATH_SIZE] = "";
+    int descriptor_ = -1;
+    int slot_ = -1;
+};
+
+// The paths go into a shell command unquoted, since the user may quote the tokens;
+// blanks are the user's business, characters that would run something are not.
+bool is_safe_for_shell(const char *path) {
+    for (const char *c = path; *c; ++c)
+        if (static_cast<unsigned char>(*c) < ' ' || *c == 0x7f || std::strchr("$`\"'\\;&|<>()", *c))
+            return false;
+    return true;
+}
+
+// RSA and ECDSA: the digest of the signed bytes.
+int digest_signed_bytes(const ttd_superblock &superblock, std::uint8_t (&out)[SHA256_SIZE]) {
+    tcrypto_ctx_ptr digest;
+    if (tcrypto_digest_request("sha256", nullptr, 0, th_out(digest)) != TCRYPTO_OK)
+        return MKTFS_FAIL(ENOENT, "ttd: failed to retrieve tcrypto hash algorithm sha256\n");
+    const auto bytes = ttd_signed_bytes(superblock);
+    if (tcrypto_digest(digest.get(), bytes.data(), bytes.size(), out, nullptr) != TCRYPTO_OK)
+        return MKTFS_FAIL(ENXIO, "ttd: failed to perform superblock hash\n");
+    return 0;
+}
+
+void trace_bytes(std::span<const std::uint8_t> bytes) {
+    mktfs_print_hex(bytes.data(), bytes.size());
+    mktfs_log(MKTFS_LOG_INFO, "\n");
+}
+
+// One signing operation, in the order of its steps.
+class command_signer {
+public:
+    command_signer(std::uint32_t sigtype, const char *command, ttd_superblock &superblock)
+        : sigtype_(sigtype), user_command_(command), superblock_(superblock) {}
+
+    [[nodiscard]] int run() {
+        using step = int (command_signer::*)();
+        constexpr step steps[] = {
+            &command_signer::name_files,   &command_signer::choose_message, &command_signer::create_files,
+            &command_signer::make_command, &command_signer::write_message,
+        };
+        for (const step next : steps)
+            if (const int err = (this->*next)(); err != 0)
+                return err;
+        bool signature_is_there = false;
+        if (const int err = run_command(signature_is_there); err != 0 || !signature_is_there)
+            return err;
+        return read_signature();
+    }
+
+private:
+    [[nodiscard]] int name_files() {
+        if (!hash_file_.name(mktfs_tmpdir(), "ttd_hash-XXXXXX"))
+            return MKTFS_FAIL(EINVAL, "ttd: hash filename too long\n");
+        if (!signature_file_.name(mktfs_tmpdir(), "ttd_sig-XXXXXX"))
+            return MKTFS_FAIL(EINVAL, "ttd: sig filename too long\n");
+        if (!is_safe_for_shell(mktfs_tmpdir()))
+            return MKTFS_FAIL(EINVAL,
+                              "ttd: temporary folder '%s' has characters that the shell would act on, set "
+                              "TMPDIR to another one\n",
+                              mktfs_tmpdir());
+        return 0;
+    }
+
+    [[nodiscard]] int choose_message() {
+        message_ = ttd_signed_bytes(superblock_);
+        if (!ttd_sig_is_pure(sigtype_)) {
+            if (const int err = digest_signed_bytes(superblock_, digest_); err != 0)
+                return err;
+            message_ = digest_;
+        }
+        if (verbose > 2) {
+            mktfs_log(MKTFS_LOG_INFO, "sig hash: ");
+            trace_bytes(message_);
+        }
+        return 0;
+    }
+
+    [[nodiscard]] int create_files() {
+        if (const int err = hash_file_.create(); err != 0)
+            return MKTFS_FAIL(err, "ttd: failed to create temporary hash file as '%s'\n", hash_file_.path());
+        if (const int err = signature_file_.create(); err != 0)
+            return MKTFS_FAIL(err, "ttd: failed to create temporary sig file as '%s'\n",
+                              signature_file_.path());
+        return 0;
+    }
+
+    [[nodiscard]] int make_command() {
+        char with_hash[COMMAND_SIZE];
+        if (mktfs_strreplace(user_command_, "<hashfile>", hash_file_.path(), with_hash, sizeof with_hash) !=
+            0)
+            return MKTFS_FAIL(EINVAL, "ttd: failed to replace hashfile token in signing cmd\n");
+        if (mktfs_strreplace(with_hash, "<sigfile>", signature_file_.path(), command_, sizeof command_) != 0)
+            return MKTFS_FAIL(EINVAL, "ttd: failed to replace sigfile token in signing cmd\n");
+        if (verbose > 1)
+            mktfs_log(MKTFS_LOG_INFO, "ttd: executing signing command: %s\n", command_);
+        return 0;
+    }
+
+    [[nodiscard]] int write_message() {
+        errno = 0;
+        const ssize_t written = write(hash_file_.descriptor(), message_.data(), message_.size());
+        if (written == static_cast<ssize_t>(message_.size()))
+            return 0;
+        const int err = errno != 0 ? errno : EIO;
+        return MKTFS_FAIL(err, "ttd: error writing meta data hash to '%s' (%s)\n", hash_file_.path(),
+                          strerror(err));
+    }
+
+    // A command that merely exits non-zero sets no errno and leaves the signature
+    // empty on purpose.
+    [[nodiscard]] int run_command(bool &signature_is_there) {
+        std::fflush(nullptr);
+        errno = 0;
+        const int status = std::system(command_);
+        const int err = errno;
+        if (status != -1 && WIFSIGNALED(status) &&
+            (WTERMSIG(status) == SIGINT || WTERMSIG(status) == SIGQUIT))
+            std::raise(WTERMSIG(status));
+        signature_is_there = status == 0;
+        return signature_is_there ? 0 : err;
+    }
+
+    [[nodiscard]] int read_signature() {
+        mktfs_io_ptr file;
+        if (const int err = mktfs_io_fd_create(signature_file_.descriptor(), th_out(file)); err != 0)
+            return MKTFS_FAIL(err, "ttd: failed to create sigfile io\n");
+        const std::uint64_t size = mktfs_io_size(file.get());
+        int err = size <= TTD_MAX_SIGNATURE ? 0 : EINVAL;
+        if (err == 0)
+            err = mktfs_io_read(file.get(), 0, superblock_.sig, size);
+        if (err != 0)
+            return MKTFS_FAIL(err, "ttd: failed to read signature file\n");
+        superblock_.sigsize = static_cast<std::uint32_t>(size);
+        if (verbose > 1) {
+            mktfs_log(MKTFS_LOG_INFO, "sig (%u): ", superblock_.sigsize);
+            trace_bytes({superblock_.sig, superblock_.sigsize});
+        }
+        return 0;
+    }
+
+    const std::uint32_t sigtype_;
+    const char *const user_command_;
+    ttd_superblock &superblock_;
+    std::uint8_t digest_[SHA256_SIZE] = {};
+    std::span<const std::uint8_t> message_;  // what the command signs
+    temporary_file hash_file_;
+    temporary_file signature_file_;  // removed before the hash file
+    char command_[COMMAND_SIZE] = "";
+};
+
+}  // namespace
+
+int ttd_custom_sign_superblock(std::uint32_t sigtype, const char *command, ttd_superblock *superblock) {
+    return command_signer(sigtype, command, *superblock).run();
+}

@@ -1,0 +1,26 @@
+// Reading a superblock: from its fields to the geometry record, and the
+// anti-rollback comparison.
+#pragma once
+
+#include "ttd/engine/format.h"
+#include "ttd/engine/geometry.h"
+
+// Fills the record from a superblock; info->hash_size is set beforehand (see
+// ttd_tcrypto_init).  The superblock may be signed and still hostile: block sizes
+// outside the format, a covered area smaller than the inner image, and every count
+// or offset that wraps are refused.  EINVAL or ENOMEM, the record is then clean;
+// logs.  A block size of 0 is fatal to the divider, which ends the process.
+[[nodiscard]] int ttd_superblock2info(const ttd_superblock *superblock, ttd_info *info);
+
+// True when the areas that the record speaks of lie within an image of this size:
+// the inner image, the tree in front of the superblock, and in partition mode the
+// whole partition.
+[[nodiscard]] bool ttd_superblock_fits(const ttd_superblock &superblock, const ttd_info &info,
+                                       std::uint64_t image_size);
+
+// Debug dump through the engine log at level 0, a call a line, without line ends.
+void ttd_print_superblock(const ttd_superblock *superblock);
+
+// Refuses an image whose version is below the decimal number in `text`: EINVAL, as
+// for a bad number (ERANGE when it is too large).  Logs without a line end.
+[[nodiscard]] int ttd_check_rollback(const ttd_superblock *superblock, const char *text);

@@ -1,0 +1,55 @@
+// The block verification engine: proves that data blocks of an image are what
+// its signed superblock vouches for, by walking the hash tree from the root hash
+// down.
+//
+// Threads: a prepared context may be used from several threads, each with its own
+// digest context (ttd_hash_init).
+#pragma once
+
+#include <cstdint>
+
+#include "ttd/engine/engine.h"
+
+// A byte request, turned into blocks by ttd_setup_verify.
+struct ttd_range {
+    std::uint32_t first = 0;           // data block
+    std::uint32_t end = 0;             // one past the last
+    std::uint64_t aligned_offset = 0;  // of the first block, bytes
+    std::uint64_t aligned_length = 0;  // bytes, possibly cut to the caller's maximum
+    std::uint64_t skip = 0;            // requested offset - aligned offset
+    std::uint64_t count = 0;           // requested bytes that the aligned buffer holds
+    talg_bitmap *bitmap = nullptr;     // optional, borrowed; bit i: block first + i
+};
+
+// What a mismatch callback is told.
+struct ttd_mismatch {
+    std::uint8_t level = 0;
+    std::uint32_t data_block = 0;
+    std::uint32_t hash_block = 0;  // within its level; 0 for a data block itself
+    std::int64_t offset = 0;       // in the image, bytes
+};
+
+using ttd_mismatch_function = void (*)(void *arg, const ttd_mismatch *report);
+
+// EINVAL for a negative offset.  A request of no bytes, or at or beyond the end of
+// the inner image, sets count to 0 and leaves the other fields.
+[[nodiscard]] int ttd_setup_verify(const ttd_ctx *ctx, std::int64_t offset, std::uint64_t length,
+                                   std::uint64_t max_length, ttd_range *range);
+
+// Proves one data block; its bytes are `data`, or read by the engine when null.
+// Sets the block's verified bit, or clears it on every failure: EINVAL for an index
+// beyond the block count, ENOMEM, EIO for a read error, a digest error or a
+// mismatch (logged, and reported to `callback` when there is one).
+[[nodiscard]] int ttd_verify_block(ttd_ctx *ctx, std::uint32_t block, const ttd_range *range,
+                                   tcrypto_ctx *digest, const void *data, ttd_mismatch_function callback,
+                                   void *arg);
+
+// Proves every block of the range, in order, whatever happens to the others.
+// `data`, which may be null, is the aligned buffer of the range's blocks.  EIO when
+// any block failed.  Long ranges take a faster way with the same outcome.
+[[nodiscard]] int ttd_verify_range(ttd_ctx *ctx, const ttd_range *range, tcrypto_ctx *digest,
+                                   const void *data, ttd_mismatch_function callback, void *arg);
+
+// One bit for every data block.  The bitmap's error.
+[[nodiscard]] int ttd_create_vblkbitmap(ttd_ctx *ctx);
+void ttd_free_vblkbitmap(ttd_ctx *ctx);

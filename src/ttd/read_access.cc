@@ -1,0 +1,58 @@
+#include "ttd/read_access.h"
+
+#include <cerrno>
+
+#include "base/log.h"
+#include "fs/filesystem_record.h"
+#include "io/io.h"
+#include "tree/inode.h"
+#include "ttd/engine/format.h"
+
+namespace {
+
+constexpr std::uint32_t ROOT_INO = 1;
+constexpr std::uint32_t IMAGE_INO = 2;
+constexpr char IMAGE_NAME[] = "fs.img";
+
+ttd_superblock &mounted(const mktfs_filesystem &fs) {
+    return *static_cast<ttd_superblock *>(fs.priv);
+}
+
+}  // namespace
+
+int ttd_read_superblock(mktfs_io *image, ttd_superblock *superblock) {
+    const auto offset = static_cast<std::int64_t>(mktfs_io_size(image) - TTD_SUPERBLOCK_SIZE);
+    return mktfs_io_read(image, offset, superblock, sizeof *superblock);
+}
+
+int ttd_fsys_mount(mktfs_filesystem *fs, mktfs_io *image) {
+    ttd_superblock &superblock = mounted(*fs);
+    if (verbose)
+        mktfs_log(MKTFS_LOG_INFO, "ttd: reading superblock\n");
+    if (const int err = ttd_read_superblock(image, &superblock); err != 0)
+        return err;
+    if (superblock.magic != TTD_MAGIC)
+        return MKTFS_FAIL(EINVAL, "ttd: invalid superblock detected\n");
+    if (superblock.version != TTD_VERSION)
+        return MKTFS_FAIL(EINVAL, "ttd: invalid superblock version detected\n");
+    return 0;
+}
+
+int ttd_fsys_readroot(mktfs_filesystem *, mktfs_io *, mktfs_inode *root) {
+    root->type = MKTFS_INODE_DIR;
+    root->ino = ROOT_INO;
+    root->nchildren = 1;
+    return 0;
+}
+
+int ttd_fsys_readdir(mktfs_filesystem *, mktfs_io *, mktfs_inode *directory) {
+    return mktfs_inode_create(directory, IMAGE_INO, IMAGE_NAME, sizeof IMAGE_NAME - 1, MKTFS_INODE_FILE);
+}
+
+int ttd_fsys_readlnk(mktfs_filesystem *, mktfs_io *, mktfs_inode *, mktfs_io *) {
+    return EOPNOTSUPP;
+}
+
+int ttd_fsys_readfile(mktfs_filesystem *fs, mktfs_io *image, mktfs_inode *, mktfs_io *output) {
+    return mktfs_io_merge(output, image, mounted(*fs).fssize);
+}
