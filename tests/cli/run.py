@@ -1,0 +1,153 @@
+#!/usr/bin/env python3
+"""Runs whole-program cases: run.py BINARY [CASE...]
+
+Every cases/NAME.case runs in an empty folder of its own, step by step:
+
+    # a comment
+    file in.txt          the following body becomes the contents of in.txt
+    | [dir]
+    $ mktfs test in.txt  a step: a line for /bin/sh, with BINARY's folder first in PATH
+    status 1             its exit status, 0 when left out (128 + N: ended by signal N)
+    stdout               the following body is all that it prints there;
+    | exact line         nothing when left out
+    stderr
+    ~ reg.*ex            a line that matches
+    \\ exact text         a line without its newline (a last line, or joined to the next)
+    < NAME               the lines of texts/NAME
+    *                    any number of lines, also none
+
+The environment of a step holds PATH, HOME, LC_ALL, TZ=UTC, the sanitizers' options,
+$TEXTS and $DATA (tests/data).
+"""
+import concurrent.futures
+import difflib
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+HERE = pathlib.Path(__file__).resolve().parent
+KEPT_VARIABLES = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS")
+STEP_SECONDS = 60
+
+
+class Body:
+    """Expected or given text: a regular expression, and how to show it."""
+
+    def __init__(self):
+        self.text = ""
+        self.pattern = ""
+
+    def add(self, line):
+        kind, rest = line[0], line[2:]
+        if kind == "|":
+            self.add_text(rest + "\n")
+        elif kind == "\\":
+            self.add_text(rest)
+        elif kind == "<":
+            self.add_text((HERE / "texts" / rest).read_text())
+        else:
+            self.text += line + "\n"
+            self.pattern += f"(?:{rest})\n" if kind == "~" else r"(?:.*\n)*"
+
+    def add_text(self, text):
+        self.text += text
+        self.pattern += re.escape(text)
+
+    def matches(self, actual):
+        return re.fullmatch(self.pattern, actual) is not None
+
+
+class Step:
+    def __init__(self, command, line):
+        self.command, self.line = command, line
+        self.status = 0
+        self.streams = {"stdout": Body(), "stderr": Body()}
+
+
+def parse(path):
+    """Yields (file name, Body) and Step items in order."""
+    items, body, step = [], None, None
+    for number, line in enumerate(path.read_text().splitlines(), 1):
+        word, _, rest = line.partition(" ")
+        if body is not None and line and line[0] in "|\\~<*":
+            body.add(line)
+        elif word == "file":
+            body, step = Body(), None
+            items.append((rest, body))
+        elif word == "$":
+            body, step = None, Step(rest, number)
+            items.append(step)
+        elif step and word == "status":
+            step.status = int(rest)
+        elif step and line in step.streams:
+            body = step.streams[line]
+        elif line and word != "#":
+            raise SystemExit(f"{path}:{number}: not understood: {line}")
+    return items
+
+
+def environment(binary, folder):
+    kept = {name: os.environ[name] for name in KEPT_VARIABLES if name in os.environ}
+    return kept | {
+        "PATH": f"{binary.parent}:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin",
+        "HOME": folder,
+        "LC_ALL": "C",
+        "TZ": "UTC",
+        "TEXTS": str(HERE / "texts"),
+        "DATA": str(HERE.parent / "data"),
+    }
+
+
+def differences(step, result):
+    status = result.returncode if result.returncode >= 0 else 128 - result.returncode
+    if status != step.status:
+        yield f"status {status}, expected {step.status}"
+    for name, body in step.streams.items():
+        actual = getattr(result, name).decode("utf-8", "backslashreplace")
+        if not body.matches(actual):
+            expected_lines, lines = body.text.splitlines(True), actual.splitlines(True)
+            yield "".join(difflib.unified_diff(expected_lines, lines, f"expected {name}", name))
+
+
+def run_step(step, folder, env):
+    result = subprocess.run(["/bin/sh", "-c", step.command], cwd=folder, env=env, stdin=subprocess.DEVNULL,
+                            capture_output=True, timeout=STEP_SECONDS, check=False)
+    return list(differences(step, result))
+
+
+def run_case(path, binary):
+    """Gives the failures as texts; a case ends at its first failing step."""
+    with tempfile.TemporaryDirectory(prefix="mktfs-cli-") as folder:
+        env = environment(binary, folder)
+        for item in parse(path):
+            if not isinstance(item, Step):
+                pathlib.Path(folder, item[0]).write_text(item[1].text)
+                continue
+            try:
+                failures = run_step(item, folder, env)
+            except subprocess.TimeoutExpired:
+                failures = [f"still running after {STEP_SECONDS} s"]
+            if failures:
+                return [f"{path.name}:{item.line}: $ {item.command}"] + failures
+    return []
+
+
+def main():
+    binary = pathlib.Path(sys.argv[1]).resolve()
+    cases = sorted((HERE / "cases").glob("*.case"))
+    if len(sys.argv) > 2:
+        cases = [case for case in cases if case.stem in sys.argv[2:]]
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        results = list(pool.map(lambda case: run_case(case, binary), cases))
+    failed = [failures for failures in results if failures]
+    for failures in failed:
+        print("\n".join(failures), end="\n\n")
+    print(f"{len(cases) - len(failed)} of {len(cases)} cases passed")
+    return 1 if failed or not cases else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,74 @@
+// Captures what the code under test logs.  While a capture lives, every message
+// is recorded instead of printed, and fatal messages return.  Captures nest: the
+// newest one records, its end puts the previous log function back.
+#pragma once
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/log.h"
+
+struct log_line {
+    int level = 0;
+    std::string text;
+    bool operator==(const log_line &) const = default;
+};
+
+// How a failed comparison shows a line.
+inline std::ostream &operator<<(std::ostream &out, const log_line &line) {
+    return out << line.level << ":" << line.text;
+}
+
+class log_capture {
+public:
+    log_capture() : previous_function_(mktfs_log), previous_(current_) {
+        current_ = this;
+        mktfs_register_log_fct(record);
+    }
+    ~log_capture() {
+        current_ = previous_;
+        mktfs_register_log_fct(previous_function_);
+    }
+    log_capture(const log_capture &) = delete;
+    log_capture &operator=(const log_capture &) = delete;
+
+    [[nodiscard]] const std::vector<log_line> &lines() const { return lines_; }
+    // The texts of all lines, one after the other.
+    [[nodiscard]] std::string text() const {
+        std::string all;
+        for (const log_line &line : lines_)
+            all += line.text;
+        return all;
+    }
+    // True when exactly this message was logged at this level.
+    [[nodiscard]] bool has(int level, const std::string &text) const {
+        return std::ranges::find(lines_, log_line{level, text}) != lines_.end();
+    }
+    // What was recorded so far; forgets it.
+    [[nodiscard]] std::vector<log_line> take() { return std::exchange(lines_, {}); }
+    void clear() { lines_.clear(); }
+
+private:
+    [[gnu::format(printf, 2, 3)]] static int record(int level, const char *format, ...) {
+        va_list arguments, again;
+        va_start(arguments, format);
+        va_copy(again, arguments);
+        const int length = std::vsnprintf(nullptr, 0, format, arguments);
+        std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
+        std::vsnprintf(text.data(), text.size() + 1, format, again);
+        va_end(again);
+        va_end(arguments);
+        current_->lines_.push_back({level, std::move(text)});
+        return length;
+    }
+
+    static inline log_capture *current_ = nullptr;
+    mktfs_log_function previous_function_;
+    log_capture *previous_;
+    std::vector<log_line> lines_;
+};

@@ -1,0 +1,192 @@
+// Digests and random generators through the library, as served by the provider.
+#include <algorithm>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tcrypto/provider.h"
+#include "tcrypto/tcrypto.h"
+
+namespace {
+
+using bytes = std::vector<std::uint8_t>;
+
+constexpr const char *DIGESTS[] = {
+    "md5",        "sha1",       "sha224",     "sha256",     "sha384",     "sha512",     "sha512-224",
+    "sha512-256", "sha3-224",   "sha3-256",   "sha3-384",   "sha3-512",   "blake2s128", "blake2s160",
+    "blake2s224", "blake2s256", "blake2b160", "blake2b256", "blake2b384", "blake2b512", "blake3",
+};
+
+// 0, 1 ... 250, 0 ...
+bytes pattern(std::size_t size) {
+    bytes out(size);
+    for (std::size_t i = 0; i < size; ++i)
+        out[i] = static_cast<std::uint8_t>(i % 251);
+    return out;
+}
+
+std::string hex(const bytes &data) {
+    std::string text;
+    for (const std::uint8_t byte : data) {
+        text += "0123456789abcdef"[byte >> 4];
+        text += "0123456789abcdef"[byte & 15];
+    }
+    return text;
+}
+
+class Digest : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(tcrypto_init(0, nullptr), 0); }
+    void TearDown() override { EXPECT_EQ(tcrypto_uninit(), 0); }
+
+    static tcrypto_ctx_ptr request(const char *name) {
+        tcrypto_ctx *ctx = nullptr;
+        EXPECT_EQ(tcrypto_digest_request(name, nullptr, 0, &ctx), 0) << name;
+        return tcrypto_ctx_ptr(ctx);
+    }
+    static bytes digest_of(tcrypto_ctx *ctx, const bytes &message) {
+        bytes out(tcrypto_digestsize(ctx));
+        std::size_t length = 0;
+        EXPECT_EQ(tcrypto_digest(ctx, message.data(), message.size(), out.data(), &length), 0);
+        EXPECT_EQ(length, out.size());
+        return out;
+    }
+    static bytes final_of(tcrypto_ctx *ctx) {
+        bytes out(tcrypto_digestsize(ctx));
+        EXPECT_EQ(tcrypto_digest_final(ctx, out.data(), nullptr), 0);
+        return out;
+    }
+};
+
+using Rng = Digest;
+
+// One digest for each source of digests and each length that it is asked for.
+TEST_F(Digest, KnownAnswers) {
+    static constexpr struct {
+        const char *digest;
+        std::size_t size;  // of the pattern
+        const char *expected;
+    } CASES[] = {
+        {"sha256", 0, "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+        {"blake2s128", 1025, "f842303b88f5fc0ec4e79c73db3a9f0b"},
+        {"blake2s160", 1025, "d34af9c63c8f62e3c6293ae76c4e6fbecb996fc2"},
+        {"blake2s224", 1025, "c38582dd97d3a5736ca01b67509f7bb0d62ff2235250e4cabfa274b7"},
+        {"blake2b160", 1025, "5ac99df861a6a4a30f0ae5525c6b4b9cca47ac59"},
+        {"blake2b256", 1025, "533c8d76c0f61487431e7c31d15417c8b53887e4765b5597d0d03cb085014afb"},
+        {"blake2b384", 1025,
+         "d0d359b37ec961d6637f2541a3d42dc4d4ea08ac30a51b4aa48d5b2f0a47c18d6d138f5ea31802eb0eca5c40704a6632"},
+        {"blake3", 0, "af1349b9f5f9a1a6a0404dea36dcc9499bcb25c9adc112b7cc9a93cae41f3262"},
+        {"blake3", 1025, "d00278ae47eb27b34faecf67b4fe263f82d5412916c1ffd97c8cb7fb814b8444"},
+    };
+    for (const auto &c : CASES) {
+        SCOPED_TRACE(c.digest);
+        EXPECT_EQ(hex(digest_of(request(c.digest).get(), pattern(c.size))), c.expected);
+    }
+}
+
+// Init, update, final, copy and blocks each want a state and leave one.
+TEST_F(Digest, OperationsKeepTheStateOrder) {
+    for (const char *name : {"sha256", "blake3"}) {
+        SCOPED_TRACE(name);
+        const tcrypto_ctx_ptr ctx = request(name);
+        bytes out(32);
+        tcrypto_ctx *copy = ctx.get();
+        EXPECT_EQ(tcrypto_digest_update(ctx.get(), "a", 1), TCRYPTO_E_STATE);
+        EXPECT_EQ(tcrypto_digest_final(ctx.get(), out.data(), nullptr), TCRYPTO_E_STATE);
+        EXPECT_EQ(tcrypto_digest_copy(ctx.get(), &copy), TCRYPTO_E_STATE);
+        EXPECT_EQ(tcrypto_digest_init(ctx.get()), 0);
+        EXPECT_EQ(tcrypto_digest_update(ctx.get(), nullptr, 1), TCRYPTO_E_PARAMETERS);
+        EXPECT_EQ(tcrypto_digest_update(ctx.get(), nullptr, 0), 0);
+        EXPECT_EQ(tcrypto_digest_final(ctx.get(), out.data(), nullptr), 0);
+        EXPECT_EQ(tcrypto_digest_update(ctx.get(), "a", 1), TCRYPTO_E_STATE);
+        EXPECT_EQ(tcrypto_digest_init(ctx.get()), 0);
+        EXPECT_EQ(tcrypto_digest_blocks(ctx.get(), nullptr, 0, "abcd", 2, 2, nullptr), TCRYPTO_E_PARAMETERS);
+        EXPECT_EQ(tcrypto_digest_update(ctx.get(), "a", 1), TCRYPTO_E_STATE);
+        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), out.data(), 1), TCRYPTO_E_ALGORITHM_TYPE);
+        EXPECT_EQ(tcrypto_digest_init(nullptr), TCRYPTO_E_PARAMETERS);
+    }
+}
+
+TEST_F(Digest, ACopyGoesOnOnItsOwn) {
+    for (const char *name : DIGESTS) {
+        SCOPED_TRACE(name);
+        const tcrypto_ctx_ptr ctx = request(name);
+        ASSERT_EQ(tcrypto_digest_init(ctx.get()), 0);
+        ASSERT_EQ(tcrypto_digest_update(ctx.get(), "one", 3), 0);
+        tcrypto_ctx *raw = nullptr;
+        ASSERT_EQ(tcrypto_digest_copy(ctx.get(), &raw), 0);
+        const tcrypto_ctx_ptr copy(raw);
+        ASSERT_EQ(tcrypto_digest_update(copy.get(), "two", 3), 0);
+        EXPECT_STREQ(tcrypto_plugin_name(copy.get()), "openssl");
+        EXPECT_EQ(final_of(copy.get()), digest_of(request(name).get(), {'o', 'n', 'e', 't', 'w', 'o'}));
+        EXPECT_EQ(final_of(ctx.get()), digest_of(request(name).get(), {'o', 'n', 'e'}));
+    }
+}
+
+// All counts from less than any kernel's lanes to several times them with a tail.
+void expect_blocks(tcrypto_ctx *ctx, tcrypto_ctx *single, std::size_t salt_length, std::size_t length,
+                   std::size_t count) {
+    SCOPED_TRACE("salt " + std::to_string(salt_length) + ", " + std::to_string(count) + " blocks of " +
+                 std::to_string(length));
+    const std::size_t size = tcrypto_digestsize(ctx);
+    const bytes salt = pattern(salt_length);
+    const bytes data = pattern(length * count + 1);  // read from an odd address
+    bytes expected(size * count), out(size * count);
+    for (std::size_t i = 0; i < count; ++i) {
+        ASSERT_EQ(tcrypto_digest_init(single), 0);
+        ASSERT_EQ(tcrypto_digest_update(single, salt.data(), salt.size()), 0);
+        ASSERT_EQ(tcrypto_digest_update(single, &data[1 + i * length], length), 0);
+        ASSERT_EQ(tcrypto_digest_final(single, &expected[i * size], nullptr), 0);
+    }
+    ASSERT_EQ(tcrypto_digest_blocks(ctx, salt.data(), salt_length, &data[1], length, count, out.data()), 0);
+    EXPECT_EQ(out, expected);
+}
+
+TEST_F(Digest, BlocksEqualTheOneByOneResult) {
+    for (const char *name : DIGESTS) {
+        SCOPED_TRACE(name);
+        const tcrypto_ctx_ptr ctx = request(name), single = request(name);
+        for (const std::size_t salt : {0, 1, 33, 64, 127, 128, 201}) {
+            for (const std::size_t length : {0, 1, 512, 4099})
+                for (const std::size_t count : {1, 3, 21})
+                    expect_blocks(ctx.get(), single.get(), salt, length, count);
+        }
+        expect_blocks(ctx.get(), single.get(), 100, 70000, 1);
+        expect_blocks(ctx.get(), single.get(), 70000, 100, 1);
+        EXPECT_EQ(tcrypto_digest_blocks(ctx.get(), nullptr, 0, nullptr, 1, 0, nullptr), 0);
+    }
+}
+
+TEST_F(Rng, GeneratesOnlyWhenInstantiated) {
+    for (const std::uint32_t strength : {128U, 192U, 256U}) {
+        SCOPED_TRACE(strength);
+        tcrypto_ctx *raw = nullptr;
+        const std::string name = "drbg-ctr-" + std::to_string(strength);
+        ASSERT_EQ(tcrypto_rng_request(name.c_str(), nullptr, 0, &raw), 0);
+        const tcrypto_ctx_ptr ctx(raw);
+        bytes first(100000), second(100000);
+        EXPECT_EQ(tcrypto_rng_strength(ctx.get()), strength);
+        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), first.data(), first.size()), TCRYPTO_E_STATE);
+        EXPECT_EQ(tcrypto_rng_reseed(ctx.get(), nullptr, 0), TCRYPTO_E_STATE);
+        EXPECT_EQ(tcrypto_rng_instantiate(ctx.get(), "me", 2), 0);
+        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), first.data(), first.size()), 0);
+        EXPECT_EQ(tcrypto_rng_reseed(ctx.get(), "more", 4), 0);
+        EXPECT_EQ(tcrypto_rng_instantiate(ctx.get(), "me", 2), 0) << "starts again";
+        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), second.data(), second.size()), 0);
+        EXPECT_NE(first, second);
+        EXPECT_NE(bytes(first.end() - 32, first.end()), bytes(32)) << "filled to its end";
+        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), nullptr, 1), TCRYPTO_E_PARAMETERS);
+    }
+}
+
+TEST(RandomBytes, NeedNoInitialisation) {
+    bytes first(48), second(48);
+    EXPECT_EQ(tcrypto_random_bytes(first.data(), first.size()), 0);
+    EXPECT_EQ(tcrypto_random_bytes(second.data(), second.size()), 0);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(tcrypto_random_bytes(nullptr, 1), TCRYPTO_E_PARAMETERS);
+}
+
+}  // namespace

@@ -1,0 +1,346 @@
+// Providers, binding, lookup and the reference count, with made-up providers
+// where the rule needs them.
+#include <errno.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tcrypto/context.h"
+#include "tcrypto/plugin.h"
+#include "tcrypto/provider.h"
+#include "tcrypto/tcrypto.h"
+#include "th/log.h"
+
+namespace {
+
+// What the made-up algorithms count, and how their contexts fare.
+std::atomic<int> live_states;
+int create_result;
+int cleanups;
+
+int create_state(const tcrypto_algorithm *, void **state) {
+    if (create_result != 0)
+        return create_result;
+    *state = &live_states;
+    ++live_states;
+    return 0;
+}
+
+void destroy_state(void *state) {
+    if (state)
+        --live_states;
+}
+
+tcrypto_algorithm made_up(const char *name, std::uint32_t kind = TCRYPTO_MAC) {
+    tcrypto_algorithm algorithm{.kind = kind, .ctx_create = create_state, .ctx_destroy = destroy_state};
+    std::snprintf(algorithm.name, sizeof(algorithm.name), "%s", name);
+    return algorithm;
+}
+
+const tcrypto_algorithm BOTH_HAVE = made_up("both"), ONLY_SECOND = made_up("second");
+
+int provider_result;
+int uninits;
+int register_first() {
+    return provider_result != 0 ? provider_result : register_algorithm(&BOTH_HAVE);
+}
+int register_second() {
+    const int rc = register_algorithm(&BOTH_HAVE);
+    return rc != 0 ? rc : register_algorithm(&ONLY_SECOND);
+}
+int call_back() {
+    return tcrypto_digest_supported("sha256", nullptr, 0);
+}
+void count_uninit() {
+    ++uninits;
+}
+const char *describe() {
+    return "made up";
+}
+
+constexpr tcrypto_provider FIRST = {1, register_first, count_uninit, describe};
+constexpr tcrypto_provider SECOND = {1, register_second, count_uninit, describe};
+constexpr tcrypto_provider NEWER = {2, register_first, count_uninit, describe};
+constexpr tcrypto_provider REENTRANT = {1, call_back, count_uninit, describe};
+
+class Library : public testing::Test {
+protected:
+    void SetUp() override {
+        create_result = provider_result = cleanups = uninits = 0;
+        ASSERT_EQ(tcrypto_init(0, nullptr), 0);
+    }
+    void TearDown() override {
+        do
+            tcrypto_uninit();
+        while (tcrypto_got_plugins() == 1);
+        EXPECT_EQ(live_states, 0);
+    }
+
+    static tcrypto_plugin *add(const char *name, const char *tags, const tcrypto_provider *provider) {
+        tcrypto_plugin *plugin = nullptr;
+        EXPECT_EQ(tcrypto_add_plugin(name, tags, &plugin), 0);
+        EXPECT_EQ(tcrypto_supply_provider(plugin, provider), 0);
+        return plugin;
+    }
+    // The provider that answers, or the code as text.
+    static std::string served_by(std::uint32_t kind, const char *name, const char *plugin) {
+        tcrypto_ctx *ctx = nullptr;
+        const int rc = tcrypto_request_algorithm(kind, name, plugin, 0, &ctx);
+        const tcrypto_ctx_ptr owner(ctx);
+        EXPECT_EQ(rc == 0, ctx != nullptr);
+        return rc == 0 ? tcrypto_plugin_name(ctx) : std::to_string(rc);
+    }
+};
+
+TEST(Errors, TextsOfCodesThatShareOneAndOfUnknownCodes) {
+    EXPECT_STREQ(tcrypto_strerror(TCRYPTO_E_SIGNATURE_PADDING), tcrypto_strerror(TCRYPTO_E_PADDING_MODE));
+    EXPECT_STREQ(tcrypto_strerror(-412), "invalid operation in current algorithm state");
+    for (const int code : {1, -9, -306, -711})
+        EXPECT_STREQ(tcrypto_strerror(code), "unknown tcrypto error");
+}
+
+TEST_F(Library, TheLastUninitTearsDownAndInitWorksAgain) {
+    EXPECT_EQ(tcrypto_init(0, "other"), TCRYPTO_E_UNSUPPORTED);
+    EXPECT_EQ(tcrypto_init(0, "openssl"), 0);
+    EXPECT_EQ(tcrypto_uninit(), 0);
+    EXPECT_EQ(tcrypto_digest_supported("sha256", nullptr, 0), 0);
+    EXPECT_EQ(tcrypto_uninit(), 0);
+    EXPECT_EQ(tcrypto_got_plugins(), 0);
+    EXPECT_EQ(tcrypto_digest_supported("sha256", nullptr, 0), TCRYPTO_E_NOT_INITIALIZED);
+    EXPECT_EQ(tcrypto_uninit(), 0) << "stays at zero";
+    EXPECT_EQ(tcrypto_init(1, nullptr), 0);
+    EXPECT_EQ(tcrypto_digest_supported("sha256", nullptr, 0), 0);
+}
+
+TEST_F(Library, RequestsAnswerByKindAndExactName) {
+    static constexpr struct {
+        std::uint32_t kind;
+        const char *name;
+        const char *plugin;
+        const char *answer;
+    } CASES[] = {
+        {TCRYPTO_DIGEST, "sha256", nullptr, "openssl"},
+        {TCRYPTO_DIGEST, "sha256", "any", "openssl"},
+        {TCRYPTO_DIGEST, "SHA256", nullptr, "-400"},
+        {TCRYPTO_RNG, "sha256", nullptr, "-400"},
+        {TCRYPTO_RNG, "drbg-ctr-192", nullptr, "openssl"},
+        {TCRYPTO_KEYGEN, "symmetric", nullptr, "openssl"},
+        {TCRYPTO_CIPHER, "aes-256-ccm", nullptr, "openssl"},
+        {TCRYPTO_MAC, "hmac-sha3-512", nullptr, "openssl"},
+        {TCRYPTO_KDF, "hkdf-sha1", nullptr, "openssl"},
+        {TCRYPTO_SIGNATURE, "eddsa-pure", nullptr, "openssl"},
+        {TCRYPTO_X509, "x509", nullptr, "openssl"},
+        {9, "sha256", nullptr, "-401"},
+        {0, "sha256", nullptr, "-401"},
+        {TCRYPTO_DIGEST, nullptr, nullptr, "-1"},
+    };
+    for (const auto &c : CASES) {
+        SCOPED_TRACE(c.name ? c.name : "(null)");
+        EXPECT_EQ(served_by(c.kind, c.name, c.plugin), c.answer);
+        const int rc = tcrypto_request_algorithm(c.kind, c.name, c.plugin, 0, nullptr);
+        EXPECT_EQ(rc == 0 ? "openssl" : std::to_string(rc), c.answer) << "asked without a context";
+    }
+}
+
+TEST_F(Library, KeyGeneratorsAreFoundById) {
+    tcrypto_ctx *ctx = nullptr;
+    const char *plugin = nullptr;
+    ASSERT_EQ(tcrypto_find_keygen_by_alg(5, &ctx, &plugin), 0);
+    const tcrypto_ctx_ptr owner(ctx);
+    EXPECT_STREQ(ctx->algorithm->name, "ec");
+    EXPECT_STREQ(plugin, "openssl");
+    EXPECT_EQ(tcrypto_find_keygen_by_alg(99, &ctx, nullptr), TCRYPTO_E_NO_ALGORITHM);
+}
+
+TEST_F(Library, AnOperationThatTheDescriptorLacksIsRefused) {
+    const tcrypto_algorithm bare = [] {
+        tcrypto_algorithm algorithm = made_up("bare", TCRYPTO_DIGEST);
+        algorithm.digest.digest_size = algorithm.digest.block_size = 1;
+        return algorithm;
+    }();
+    ASSERT_EQ(tcrypto_digest_supported("sha256", nullptr, 0), 0);  // binds
+    ASSERT_EQ(register_algorithm(&bare), 0);
+    tcrypto_ctx *ctx = nullptr;
+    ASSERT_EQ(tcrypto_digest_request("bare", nullptr, 0, &ctx), 0);
+    EXPECT_EQ(tcrypto_digest_init(ctx), TCRYPTO_E_NO_FUNCTION);
+    EXPECT_EQ(tcrypto_digest_blocks(ctx, nullptr, 0, "", 0, 1, nullptr), TCRYPTO_E_NO_FUNCTION);
+    EXPECT_EQ(tcrypto_rng_instantiate(ctx, nullptr, 0), TCRYPTO_E_ALGORITHM_TYPE);
+    tcrypto_release_ctx(ctx);
+}
+
+TEST_F(Library, TagLists) {
+    static constexpr struct {
+        const char *tags;
+        int code;
+        const char *served, *unserved;  // null: nothing to try
+    } CASES[] = {
+        {"alpha,beta", 0, "beta", "alph"},       {",alpha,,beta,", 0, "alpha", ""},
+        {"alpha,*", 0, "whatever", nullptr},     {nullptr, 0, nullptr, "alpha"},
+        {"**", TCRYPTO_E_CONFIG, nullptr, "**"}, {"alpha,b*", TCRYPTO_E_CONFIG, nullptr, "alpha"},
+    };
+    for (const auto &c : CASES) {
+        SCOPED_TRACE(c.tags ? c.tags : "(null)");
+        tcrypto_uninit();  // also of "openssl", which would serve every tag
+        tcrypto_plugin *plugin = nullptr, *found = nullptr;
+        EXPECT_EQ(tcrypto_add_plugin("tagged", c.tags, &plugin), c.code);
+        if (c.served) {
+            EXPECT_EQ(tcrypto_find_plugin("other", c.served, &found), 0);
+            EXPECT_EQ(found, plugin);
+        }
+        if (c.unserved) {
+            EXPECT_EQ(tcrypto_find_plugin("other", c.unserved, &found), TCRYPTO_E_NO_ENTRY);
+            EXPECT_EQ(found, nullptr);
+        }
+    }
+}
+
+TEST_F(Library, AddingAPluginAgainAddsItsTags) {
+    tcrypto_plugin *const plugin = add("twice", "one", &FIRST);
+    tcrypto_plugin *again = nullptr;
+    EXPECT_EQ(tcrypto_add_plugin("twice", nullptr, &again), TCRYPTO_E_EXISTS);
+    EXPECT_EQ(tcrypto_add_plugin("twice", "two,three", &again), TCRYPTO_E_EXISTS);
+    EXPECT_EQ(again, plugin);
+    EXPECT_EQ(tcrypto_add_plugin("twice", "four,**", &again), TCRYPTO_E_CONFIG);
+    EXPECT_STREQ(plugin->tags.text().get(), " one two three");
+    EXPECT_EQ(tcrypto_find_plugin("nobody", nullptr, &again), TCRYPTO_E_NO_ENTRY);
+    EXPECT_EQ(again, nullptr);
+}
+
+TEST_F(Library, TheNextPluginAnswersWhatTheFirstLacks) {
+    add("first", "ours,first", &FIRST);
+    add("second", "ours", &SECOND);
+    EXPECT_EQ(served_by(TCRYPTO_MAC, "second", "ours"), "second");
+    EXPECT_EQ(served_by(TCRYPTO_MAC, "both", "ours"), "first");
+    EXPECT_EQ(served_by(TCRYPTO_MAC, "second", "first"), "-400");
+    create_result = -403;
+    EXPECT_EQ(served_by(TCRYPTO_MAC, "both", "ours"), "-403");
+    create_result = 0;
+    EXPECT_EQ(live_states, 0);
+}
+
+TEST_F(Library, APluginThatCannotBeBoundIsPassedOver) {
+    add("first", "ours,alone", &FIRST);
+    add("second", "ours", &SECOND);
+    provider_result = -105;
+    EXPECT_EQ(served_by(TCRYPTO_MAC, "both", "ours"), "second");
+    provider_result = 0;
+    EXPECT_EQ(served_by(TCRYPTO_MAC, "both", "ours"), "first") << "tried again at the next request";
+}
+
+TEST_F(Library, BindingLogsWhyItFails) {
+    static constexpr struct {
+        const char *name;
+        const tcrypto_provider *provider;
+        int result, code;
+        const char *text;
+    } CASES[] = {
+        {"newer", &NEWER, 0, TCRYPTO_E_INCOMPATIBLE,
+         "tcrypto_plugin: plugin version (2) incompatible with tcrypto library version (1) ["},
+        {"failing", &FIRST, -7, -7, "tcrypto_plugin: 'failing' plugin initialization failed ["},
+        {"none", nullptr, 0, TCRYPTO_E_PLUGIN_LOAD, ""},
+        {"reentrant", &REENTRANT, 0, EDEADLK, "tcrypto_static: failed to lock library mutex ["},
+    };
+    for (const auto &c : CASES) {
+        SCOPED_TRACE(c.name);
+        tcrypto_plugin *const plugin = add(c.name, nullptr, c.provider);
+        provider_result = c.result;
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(tcrypto_bind_plugin(plugin), c.code);
+        EXPECT_NE(testing::internal::GetCapturedStderr().find(c.text), std::string::npos);
+        EXPECT_EQ(plugin->provider, nullptr);
+    }
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(tcrypto_bind_plugins(2), EDEADLK) << "the last one's";
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("failed to load plugin newer "
+                                                          "(plugin incompatible with library) ["),
+              std::string::npos);
+    EXPECT_EQ(tcrypto_digest_supported("md5", nullptr, 0), 0) << "the others are bound";
+    EXPECT_EQ(uninits, 0);
+    tcrypto_plugin *openssl = nullptr;
+    ASSERT_EQ(tcrypto_find_plugin("openssl", nullptr, &openssl), 0);
+    EXPECT_EQ(tcrypto_bind_plugin(openssl), TCRYPTO_E_PLUGIN_LOADED);
+    EXPECT_EQ(tcrypto_bind_plugins(1), 0) << "only the first, which is bound";
+}
+
+TEST_F(Library, UnusableDescriptorsAreRefused) {
+    tcrypto_algorithm no_create = made_up("a"), no_destroy = made_up("a"), no_sizes = made_up("a", 1);
+    no_create.ctx_create = nullptr;
+    no_destroy.ctx_destroy = nullptr;
+    no_sizes.digest.digest_size = 8;
+    const tcrypto_algorithm blank = made_up(" \t"), ninth = made_up("nine", 9), zeroth = made_up("none", 0);
+    const struct {
+        const tcrypto_algorithm *algorithm;
+        const char *text;
+    } cases[] = {
+        {nullptr, ""},
+        {&no_create, ""},
+        {&no_destroy, ""},
+        {&no_sizes, ""},
+        {&blank, "invalid algorithm name ' \t' ["},
+        {&ninth, "invalid algorithm type '9' for 'nine' ["},
+        {&zeroth, "invalid algorithm type '0' for 'none' ["},
+    };
+    ASSERT_EQ(tcrypto_bind_plugins(1), 0);
+    for (const auto &c : cases) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(register_algorithm(c.algorithm), TCRYPTO_E_PARAMETERS);
+        EXPECT_NE(testing::internal::GetCapturedStderr().find(c.text), std::string::npos) << c.text;
+    }
+}
+
+TEST_F(Library, UninitFreesContextsThatAreStillAlive) {
+    tcrypto_plugin *const plugin = add("first", "ours", &FIRST);
+    tcrypto_ctx *released = nullptr, *kept = nullptr, *newest = nullptr;
+    ASSERT_EQ(tcrypto_request_algorithm(TCRYPTO_MAC, "both", "ours", 0, &kept), 0);
+    ASSERT_EQ(tcrypto_get_algorithm(plugin, TCRYPTO_MAC, "both", &released), 0);
+    ASSERT_EQ(tcrypto_request_algorithm(TCRYPTO_MAC, "both", "ours", 0, &newest), 0);
+    EXPECT_EQ(live_states, 3);
+    kept->cleanup = [](tcrypto_ctx *) { ++cleanups; };
+    tcrypto_release_ctx(released);
+    tcrypto_release_ctx(nullptr);
+    EXPECT_EQ(tcrypto_uninit(), 0);
+    EXPECT_EQ(live_states, 0);
+    EXPECT_EQ(cleanups, 1);
+    EXPECT_EQ(uninits, 1);
+}
+
+TEST_F(Library, ListingShowsTagsStatusAndAlgorithms) {
+    add("idle", "x,y", &FIRST);
+    ASSERT_EQ(tcrypto_bind_plugins(1), 0);
+    ASSERT_EQ(th_log_update_config("tcrypto_plugin:stdout=info"), 0);
+    testing::internal::CaptureStdout();
+    tcrypto_print_plugins();
+    const std::string text = testing::internal::GetCapturedStdout();
+    for (const char *part : {": Plugin: openssl [", ": \tTags: * [", ": \tStatus: active [",
+                             ": \tDescription: ", "digest: blake3 [", "x509: x509 [", ": \tTags: x y [",
+                             ": \tStatus: inactive ["})
+        EXPECT_NE(text.find(part), std::string::npos) << part;
+}
+
+// With no reference but their own, so that it is torn down and bound again meanwhile.
+TEST_F(Library, ThreadsShareTheLibrary) {
+    tcrypto_uninit();
+    const auto work = [] {
+        for (int round = 0; round < 50; ++round) {
+            EXPECT_EQ(tcrypto_init(0, nullptr), 0);
+            tcrypto_ctx *ctx = nullptr;
+            EXPECT_EQ(tcrypto_digest_request("blake2b256", nullptr, 0, &ctx), 0);
+            std::uint8_t out[32];
+            EXPECT_EQ(tcrypto_digest(ctx, "abc", 3, out, nullptr), 0);
+            EXPECT_EQ(out[0], 0xbd);
+            tcrypto_release_ctx(ctx);
+            EXPECT_EQ(tcrypto_uninit(), 0);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back(work);
+    for (std::thread &thread : threads)
+        thread.join();
+}
+
+}  // namespace

@@ -1,0 +1,111 @@
+// A program that logs what its arguments say, so that tests can look at the
+// environment's effect from outside:
+//   CONTEXT:FLAGS:TEXT  logs, to alpha, beta, gamma, or null without call site
+//   new=NAME            registers the context gamma under this name
+//   update=TEXT         updates the configuration
+//   cl                  switches to command line mode
+//   show=NAME           prints destinations and the two levels that count
+//   full                sends standard output to a full device
+//   edges               logs before the contexts exist and after they are gone
+//   clash               registers alpha's variable under another name
+// A result that is not 0 is printed on standard error.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <unistd.h>
+
+#include "th/log.h"
+
+namespace {
+
+bool wants_edges(int argc, char **argv) {
+    return argc > 1 && std::strcmp(argv[1], "edges") == 0;
+}
+
+}  // namespace
+
+TH_LOG_CONTEXT_DEFINE(alpha, "alpha");
+TH_LOG_CONTEXT_DEFINE(beta, "beta");
+
+namespace {
+
+th_log_context *gamma_log = nullptr;
+bool log_at_the_end = false;
+
+// glibc passes the arguments to constructors; 101 is before every other one.
+[[gnu::constructor(101)]] void log_early(int argc, char **argv) {
+    log_at_the_end = wants_edges(argc, argv);
+    if (log_at_the_end)
+        TH_LOG(alpha, TH_LOG_ERROR, "early\n");
+}
+
+[[gnu::destructor(101)]] void log_late() {
+    if (log_at_the_end)
+        TH_LOG(alpha, TH_LOG_ERROR, "late\n");
+}
+
+void report(int result) {
+    if (result != 0)
+        std::fprintf(stderr, "= %d\n", result);
+}
+
+int log_message(const std::string &name, const std::string &flags, const char *text) {
+    if (name == "null")
+        return th_log_ex(nullptr, "%s\n", text);
+    const th_log_call_site site = {
+        .line = 7,
+        .file = "some/dir/probe.cc",
+        .flags = std::strtoull(flags.c_str(), nullptr, 0),
+        .context = name == "alpha"  ? &alpha
+                   : name == "beta" ? &beta
+                                    : &gamma_log,
+    };
+    return th_log_ex(&site, "%s\n", text);
+}
+
+int show(const char *name) {
+    std::uint32_t bits = 0;
+    std::int32_t to_stderr = 0;
+    std::int32_t to_stdout = 0;
+    if (const int error = th_log_get_destinations_by_name(name, &bits); error != 0)
+        return error;
+    th_log_get_verbosity_by_name(name, TH_LOG_STDERR, &to_stderr);
+    th_log_get_verbosity_by_name(name, TH_LOG_STDOUT, &to_stdout);
+    std::printf("%#x %d %d\n", bits, to_stderr, to_stdout);
+    return 0;
+}
+
+int run(const std::string &argument) {
+    const std::size_t colon = argument.find(':');
+    const std::size_t equals = argument.find('=');
+    const std::string verb = argument.substr(0, equals);
+    const char *value = equals == argument.npos ? "" : argument.c_str() + equals + 1;
+    if (verb == "new")
+        return th_log_context_create(value, &gamma_log);
+    if (verb == "update")
+        return th_log_update_config(value);
+    if (verb == "cl")
+        return th_log_set_cl_mode();
+    if (verb == "show")
+        return show(value);
+    if (verb == "full")
+        return dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO) < 0;
+    if (verb == "edges")
+        return 0;
+    if (verb == "clash")
+        return (th_log_registration("other", &alpha), 0);
+    const std::size_t second = argument.find(':', colon + 1);
+    return log_message(argument.substr(0, colon), argument.substr(colon + 1, second - colon - 1),
+                       argument.c_str() + second + 1);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    for (int i = 1; i < argc; i++)
+        report(run(argv[i]));
+    th_log_context_destroy(&gamma_log);
+    return 0;
+}

@@ -1,0 +1,339 @@
+#include "th/log.h"
+
+#include <cerrno>
+#include <csignal>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <regex>
+#include <string>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+TH_LOG_CONTEXT_DEFINE(test_log, "test");
+
+namespace {
+
+using strings = std::vector<std::string>;
+
+struct probe_result {
+    std::string out, err;
+    int status = -1;
+};
+
+std::vector<char *> pointers(strings &texts) {
+    std::vector<char *> list;
+    for (std::string &text : texts)
+        list.push_back(text.data());
+    list.push_back(nullptr);
+    return list;
+}
+
+std::string read_all(int fd) {
+    std::string text(static_cast<std::size_t>(lseek(fd, 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(fd, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+    close(fd);
+    return text;
+}
+
+// The text with the thread's id replaced by "N".
+std::string without_thread(const std::string &text, pid_t thread) {
+    return std::regex_replace(text, std::regex("\\b" + std::to_string(thread) + "\\]"), "N]");
+}
+
+// Runs the probe with exactly this environment.  Thread ids and the logger's own
+// line numbers are replaced by "N".
+probe_result run_probe(strings environment, strings arguments) {
+    arguments.insert(arguments.begin(), TH_LOG_PROBE);
+    const std::vector<char *> argv = pointers(arguments);
+    const std::vector<char *> envp = pointers(environment);
+    const int out = memfd_create("out", 0);
+    const int err = memfd_create("err", 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(out, STDOUT_FILENO);
+        dup2(err, STDERR_FILENO);
+        execve(TH_LOG_PROBE, argv.data(), envp.data());
+        _exit(127);
+    }
+    probe_result result;
+    waitpid(child, &result.status, 0);
+    result.out = read_all(out);
+    result.err = std::regex_replace(read_all(err), std::regex("(log_[a-z]+.cc)\\([0-9]+\\)"), "$1(N)");
+    result.err = without_thread(result.err, child);
+    return result;
+}
+
+struct probe_case {
+    const char *name;
+    strings environment;
+    strings arguments;
+    const char *out;
+    const char *err;
+};
+
+void check(const probe_case &c) {
+    SCOPED_TRACE(c.name);
+    const probe_result result = run_probe(c.environment, c.arguments);
+    EXPECT_EQ(result.out, c.out);
+    EXPECT_EQ(result.err, c.err);
+    EXPECT_EQ(result.status, 0);
+}
+
+const std::string NAME_31(31, 'n');
+const std::string NAME_32(32, 'n');
+
+TEST(Log, EnvironmentChoosesDestinations) {
+    const probe_case cases[] = {
+        {"notices and worse go to stderr",
+         {},
+         {"alpha:3:bad", "beta:5:note", "alpha:6:info", "alpha:0:info", "null::info"},
+         "",
+         "alpha: bad [probe.cc(7)]\nbeta: note [probe.cc(7)]\n"},
+        {"everything to stdout as well",
+         {"TH_LOG_CONFIG_CTX=all:stdout=debug2"},
+         {"alpha:3:bad", "beta:8:detail", "null::plain"},
+         "alpha: bad [probe.cc(7)]\nbeta: detail [probe.cc(7)]\ndefault: plain\n",
+         "alpha: bad [probe.cc(7)]\n"},
+        {"one context is silent",
+         {"TH_LOG_CONFIG_CTX=alpha:~stderr"},
+         {"alpha:1:a", "beta:1:b"},
+         "",
+         "beta: b [probe.cc(7)]\n"},
+        {"the default context lowers those that follow it",
+         {"TH_LOG_CONFIG_CTX=beta:stderr=notice;default:stderr=error"},
+         {"alpha:4:a", "beta:4:b"},
+         "",
+         "beta: b [probe.cc(7)]\n"},
+        {"the program's own variable comes on top",
+         {"TH_LOG_CONFIG_CTX=all:stderr=none", "TH_LOG_CONFIG_CTX__th_log_probe=beta:stderr=all"},
+         {"alpha:1:a", "beta:255:b"},
+         "",
+         "beta: b [probe.cc(7)]\n"},
+        {"system loggers print nothing",
+         {"TH_LOG_CONFIG_CTX=all:~all,xlog=all,xlog2=all"},
+         {"alpha:1:a", "show=alpha"},
+         "0xc00000 5 5\n",
+         ""},
+        {"message flags overrule destinations, not levels",
+         {"TH_LOG_CONFIG_CTX=alpha:~stderr"},
+         {"alpha:0x200003:a", "alpha:0x200006:b", "alpha:0x100103:c", "beta:0x100203:d",
+          "beta:0x100000003:e"},
+         "beta: d [probe.cc(7)]\n",
+         "alpha: a [probe.cc(7)]\nbeta: e [probe.cc(7)][N]\n"},
+        {"contexts need not exist",
+         {},
+         {"edges"},
+         "",
+         "default: early [log_probe.cc(N)]\n"
+         "default: late [log_probe.cc(N)]\n"},
+    };
+    for (const probe_case &c : cases)
+        check(c);
+}
+
+TEST(Log, RefusedVariablesBringTheDefaultsBack) {
+    const auto refused = [](const std::string &value, const std::string &reason) {
+        return "th: TH_LOG_CONFIG_CTX environment variable error ('" + value + "') (" + reason +
+               ") [log_state.cc(N)]\n";
+    };
+    const std::string invalid = "22, Invalid argument";
+    for (const char *value : {"x:stderr=loud", "x:stdlog", "x y:stderr", "", "alpha:stdout;", ":stdout",
+                              "alpha:", "alpha:stdout,", "x:~stderr=default", "x:~default", "x:stderr="}) {
+        check({value,
+               {std::string("TH_LOG_CONFIG_CTX=") + value},
+               {"show=alpha", "update=alpha:stdout=info", "show=alpha"},
+               "0x200000 5 5\n0x300000 5 6\n",
+               refused(value, invalid).c_str()});
+    }
+    const std::string entries = NAME_31 + ":stdout;" + NAME_32 + ":stdout";
+    check({"a name of 32 characters",
+           {"TH_LOG_CONFIG_CTX=" + entries},
+           {"show=" + NAME_31},
+           "",
+           (refused(entries, "36, File name too long") + "= 2\n").c_str()});
+    check({"the second variable's fault undoes the first",
+           {"TH_LOG_CONFIG_CTX=all:stdout=info", "TH_LOG_CONFIG_CTX__th_log_probe=?"},
+           {"show=alpha"},
+           "0x200000 5 5\n",
+           "th: TH_LOG_CONFIG_CTX__th_log_probe environment variable error ('?') (22, Invalid argument) "
+           "[log_state.cc(N)]\n"});
+}
+
+TEST(Log, UpdatesReachContextsAliveAndToCome) {
+    const probe_case cases[] = {
+        {"template of its own name before the one of all",
+         {},
+         {"update=all:stderr=info;new:stderr=debug1", "new=new", "show=new", "show=alpha", "show=all"},
+         "0x200000 7 5\n0x200000 6 5\n0x200000 6 5\n",
+         ""},
+        {"a fault applies nothing",
+         {},
+         {"update=alpha:stdout;later:stdout;default:stdout;beta:stdout=x", "show=alpha", "show=default",
+          "show=later"},
+         "0x200000 5 5\n0x200000 5 5\n",
+         "= 22\n= 2\n"},
+        {"back to the default context",
+         {},
+         {"update=alpha:stdout=info,~stderr=none;default:stdout=debug1", "show=alpha",
+          "update=alpha:stderr=default", "show=alpha", "update=alpha:default", "show=alpha"},
+         "0x100000 0 6\n0x300000 5 6\n0x300000 5 7\n",
+         ""},
+        {"what does not follow keeps its level",
+         {},
+         {"update=alpha:stderr;default:stderr=debug1", "show=alpha", "show=beta", "show=default"},
+         "0x200000 5 5\n0x200000 7 5\n0x200000 7 5\n",
+         ""},
+        {"a new context without level starts with the default one",
+         {},
+         {"update=default:stdout=error;new:stdout", "show=new", "new=new", "update=default:stdout=all",
+          "show=new"},
+         "0x300000 5 3\n0x300000 5 3\n",
+         ""},
+        {"names are cut and cleaned",
+         {},
+         {"new=all", "update=_ll:stdout", "show=_ll", "new=a b", "show=a_b"},
+         "0x300000 5 5\n",
+         "= 17\n= 2\n"},
+        {"a variable in force locks",
+         {"TH_LOG_CONFIG_CTX=alpha:stdout"},
+         {"update=alpha:stdout=all", "update=?", "show=alpha"},
+         "0x300000 5 5\n",
+         "= 1\n= 1\n"},
+        {"unless told otherwise",
+         {"TH_LOG_CONFIG_CTX=alpha:stdout", "TH_LOG_CONFIG_LOCKED=0"},
+         {"update=alpha:stdout=all", "show=alpha"},
+         "0x300000 5 255\n",
+         ""},
+    };
+    for (const probe_case &c : cases)
+        check(c);
+}
+
+TEST(Log, CommandLineModeStartsAgain) {
+    const probe_case cases[] = {
+        {"errors only",
+         {"TH_LOG_CONFIG_CTX=all:stdout=all"},
+         {"cl", "alpha:4:warning", "alpha:3:error", "new=new", "show=new"},
+         "0x200000 3 5\n",
+         "alpha: error [probe.cc(7)]\n"},
+        {"its variables apply even where locked",
+         {"TH_LOG_CONFIG_CTX=beta:stdout=all", "TH_LOG_CONFIG_CTX_CL=alpha:stdout",
+          "TH_LOG_CONFIG_CTX_CL__th_log_probe=alpha:stdout=debug1"},
+         {"cl", "show=alpha", "show=beta"},
+         "0x300000 3 7\n0x200000 3 5\n",
+         ""},
+        {"a refused variable is ignored",
+         {"TH_LOG_CONFIG_CTX_CL=alpha"
+          ":?"},
+         {"cl", "show=alpha"},
+         "0x200000 3 5\n",
+         "th: TH_LOG_CONFIG_CTX_CL environment variable error ('alpha:?') (22, Invalid argument) "
+         "[log_state.cc(N)]\n= 22\n"},
+    };
+    for (const probe_case &c : cases)
+        check(c);
+}
+
+TEST(Log, ReportsWriteErrors) {
+    check({"full device",
+           {"TH_LOG_CONFIG_CTX=all:stdout=all"},
+           {"full", "alpha:3:lost"},
+           "",
+           "alpha: lost [probe.cc(7)]\n= 28\n"});
+}
+
+TEST(Log, AbortsWhenTwoNamesShareAVariable) {
+    const probe_result result = run_probe({}, {"clash"});
+    EXPECT_EQ(WTERMSIG(result.status), SIGABRT);
+    EXPECT_EQ(result.err,
+              "th log context creation failed for 'other', aborting (17, File exists)\n"
+              "A context at that address exists with a different context name.  Define a unique "
+              "TH_LOG_USER_CONTEXT_VAR in your static libraries' make file to avoid this.  Refer to TH "
+              "documentation for more details.\ncontext name was: alpha\n");
+}
+
+// What `log` writes to standard error.
+template <class Log>
+std::string captured(Log log) {
+    testing::internal::CaptureStderr();
+    log();
+    return testing::internal::GetCapturedStderr();
+}
+
+TEST(Log, EndsLinesWithTheirLocation) {
+    const struct {
+        const char *name;
+        th_log_call_site site;
+        std::string location;
+    } cases[] = {
+        {"nothing known", {}, ""},
+        {"file and line", {.line = 4, .file = "a/b\\c.cc"}, " [c.cc(4)]"},
+        {"whole file name", {.file = "a/b.cc", .whole_file_name = true}, " [a/b.cc]"},
+        {"function", {.line = 9, .file = "b.cc", .function = "f"}, " [b.cc(9)::f]"},
+        {"function alone", {.function = "f"}, " [::f]"},
+        {"line alone, thread", {.line = 9, .flags = TH_LOG_FLAG_THREAD_ID}, " [(9)][N]"},
+        {"thread alone", {.flags = TH_LOG_FLAG_THREAD_ID}, " [N]"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        th_log_call_site site = c.site;
+        site.flags |= TH_LOG_ERROR;
+        site.context = &test_log;
+        const std::string line = captured([&] {
+            errno = EIO;
+            EXPECT_EQ(th_log_ex(&site, "\tm %d %% \t\n\n", 5), 0);
+            EXPECT_EQ(errno, EIO);
+        });
+        EXPECT_EQ(without_thread(line, gettid()), "test: \tm 5 %" + c.location + "\n");
+    }
+}
+
+TEST(Log, WritesMessagesOfEveryLengthWhole) {
+    const th_log_call_site site = {.line = 1, .file = "f.cc", .flags = TH_LOG_ERROR, .context = &test_log};
+    // The stack buffer is full at 1024 bytes with everything around the text.
+    for (const std::size_t length : {0, 1000, 1006, 1007, 1008, 1009, 1010, 1023, 1024, 5000, 100000, 2000}) {
+        SCOPED_TRACE(length);
+        const std::string text(length, 'x');
+        EXPECT_EQ(captured([&] { th_log_ex(&site, "%s\n", text.c_str()); }),
+                  "test: " + text + " [f.cc(1)]\n");
+    }
+    const std::string bytes(700, '\xa5');
+    std::string digits;
+    for (std::size_t i = 0; i < bytes.size(); i++)
+        digits += "a5";
+    EXPECT_EQ(captured([&] { th_log_bin_ex(&site, bytes.data(), bytes.size(), "key\n"); }),
+              "test: key " + digits + " [f.cc(1)]\n");
+    EXPECT_EQ(th_log_bin_ex(&site, nullptr, 1, "x"), EINVAL);
+}
+
+TEST(Log, ChecksAndReadsBackWithoutWriting) {
+    const auto check_level = [](std::uint64_t flags) {
+        const th_log_call_site site = {.flags = flags, .context = &test_log};
+        return th_log_check(&site);
+    };
+    EXPECT_TRUE(check_level(TH_LOG_NOTICE));
+    EXPECT_FALSE(check_level(TH_LOG_INFO));
+    EXPECT_FALSE(check_level(TH_LOG_ERROR | TH_LOG_FLAG_NO_STDERR));
+    EXPECT_FALSE(th_log_check(nullptr));
+    std::int32_t level = 0;
+    EXPECT_EQ(th_log_get_verbosity(&test_log, TH_LOG_XLOG2, &level), 0);
+    EXPECT_EQ(level, TH_LOG_NOTICE);
+    EXPECT_EQ(th_log_get_verbosity(&test_log, TH_LOG_ALL_DESTINATIONS, &level), EINVAL);
+    th_log_context *nobody = nullptr;
+    EXPECT_EQ(th_log_get_verbosity(&nobody, TH_LOG_STDERR, &level), ENOENT);
+    EXPECT_EQ(captured([] { th_log_dump_context_config("new context", &test_log); }),
+              "new context: test:xlog=default,xlog2=default,stderr=default,stdout=default\n");
+}
+
+TEST(Log, AbortsOnErrno) {
+    static const th_log_call_site site = {.flags = TH_LOG_DEBUG1, .context = &test_log};
+    th_abort_on_errno(&site, 0, "nothing");
+    EXPECT_DEATH(th_abort_on_errno(&site, EIO, "disk"),
+                 "^test: critical failure: disk \\(5, Input/output error\\). Calling abort\\(\\).\n");
+    EXPECT_DEATH(th_abort_on_errno(&site, -5, "disk"),
+                 "^test: critical failure: disk \\(-5\\). Calling abort");
+}
+
+}  // namespace

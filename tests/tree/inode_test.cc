@@ -1,0 +1,219 @@
+#include "tree/inode.h"
+
+#include <errno.h>
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+#include "tree/tree_fixture.h"
+
+namespace {
+
+constexpr int MANY = 100000;
+
+TEST_F(tree_test, NewNodesTakeTheDefaultsOfTheirType) {
+    fs.uid = 5;
+    fs.gid = 6;
+    fs.mtime = -7;
+    const struct {
+        std::int32_t type;
+        const char *name;
+        std::uint32_t mode, mode_type;
+        std::uint16_t nlink;
+    } types[] = {{MKTFS_INODE_FILE, "file", 0644, 0x8000, 1},
+                 {MKTFS_INODE_DIR, "dir", 0755, 0x4000, 2},
+                 {MKTFS_INODE_LINK, "link", 0777, 0xA000, 1},
+                 {MKTFS_INODE_HLINK, "hlink", 0, 0x8000, 0},
+                 {9, "unknown", 0, 0, 0}};
+    for (const auto &type : types) {
+        SCOPED_TRACE(type.name);
+        mktfs_inode *inode = mktfs_inode_make(&fs, type.type);
+        EXPECT_STREQ(mktfs_inode_type2str(type.type), type.name);
+        EXPECT_EQ(mktfs_inode_type2mode_type(type.type), type.mode_type);
+        EXPECT_EQ(inode->mode, type.mode);
+        EXPECT_EQ(inode->nlink, type.nlink);
+        EXPECT_EQ(inode->uid + inode->gid, 11u);
+        EXPECT_EQ(inode->mtime, -7);
+        mktfs_inode_release(inode);
+    }
+    EXPECT_EQ(mktfs_mode_type2mktfs_type(0x81A4), MKTFS_INODE_FILE);
+    EXPECT_EQ(mktfs_mode_type2mktfs_type(0xA1FF), MKTFS_INODE_LINK);
+    EXPECT_EQ(mktfs_mode_type2mktfs_type(0x2000), -1);
+    backend.flags = 0;
+    mktfs_inode_release(mktfs_inode_make(&fs, MKTFS_INODE_HLINK));
+    EXPECT_EQ(log.take(),
+              (std::vector<log_line>{{4, "build:7:3:backend filesystem does not support hardlinks\n"}}));
+}
+
+TEST_F(tree_test, SpellingsOfAPathPlaceTheSameNode) {
+    for (const char *path : {"usr/bin/ls", "/usr/bin/ls", "usr//bin/ls/"}) {
+        SCOPED_TRACE(path);
+        place(MKTFS_INODE_FILE, path);
+        EXPECT_EQ(listing(), " /usr /usr/bin /usr/bin/ls ");
+        EXPECT_EQ(find("/usr/bin")->mode, 0755u);
+        EXPECT_EQ(find("usr")->nchildren, 1u);
+        mktfs_filesystem_free(&fs);
+    }
+    EXPECT_EQ(place(MKTFS_INODE_FILE, ""), nullptr);
+    mktfs_inode *unplaced = place(MKTFS_INODE_DIR, "//");
+    EXPECT_EQ(listing(), " ");
+    mktfs_inode_release(unplaced);
+}
+
+TEST_F(tree_test, ASecondDirectoryOverridesTheAttributesOfTheFirst) {
+    mktfs_inode *first = place(MKTFS_INODE_DIR, "/a/usr");
+    mktfs_inode *second = mktfs_inode_make(&fs, MKTFS_INODE_DIR);
+    second->uid = 1;
+    second->gid = 2;
+    second->mode = 0700;
+    second->mtime = 3;
+    EXPECT_EQ(mktfs_inode_add(&fs, second, "a/usr"), 0);
+    EXPECT_EQ(listing(), " /a /a/usr ");
+    EXPECT_EQ(first->uid * 10 + first->gid, 12u);
+    EXPECT_EQ(first->mode, 0700u);
+    EXPECT_EQ(first->mtime, 0);
+    EXPECT_EQ(log.text(), "build:7:3:directory 'usr' attributes overridden\n");
+}
+
+TEST_F(tree_test, ObstaclesAreParseErrorsThatMayReturn) {
+    place(MKTFS_INODE_FILE, "/usr/file");
+    place(MKTFS_INODE_FILE, "/usr/file/below/it");
+    place(MKTFS_INODE_DIR, "usr//file");
+    EXPECT_EQ(log.take(),
+              (std::vector<log_line>{
+                  {4, "build:7:3:intermediate filesystem object at path '/usr/file' is not a directory\n"},
+                  {4, "build:7:3:duplicate filesystem object at path 'usr//file'\n"}}));
+    EXPECT_EQ(listing(), " /usr /usr/file /usr/file/below /usr/file/below/it /usr/file ");
+    EXPECT_EQ(find("usr/file")->type, MKTFS_INODE_FILE) << "the first of a name is found";
+}
+
+TEST_F(tree_test, ChildrenAreInByteOrderOrNewestFirst) {
+    for (const char *path : {"a", "B", "\xE4", "ab", "", "C"})
+        place(MKTFS_INODE_FILE, path);
+    EXPECT_EQ(listing(), " /B /C /a /ab /\xE4 ");
+    mktfs_filesystem_free(&fs);
+    backend.flags = 0;
+    for (const char *path : {"a", "B", "c", "a"})
+        place(MKTFS_INODE_FILE, path);
+    EXPECT_EQ(listing(), " /a /c /B /a ");
+    EXPECT_EQ(find("a"), fs.root.children.first);
+    mktfs_inode *newest = fs.root.children.first;
+    mktfs_inode_unlink(newest);
+    mktfs_inode_release(newest);
+    EXPECT_EQ(find("a")->next, nullptr);
+    EXPECT_EQ(fs.root.nchildren, 9u) << "never decreased";
+}
+
+TEST_F(tree_test, FullPathsAreCutToFit) {
+    const mktfs_inode *inode = place(MKTFS_INODE_FILE, "usr/bin/ls");
+    for (std::size_t length = 1; length < 14; ++length) {
+        char path[20] = "";
+        path[length] = 'X';
+        mktfs_inode_full_path(inode, path, length);
+        EXPECT_EQ(path, std::string("/usr/bin/ls").substr(0, length - 1));
+        EXPECT_EQ(path[length], 'X');
+    }
+}
+
+TEST_F(tree_test, FindsByPath) {
+    mktfs_inode *ls = place(MKTFS_INODE_FILE, "usr/bin/ls");
+    EXPECT_EQ(find("//usr/bin//ls/"), ls);
+    EXPECT_EQ(find("/"), &fs.root);
+    for (const char *path : {"", "usr/bin/l", "usr/bin/lsx", "bin/ls"})
+        EXPECT_EQ(find(path), nullptr) << path;
+    EXPECT_EQ(mktfs_filesystem_find_inode(&fs, nullptr), nullptr);
+    EXPECT_EQ(mktfs_inode_find(&fs.root.children, nullptr), nullptr);
+    EXPECT_EQ(mktfs_inode_find(nullptr, "usr"), nullptr);
+    EXPECT_EQ(log.text(), "");
+    EXPECT_EQ(find("usr/bin/ls/x"), nullptr);
+    EXPECT_TRUE(log.has(2, "intermediate inode with name 'ls' is not a dir\n"));
+}
+
+TEST_F(tree_test, WalksVisitInTheirOrder) {
+    for (const char *path : {"a/x/z", "b/y"})
+        place(MKTFS_INODE_FILE, path);
+    EXPECT_EQ(listing(), " /a /a/x /a/x/z /b /b/y ");
+    EXPECT_EQ(listing(mktfs_filesystem_walk_layer), " /a /b /a/x /a/x/z /b/y ");
+}
+
+// Frees every node whose name is "x"; stops with 7 at a "stop".
+int free_x(mktfs_filesystem *, mktfs_inode *inode, void *) {
+    if (inode->name == "stop")
+        return 7;
+    if (inode->name == "x") {
+        mktfs_inode_unlink(inode);
+        mktfs_inode_free(inode);
+        mktfs_inode_release(inode);
+    }
+    return 0;
+}
+
+TEST_F(tree_test, WalksLetTheCallbackFreeItsNode) {
+    for (auto *walk : {mktfs_filesystem_walk_tree, mktfs_filesystem_walk_layer}) {
+        for (const char *path : {"a/x/z", "a/x/a", "a/y", "b/w", "b/x", "x"})
+            place(MKTFS_INODE_FILE, path);
+        EXPECT_EQ(walk(free_x, nullptr), 0);
+        EXPECT_EQ(listing(), " /a /a/y /b /b/w ");
+        place(MKTFS_INODE_FILE, "a/stop");
+        EXPECT_EQ(walk(free_x, nullptr), 7);
+        mktfs_filesystem_free(&fs);
+    }
+}
+
+TEST_F(tree_test, NamesFromAnImageStayInTheirDirectory) {
+    fs.root.path = "out";
+    const std::string names[] = {"", ".", "..", "a/b", "/", std::string("a\0b", 3)};
+    for (const std::string &name : names)
+        EXPECT_EQ(mktfs_inode_create(&fs.root, 2, name.data(), name.size(), MKTFS_INODE_FILE), EINVAL);
+    EXPECT_EQ(fs.root.children.first, nullptr);
+    EXPECT_EQ(mktfs_inode_create(&fs.root, 2, "...xx", 3, MKTFS_INODE_LINK), 0);
+    const mktfs_inode *inode = fs.root.children.first;
+    EXPECT_EQ(inode->path, "out/...");
+    EXPECT_EQ(inode->ino, 2u);
+    EXPECT_EQ(inode->mode + inode->nlink, 0u);
+}
+
+TEST_F(tree_test, ManyChildrenStayOrderedAndQuick) {
+    std::vector<std::string> names;
+    for (int i = 0; i < MANY; ++i)
+        names.push_back(std::to_string(i));
+    std::shuffle(names.begin(), names.end(), std::mt19937(1));
+    for (const std::string &name : names)
+        place(MKTFS_INODE_FILE, name);
+    for (int i = 0; i < MANY; i += 2) {
+        mktfs_inode *inode = find(names[static_cast<std::size_t>(i)]);
+        ASSERT_NE(inode, nullptr);
+        mktfs_inode_unlink(inode);
+        mktfs_inode_release(inode);
+        names[static_cast<std::size_t>(i)].clear();
+    }
+    std::erase(names, "");
+    std::ranges::sort(names);
+    const mktfs_inode *inode = fs.root.children.first;
+    for (const std::string &name : names) {
+        ASSERT_EQ(inode->name, name);
+        ASSERT_EQ(find(name), inode);
+        inode = inode->next;
+    }
+    EXPECT_EQ(inode, nullptr);
+}
+
+TEST_F(tree_test, ADeepPathNeedsNoDeepStack) {
+    std::string path;
+    for (int i = 0; i < MANY; ++i)
+        path += "/d";
+    const mktfs_inode *last = place(MKTFS_INODE_FILE, path);
+    EXPECT_EQ(find(path), last);
+    char text[4096] = "";
+    mktfs_inode_full_path(last, text, sizeof text);
+    EXPECT_EQ(text, path.substr(0, 4095));
+    for (auto *walk : {mktfs_filesystem_walk_tree, mktfs_filesystem_walk_layer}) {
+        int count = 0;
+        walk([](mktfs_filesystem *, mktfs_inode *, void *arg) { return ++*static_cast<int *>(arg), 0; },
+             &count);
+        EXPECT_EQ(count, MANY + 1);
+    }
+}
+
+}  // namespace

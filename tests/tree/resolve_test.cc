@@ -1,0 +1,81 @@
+#include "tree/resolve.h"
+
+#include <errno.h>
+
+#include "tree/tree_fixture.h"
+
+namespace {
+
+class resolve : public tree_test {
+protected:
+    ~resolve() override { verbose = 0; }
+    mktfs_inode *hardlink(const std::string &path, const std::string &target) {
+        mktfs_inode *inode = place(MKTFS_INODE_HLINK, path);
+        inode->path = target;
+        inode->size = target.size();
+        return inode;
+    }
+    const std::uint32_t base = mktfs_inode_num();
+};
+
+TEST_F(resolve, NumbersInLayerOrderAndCounts) {
+    const mktfs_inode *early = hardlink("a/early", "/z/file");
+    mktfs_inode *file = place(MKTFS_INODE_FILE, "z/file");
+    file->size = 100;
+    const mktfs_inode *link = place(MKTFS_INODE_LINK, "link");
+    hardlink("z/late", "link");
+    place(MKTFS_INODE_DIR, "z/sub");
+    EXPECT_EQ(mktfs_filesystem_resolve_info(&fs), 0);
+    EXPECT_EQ(log.text(), "");
+    EXPECT_EQ(fs.root.ino - base, 1u);
+    EXPECT_EQ(find("a")->ino - base, 2u);
+    EXPECT_EQ(link->ino - base, 3u);
+    EXPECT_EQ(find("z")->ino - base, 4u);
+    EXPECT_EQ(file->ino - base, 5u);
+    EXPECT_EQ(early->ino, 0u);
+    EXPECT_EQ(early->hlink, file);
+    EXPECT_EQ(file->nlink * 100 + link->nlink * 10 + early->nlink, 220);
+    EXPECT_EQ(fs.root.nlink * 10 + find("z")->nlink, 43);
+    EXPECT_EQ(fs.dirs * 1000 + fs.files * 100 + fs.links * 10 + fs.hardlinks, 4112u);
+    EXPECT_EQ(fs.inodes - base, 6u);
+    EXPECT_EQ(fs.object_size, 100u + 7 + 4);
+}
+
+TEST_F(resolve, RemovesHardlinksThatCannotBe) {
+    verbose = 2;
+    hardlink("a", "none");
+    hardlink("b", "/");
+    hardlink("c", "c");
+    hardlink("d", "dir");
+    place(MKTFS_INODE_DIR, "dir");
+    EXPECT_EQ(mktfs_filesystem_resolve_info(&fs), 0);
+    EXPECT_EQ(listing(), " /dir ");
+    EXPECT_EQ(fs.root.nchildren, 5u);
+    EXPECT_EQ(fs.object_size, 4u + 1 + 1 + 3);
+    EXPECT_EQ(fs.hardlinks, 0u);
+    const auto removed = [](const std::string &name) {
+        return "removing unresolved hardlink inode '" + name + "'\n";
+    };
+    const std::string wrong = "hlink target inode is not of type 'file' or 'link'\n";
+    EXPECT_EQ(log.text(), "build:7:3:hardlink 'a' to 'none' was not resolved\n" + removed("a") + wrong +
+                              removed("b") + wrong + removed("c") + wrong + removed("d"));
+}
+
+TEST_F(resolve, StopsAtAnUnknownType) {
+    place(9, "a");
+    place(MKTFS_INODE_FILE, "b");
+    EXPECT_EQ(mktfs_filesystem_resolve_info(&fs), EOPNOTSUPP);
+    EXPECT_EQ(fs.files, 0u);
+    EXPECT_EQ(fs.inodes, 0u);
+}
+
+TEST_F(resolve, ManyHardlinksToOneFileAreQuickAndWrapItsCount) {
+    place(MKTFS_INODE_FILE, "file");
+    for (int i = 0; i < 100000; ++i)
+        hardlink("links/" + std::to_string(i), "file");
+    EXPECT_EQ(mktfs_filesystem_resolve_info(&fs), 0);
+    EXPECT_EQ(fs.hardlinks, 100000u);
+    EXPECT_EQ(find("file")->nlink, 100001 % 65536);
+}
+
+}  // namespace

@@ -1,0 +1,61 @@
+// A fresh tree for each test, under a type without hooks whose build file stands
+// at "build:7:3".
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "fs/filesystem.h"
+#include "support/log_capture.h"
+#include "support/temp_dir.h"
+#include "tree/inode.h"
+#include "tree/search_path.h"
+
+class tree_test : public testing::Test {
+protected:
+    tree_test() {
+        backend.flags = MKTFS_BACKEND_SORTED | MKTFS_BACKEND_HARDLINKS;
+        backend.parser.scanner_context = [](const char **file, int *line, int *column) {
+            *file = "build";
+            *line = 7;
+            *column = 3;
+        };
+        mktfs_set_backend(&backend);
+        fs = {};
+        EXPECT_EQ(mktfs_filesystem_build_init(&fs), 0);
+    }
+    ~tree_test() override {
+        mktfs_filesystem_free(&fs);
+        mktfs_clean_search_paths();
+        mktfs_set_backend(nullptr);
+    }
+
+    // Places a new node and gives it back; null when it was not placed.
+    mktfs_inode *place(std::int32_t type, const std::string &path) {
+        mktfs_inode *inode = mktfs_inode_make(&fs, type);
+        if (mktfs_inode_add(&fs, inode, path.c_str()) == 0)
+            return inode;
+        mktfs_inode_release(inode);
+        return nullptr;
+    }
+    mktfs_inode *find(const std::string &path) { return mktfs_filesystem_find_inode(&fs, path.c_str()); }
+
+    // Full paths in the order of a walk, each with a blank behind it.
+    static std::string listing(int (*walk)(mktfs_inode_function, void *) = mktfs_filesystem_walk_tree) {
+        std::string list;
+        walk(
+            [](mktfs_filesystem *, mktfs_inode *inode, void *arg) {
+                char path[4096] = "";
+                mktfs_inode_full_path(inode, path, sizeof path);
+                *static_cast<std::string *>(arg) += std::string(path) + " ";
+                return 0;
+            },
+            &list);
+        return list;
+    }
+
+    mktfs_backend backend;
+    mktfs_filesystem &fs = *mktfs_get_filesystem();
+    log_capture log;
+};
