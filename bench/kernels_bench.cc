@@ -78,7 +78,9 @@ void library_blake3(const char *, const blocks &b) {
 }
 
 auto library_for(const std::string &digest) {
-    return digest == "blake3" ? library_blake3 : digest == "blake2b256" ? library_blake2b256 : library_openssl;
+    return digest == "blake3"       ? library_blake3
+           : digest == "blake2b256" ? library_blake2b256
+                                    : library_openssl;
 }
 
 // The salt that images get by default is twice the digest's size.
@@ -104,13 +106,13 @@ void add(const digest_kernel &kernel, std::size_t length) {
         return std::string(kernel.digest) + "/" + way + "/" + std::to_string(length);
     };
     const auto library = library_for(kernel.digest);
-    benchmark::RegisterBenchmark(name("library").c_str(), [&kernel, length, library](benchmark::State &state) {
-        run(state, kernel, length, [&](const blocks &b) { library(kernel.digest, b); });
-    });
-    benchmark::RegisterBenchmark(name(kernel.name).c_str(), [&kernel, length](benchmark::State &state) {
-        run(state, kernel, length, [&](const blocks &b) {
-            kernel.hash(b.salt, b.salt_length, b.data, b.length, b.count, b.out);
+    benchmark::RegisterBenchmark(
+        name("library").c_str(), [&kernel, length, library](benchmark::State &state) {
+            run(state, kernel, length, [&](const blocks &b) { library(kernel.digest, b); });
         });
+    benchmark::RegisterBenchmark(name(kernel.name).c_str(), [&kernel, length](benchmark::State &state) {
+        run(state, kernel, length,
+            [&](const blocks &b) { kernel.hash(b.salt, b.salt_length, b.data, b.length, b.count, b.out); });
     });
 }
 

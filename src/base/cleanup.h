@@ -17,8 +17,9 @@
 void mktfs_cleanup_install();
 
 // Registers the file open at `descriptor` under `path` (copied; at most 4095
-// bytes; a symbolic link stands for the file it leads to).  Returns a slot number, or -1 when it is no
-// regular file, the path is too long or all slots are taken: then nothing will be removed.
+// bytes; a symbolic link stands for the file it leads to).  Returns a slot number,
+// or -1 when it is no regular file, the path is too long or all slots are taken:
+// then nothing will be removed.
 [[nodiscard]] int mktfs_cleanup_add(const char *path, int descriptor);
 
 // The file is complete (or already removed): leave it alone from now on.

@@ -34,13 +34,11 @@ void copy_external(tvo_acl &to, const tvo_acl_external &from_header, const void 
 // Makes room for one more entry; moves the list when it is full.
 bool reserve_one(tvo_acl *&acl) {
     const std::uint32_t count = count_of(acl->external);
-    if (count < acl->capacity) {
+    if (count < acl->capacity)
         return true;
-    }
     tvo_acl *larger = allocate(std::uint64_t{acl->capacity} + GROWTH);
-    if (larger == nullptr) {
+    if (larger == nullptr)
         return false;
-    }
     larger->cursor = acl->cursor;
     copy_external(*larger, acl->external, &acl->external);
     tvo_acl_free(acl);
@@ -60,9 +58,8 @@ tvo_acl *tvo_acl_dup(const tvo_acl *acl) {
         return nullptr;
     }
     tvo_acl *copy = allocate(acl->capacity);
-    if (copy != nullptr) {
+    if (copy != nullptr)
         copy_external(*copy, acl->external, &acl->external);
-    }
     return copy;
 }
 
@@ -71,13 +68,11 @@ void tvo_acl_free(tvo_acl *acl) {
 }
 
 int tvo_acl_create_entry(tvo_acl **acl, tvo_acl_entry **entry) {
-    if (acl == nullptr || *acl == nullptr || entry == nullptr) {
+    if (acl == nullptr || *acl == nullptr || entry == nullptr)
         return fail(EINVAL);
-    }
     const std::uint32_t count = count_of((*acl)->external);
-    if (count == MAX_COUNT || !reserve_one(*acl)) {
+    if (count == MAX_COUNT || !reserve_one(*acl))
         return fail(ENOMEM);
-    }
     store_count((*acl)->external, count + 1);
     tvo_acl_entry &added = entries_of((*acl)->external).back();
     store(added, 0, 0);
@@ -87,14 +82,12 @@ int tvo_acl_create_entry(tvo_acl **acl, tvo_acl_entry **entry) {
 }
 
 int tvo_acl_delete_entry(tvo_acl *acl, tvo_acl_entry *entry) {
-    if (acl == nullptr || entry == nullptr) {
+    if (acl == nullptr || entry == nullptr)
         return fail(EINVAL);
-    }
     const std::span entries = entries_of(acl->external);
     const auto found = std::ranges::find_if(entries, [&](const auto &each) { return &each == entry; });
-    if (found == entries.end()) {
+    if (found == entries.end())
         return fail(EINVAL);
-    }
     std::copy(found + 1, entries.end(), found);
     store_count(acl->external, static_cast<std::uint32_t>(entries.size() - 1));
     acl->cursor = 0;
@@ -102,43 +95,36 @@ int tvo_acl_delete_entry(tvo_acl *acl, tvo_acl_entry *entry) {
 }
 
 int tvo_acl_get_entry(tvo_acl *acl, int which, tvo_acl_entry **entry) {
-    if (acl == nullptr || entry == nullptr || (which != TVO_ACL_FIRST_ENTRY && which != TVO_ACL_NEXT_ENTRY)) {
+    if (acl == nullptr || entry == nullptr || (which != TVO_ACL_FIRST_ENTRY && which != TVO_ACL_NEXT_ENTRY))
         return fail(EINVAL);
-    }
-    if (which == TVO_ACL_FIRST_ENTRY) {
+    if (which == TVO_ACL_FIRST_ENTRY)
         acl->cursor = 0;
-    }
     const std::span entries = entries_of(acl->external);
-    if (acl->cursor >= entries.size()) {
+    if (acl->cursor >= entries.size())
         return 0;
-    }
     *entry = &entries[acl->cursor++];
     return 1;
 }
 
 int tvo_acl_copy_entry(tvo_acl_entry *to, const tvo_acl_entry *from) {
-    if (to == nullptr || from == nullptr) {
+    if (to == nullptr || from == nullptr)
         return fail(EINVAL);
-    }
     *to = *from;
     return 0;
 }
 
 int tvo_acl_get_tag_type(const tvo_acl_entry *entry, std::uint32_t *tag) {
-    if (entry == nullptr || tag == nullptr) {
+    if (entry == nullptr || tag == nullptr)
         return fail(EINVAL);
-    }
     *tag = tag_of(*entry);
     return 0;
 }
 
 int tvo_acl_set_tag_type(tvo_acl_entry *entry, std::uint32_t tag) {
-    if (entry == nullptr) {
+    if (entry == nullptr)
         return fail(EINVAL);
-    }
-    if (tag < TVO_ACL_USER_OBJ || tag > TVO_ACL_OTHER) {
+    if (tag < TVO_ACL_USER_OBJ || tag > TVO_ACL_OTHER)
         return fail(EOPNOTSUPP);
-    }
     store(*entry, tag, permissions_of(*entry));
     return 0;
 }
@@ -149,56 +135,49 @@ std::uint32_t *tvo_acl_get_qualifier(const tvo_acl_entry *entry) {
         return nullptr;
     }
     auto *id = static_cast<std::uint32_t *>(std::malloc(sizeof(std::uint32_t)));
-    if (id != nullptr) {
+    if (id != nullptr)
         *id = qualifier_of(*entry);
-    }
     return id;
 }
 
 int tvo_acl_set_qualifier(tvo_acl_entry *entry, const std::uint32_t *id) {
-    if (entry == nullptr || id == nullptr || !is_named(tag_of(*entry))) {
+    if (entry == nullptr || id == nullptr || !is_named(tag_of(*entry)))
         return fail(EINVAL);
-    }
     store_qualifier(*entry, *id);
     return 0;
 }
 
 int tvo_acl_get_permset(const tvo_acl_entry *entry, std::uint32_t *permissions) {
-    if (entry == nullptr || permissions == nullptr) {
+    if (entry == nullptr || permissions == nullptr)
         return fail(EINVAL);
-    }
     *permissions = permissions_of(*entry);
     return 0;
 }
 
 int tvo_acl_set_permset(tvo_acl_entry *entry, std::uint32_t permissions) {
-    if (entry == nullptr) {
+    if (entry == nullptr)
         return fail(EINVAL);
-    }
     store(*entry, tag_of(*entry), permissions);
     return 0;
 }
 
 int tvo_acl_add_perm(std::uint32_t *permissions, std::uint32_t bit_number) {
-    if (permissions == nullptr || bit_number > LAST_PERMISSION_BIT) {
+    if (permissions == nullptr || bit_number > LAST_PERMISSION_BIT)
         return fail(EINVAL);
-    }
     *permissions |= 1U << bit_number;
     return 0;
 }
 
 int tvo_acl_delete_perm(std::uint32_t *permissions, std::uint32_t bit_number) {
-    if (permissions == nullptr || bit_number > LAST_PERMISSION_BIT) {
+    if (permissions == nullptr || bit_number > LAST_PERMISSION_BIT)
         return fail(EINVAL);
-    }
     *permissions &= ~(1U << bit_number);
     return 0;
 }
 
 int tvo_acl_clear_perms(std::uint32_t *permissions) {
-    if (permissions == nullptr) {
+    if (permissions == nullptr)
         return fail(EINVAL);
-    }
     *permissions = 0;
     return 0;
 }
@@ -209,9 +188,8 @@ ssize_t tvo_acl_size(const tvo_acl *acl) {
 
 ssize_t tvo_acl_copy_ext(void *buffer, const tvo_acl *acl, ssize_t room) {
     const ssize_t size = tvo_acl_size(acl);
-    if (buffer == nullptr || size < 0 || room < size) {
+    if (buffer == nullptr || size < 0 || room < size)
         return fail(EINVAL);
-    }
     std::memcpy(buffer, &acl->external, static_cast<std::size_t>(size));
     return size;
 }
@@ -232,8 +210,7 @@ tvo_acl *tvo_acl_copy_int(const void *external) {
         return nullptr;
     }
     tvo_acl *acl = tvo_acl_init(count_of(header));
-    if (acl != nullptr) {
+    if (acl != nullptr)
         copy_external(*acl, header, external);
-    }
     return acl;
 }

@@ -15,12 +15,10 @@ constexpr std::uint32_t VALID_PERMISSIONS = TVO_ACL_READ | TVO_ACL_WRITE | TVO_A
 int compare_entries(const void *left, const void *right) {
     const auto &a = *static_cast<const tvo_acl_entry *>(left);
     const auto &b = *static_cast<const tvo_acl_entry *>(right);
-    if (tag_of(a) != tag_of(b)) {
+    if (tag_of(a) != tag_of(b))
         return tag_of(a) < tag_of(b) ? -1 : 1;
-    }
-    if (!is_named(tag_of(a)) || qualifier_of(a) == qualifier_of(b)) {
+    if (!is_named(tag_of(a)) || qualifier_of(a) == qualifier_of(b))
         return 0;
-    }
     return qualifier_of(a) < qualifier_of(b) ? -1 : 1;
 }
 
@@ -34,11 +32,9 @@ using tag_counts = std::array<std::uint32_t, TVO_ACL_OTHER + 1>;
 
 tag_counts count_tags(std::span<const tvo_acl_entry> entries) {
     tag_counts counts{};
-    for (const tvo_acl_entry &entry : entries) {
-        if (tag_of(entry) < counts.size()) {
+    for (const tvo_acl_entry &entry : entries)
+        if (tag_of(entry) < counts.size())
             ++counts[tag_of(entry)];
-        }
-    }
     return counts;
 }
 
@@ -68,9 +64,8 @@ std::uint32_t mode_from_entries(std::uint32_t mode, std::span<const tvo_acl_entr
 
 int append_entry(tvo_acl *&acl, std::uint32_t tag, std::uint32_t permissions) {
     tvo_acl_entry *entry = nullptr;
-    if (tvo_acl_create_entry(&acl, &entry) != 0) {
+    if (tvo_acl_create_entry(&acl, &entry) != 0)
         return -1;
-    }
     store(*entry, tag, permissions);
     return 0;
 }
@@ -78,16 +73,13 @@ int append_entry(tvo_acl *&acl, std::uint32_t tag, std::uint32_t permissions) {
 // Adds what the list lacks.  Returns null, or what failed, with errno set.
 const char *make_complete(tvo_acl *&acl, std::uint32_t mode) {
     const tag_counts counts = count_tags(entries_of(acl->external));
-    for (const mode_share &share : MODE_SHARES) {
+    for (const mode_share &share : MODE_SHARES)
         if (counts[share.tag] == 0 &&
-            append_entry(acl, share.tag, mode >> share.shift & VALID_PERMISSIONS) != 0) {
+            append_entry(acl, share.tag, mode >> share.shift & VALID_PERMISSIONS) != 0)
             return share.adding_failed;
-        }
-    }
     const bool named = counts[TVO_ACL_USER] + counts[TVO_ACL_GROUP] > 0;
-    if (named && counts[TVO_ACL_MASK] == 0 && tvo_acl_calc_mask(&acl) != 0) {
+    if (named && counts[TVO_ACL_MASK] == 0 && tvo_acl_calc_mask(&acl) != 0)
         return "Mask calculation failed";
-    }
     return tvo_acl_valid(acl) != 0 ? "ACL validation failed" : nullptr;
 }
 
@@ -128,24 +120,20 @@ void tvo_acl_posix_sort_np(tvo_acl_external *external) {
 }
 
 int tvo_acl_posix_check_np(const tvo_acl_external *external) {
-    if (external == nullptr) {
+    if (external == nullptr)
         return EINVAL;
-    }
-    if (le16toh(external->version) > MAX_VERSION) {
+    if (le16toh(external->version) > MAX_VERSION)
         return EOPNOTSUPP;
-    }
     const std::span entries = entries_of(*external);
-    if (!std::ranges::all_of(entries, entry_is_well_formed)) {
+    if (!std::ranges::all_of(entries, entry_is_well_formed))
         return EINVAL;
-    }
     // Named entries must ascend strictly; basic ones are counted below.
     const auto out_of_order = [](const tvo_acl_entry &a, const tvo_acl_entry &b) {
         const int order = compare_entries(&a, &b);
         return order > 0 || (order == 0 && is_named(tag_of(a)));
     };
-    if (std::ranges::adjacent_find(entries, out_of_order) != entries.end()) {
+    if (std::ranges::adjacent_find(entries, out_of_order) != entries.end())
         return EINVAL;
-    }
     const tag_counts counts = count_tags(entries);
     const bool complete = counts[TVO_ACL_USER_OBJ] == 1 && counts[TVO_ACL_GROUP_OBJ] == 1 &&
                           counts[TVO_ACL_OTHER] == 1 && counts[TVO_ACL_MASK] <= 1;
@@ -153,24 +141,20 @@ int tvo_acl_posix_check_np(const tvo_acl_external *external) {
 }
 
 int tvo_acl_valid(tvo_acl *acl) {
-    if (acl == nullptr) {
+    if (acl == nullptr)
         return fail(EINVAL);
-    }
     tvo_acl_posix_sort_np(&acl->external);
     const int error = tvo_acl_posix_check_np(&acl->external);
     return error == 0 ? 0 : fail(error);
 }
 
 int tvo_acl_calc_mask(tvo_acl **acl) {
-    if (acl == nullptr || *acl == nullptr) {
+    if (acl == nullptr || *acl == nullptr)
         return fail(EINVAL);
-    }
     std::uint32_t mask = 0;
-    for (tvo_acl_entry &entry : entries_of((*acl)->external)) {
-        if (tag_of(entry) == TVO_ACL_GROUP_OBJ || is_named(tag_of(entry))) {
+    for (tvo_acl_entry &entry : entries_of((*acl)->external))
+        if (tag_of(entry) == TVO_ACL_GROUP_OBJ || is_named(tag_of(entry)))
             mask |= permissions_of(entry);
-        }
-    }
     const auto find_tag = [&](std::uint32_t tag) {
         return std::ranges::find(entries_of((*acl)->external), tag, tag_of);
     };
@@ -178,9 +162,8 @@ int tvo_acl_calc_mask(tvo_acl **acl) {
         store(*find_tag(TVO_ACL_MASK), TVO_ACL_MASK, mask);
         return 0;
     }
-    if (append_entry(*acl, TVO_ACL_MASK, mask) != 0) {
+    if (append_entry(*acl, TVO_ACL_MASK, mask) != 0)
         return -1;
-    }
     const std::span entries = entries_of((*acl)->external);
     std::rotate(find_tag(TVO_ACL_OTHER), entries.end() - 1, entries.end());
     return 0;

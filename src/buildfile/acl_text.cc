@@ -40,11 +40,9 @@ public:
             &short_text::tag,        &short_text::colon,       &short_text::qualifier, &short_text::colon,
             &short_text::basic_once, &short_text::permissions, &short_text::end,
         };
-        for (const step each : STEPS) {
-            if (const char *refusal = (this->*each)(entry)) {
+        for (const step each : STEPS)
+            if (const char *refusal = (this->*each)(entry))
                 return refusal;
-            }
-        }
         return nullptr;
     }
 
@@ -68,26 +66,22 @@ private:
     }
 
     const char *colon(parsed_entry &) {
-        if (*at_ != ':') {
+        if (*at_ != ':')
             return "Expecting ':'";
-        }
         ++at_;
         return nullptr;
     }
 
     const char *qualifier(parsed_entry &entry) {
-        if (*at_ < '0' || *at_ > '9') {
+        if (*at_ < '0' || *at_ > '9')
             return nullptr;
-        }
-        if (entry.tag == TVO_ACL_OTHER) {
+        if (entry.tag == TVO_ACL_OTHER)
             return "Qualifier not allowed here";
-        }
         char *end = nullptr;
         errno = 0;
         const unsigned long id = std::strtoul(at_, &end, 10);
-        if (errno != 0 || id > UINT32_MAX) {
+        if (errno != 0 || id > UINT32_MAX)
             return "Qualifier conversion failed";
-        }
         at_ = end;
         entry.tag = entry.tag == TVO_ACL_USER_OBJ ? TVO_ACL_USER : TVO_ACL_GROUP;
         entry.id = static_cast<std::uint32_t>(id);
@@ -95,13 +89,11 @@ private:
     }
 
     const char *basic_once(parsed_entry &entry) {
-        if (is_named(entry.tag)) {
+        if (is_named(entry.tag))
             return nullptr;
-        }
         const std::uint32_t bit = 1U << entry.tag;
-        if ((basic_seen_ & bit) != 0) {
+        if ((basic_seen_ & bit) != 0)
             return "Basic permission defined more than once";
-        }
         basic_seen_ |= bit;
         return nullptr;
     }
@@ -109,12 +101,10 @@ private:
     const char *permissions(parsed_entry &entry) {
         for (;; ++at_) {
             const permission_letter *known = find_letter(*at_);
-            if (known == nullptr) {
+            if (known == nullptr)
                 return nullptr;
-            }
-            if ((entry.permissions & known->bit) != 0) {
+            if ((entry.permissions & known->bit) != 0)
                 return "ACL permission repeated";
-            }
             entry.permissions |= known->bit;
         }
     }
@@ -128,11 +118,9 @@ private:
     }
 
     static const permission_letter *find_letter(char letter) {
-        for (const permission_letter &each : PERMISSION_LETTERS) {
-            if (each.letter == letter) {
+        for (const permission_letter &each : PERMISSION_LETTERS)
+            if (each.letter == letter)
                 return &each;
-            }
-        }
         return nullptr;
     }
 
@@ -160,9 +148,8 @@ const char *parse(tvo_acl_ptr &acl, const char *text) {
             errno = EINVAL;
             return refusal;
         }
-        if (append(acl, entry) != 0) {
+        if (append(acl, entry) != 0)
             return "ACL entry creation failed";
-        }
     }
     return nullptr;
 }
@@ -172,9 +159,8 @@ const char *parse(tvo_acl_ptr &acl, const char *text) {
 int tvo_acl_from_short_text(tvo_acl **acl, const char *text, const char **message) {
     const char *ignored = nullptr;
     const char *&outcome = message != nullptr ? *message : ignored;
-    if (acl != nullptr) {
+    if (acl != nullptr)
         *acl = nullptr;
-    }
     if (acl == nullptr || text == nullptr) {
         outcome = "NULL pointer argument[s]";
         return fail(EINVAL);

@@ -15,21 +15,18 @@ constexpr std::uint32_t MIN_BLKSIZE = 512;  // bytes
 constexpr std::uint32_t MAX_BLKSIZE = 32768;
 
 int set_blksize(mktfs_filesystem &fs, const char *, const char *value) {
-    if (mktfs_str2u32(value, &fs.blksize, 10) != 0) {
+    if (mktfs_str2u32(value, &fs.blksize, 10) != 0)
         mktfs_parse_error("invalid blksize attribute value '%s'\n", value);
-    }
-    if (!mktfs_is_pwr_of2(fs.blksize) || fs.blksize < MIN_BLKSIZE || fs.blksize > MAX_BLKSIZE) {
+    if (!mktfs_is_pwr_of2(fs.blksize) || fs.blksize < MIN_BLKSIZE || fs.blksize > MAX_BLKSIZE)
         mktfs_parse_error("blksize value '%s' must be a power of 2 in the range [512, 32768]\n", value);
-    }
     return 0;
 }
 
 template <auto Field, auto Convert>
 int set_number(mktfs_filesystem &fs, const char *name, const char *value) {
     const int error = Convert(value, &(fs.*Field));
-    if (error != 0) {
+    if (error != 0)
         mktfs_parse_error("invalid %s attribute value '%s'\n", name, value);
-    }
     return error;
 }
 
@@ -68,13 +65,11 @@ constexpr option OPTIONS[] = {
 }  // namespace
 
 int base_option_handler(mktfs_filesystem *fs, const char *name, const char *value) {
-    if (fs == nullptr || name == nullptr) {
+    if (fs == nullptr || name == nullptr)
         return EINVAL;
-    }
     const auto found = std::ranges::find(OPTIONS, std::string_view(name), &option::name);
-    if (found == std::end(OPTIONS)) {
+    if (found == std::end(OPTIONS))
         return EOPNOTSUPP;
-    }
     return value == nullptr ? EINVAL : found->set(*fs, name, value);
 }
 

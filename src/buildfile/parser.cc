@@ -25,11 +25,10 @@ void drop_unfinished_object() {
 
 // Attributes that exist for objects and for the whole image.
 void set_owner_like(void (*set)(mktfs_inode *, const char *), const char *option, const char *value) {
-    if (new_inode != nullptr) {
+    if (new_inode != nullptr)
         set(new_inode, value);
-    } else {
+    else
         mktfs_backend_option_handler(option, value);
-    }
 }
 
 void report_outcome(int result) {
@@ -49,11 +48,6 @@ void report_outcome(int result) {
 }
 
 }  // namespace
-
-constinit const mktfs_parser mktfs_base_parser = {
-    .parse_cfg_file = base_parse_cfg_file,
-    .scanner_context = base_scanner_context,
-};
 
 int base_parse_cfg_file(const char *path) {
     drop_unfinished_object();
@@ -93,11 +87,10 @@ void base_set_mtime(char *value) {
 void base_set_attribute(char *name, char *value) {
     const token_text name_text(name);
     const token_text value_text(value);
-    if (new_inode != nullptr) {
+    if (new_inode != nullptr)
         mktfs_backend_inode_attr(new_inode, name, value);
-    } else {
+    else
         mktfs_backend_option_handler(name, value);
-    }
 }
 
 void base_set_mode(char *value) {

@@ -2,6 +2,7 @@
 // filesystem record from it.
 #pragma once
 
+#include "buildfile/scanner.h"
 #include "fs/backend_record.h"
 
 // Parses a build file.  A value that is refused is a parse error, which ends the
@@ -17,4 +18,7 @@ int base_parse();
 void base_error(const char *message);
 
 // The operations of a type that takes build files.
-extern const mktfs_parser mktfs_base_parser;
+inline constexpr mktfs_parser mktfs_base_parser = {
+    .parse_cfg_file = base_parse_cfg_file,
+    .scanner_context = base_scanner_context,
+};

@@ -47,14 +47,12 @@ public:
 
 private:
     void reserve(std::size_t wanted) {
-        if (wanted <= capacity_) {
+        if (wanted <= capacity_)
             return;
-        }
         const std::size_t grown = std::max(wanted, capacity_ * 2);
         auto *bytes = static_cast<char *>(std::realloc(bytes_.get(), grown));
-        if (bytes == nullptr) {
+        if (bytes == nullptr)
             out_of_memory();
-        }
         (void)bytes_.release();  // realloc freed or extended it
         bytes_.reset(bytes);
         capacity_ = grown;
@@ -91,9 +89,8 @@ int wrapping_sum(int a, std::size_t b) {
 
 char *copy_or_exit(const char *text, std::size_t length) {
     auto *copy = static_cast<char *>(std::malloc(length + 1));
-    if (copy == nullptr) {
+    if (copy == nullptr)
         out_of_memory();
-    }
     std::memcpy(copy, text, length);
     copy[length] = '\0';
     return copy;
@@ -109,9 +106,8 @@ void base_scanner_open(const char *path) {
     self.statement = BASE_STATE_LINE;
     self.path.reset(copy_or_exit(name, std::strlen(name)));
     self.stream = std::fopen(name, "re");
-    if (self.stream == nullptr) {
+    if (self.stream == nullptr)
         mktfs_log(MKTFS_LOG_FATAL, "failed to open input file '%s'\n", name);
-    }
     base_in = self.stream;
 }
 
@@ -184,9 +180,8 @@ void base_quoted_text(const char *text, std::size_t length) {
 }
 
 char *base_quoted_end() {
-    if (!self.quoted) {
+    if (!self.quoted)
         mktfs_parse_error("empty quoted string");
-    }
     return self.quoted.release();
 }
 
@@ -206,11 +201,10 @@ char *base_contents_end() {
 
 void base_invalid_character(char character) {
     const auto code = static_cast<unsigned char>(character);
-    if (std::isprint(code) != 0) {
+    if (std::isprint(code) != 0)
         mktfs_parse_error("Invalid character '%c'\n", code);
-    } else {
+    else
         mktfs_parse_error("Invalid character <0x%02x>\n", code);
-    }
 }
 
 void base_unterminated() {

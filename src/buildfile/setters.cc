@@ -21,9 +21,8 @@ public:
     // Returns the list, or null and frees it when memory is out.
     tvo_acl *keep(tvo_acl_ptr acl) {
         auto *added = new (std::nothrow) node{first_, nullptr};
-        if (added == nullptr) {
+        if (added == nullptr)
             return nullptr;
-        }
         first_ = added;
         added->acl = std::move(acl);
         return added->acl.get();
@@ -60,9 +59,8 @@ bool backend_has_acls() {
 // A new list from the text, owned by the pool; null when the text is refused.
 tvo_acl *acl_from_text(const char *text) {
     tvo_acl_ptr acl;
-    if (mktfs_str2acl(text, th_out(acl)) != 0) {
+    if (mktfs_str2acl(text, th_out(acl)) != 0)
         return nullptr;
-    }
     return acls.keep(std::move(acl));
 }
 
@@ -83,61 +81,50 @@ bool store_contents(mktfs_inode &inode, std::string_view contents) {
 
 mktfs_inode *mktfs_backend_inode_new(std::int32_t type) {
     mktfs_inode *inode = mktfs_inode_make(mktfs_get_filesystem(), type);
-    if (inode == nullptr) {
+    if (inode == nullptr)
         mktfs_log(MKTFS_LOG_FATAL, "unable to allocate memory for inode\n");
-    }
     return inode;
 }
 
 void mktfs_backend_inode_setuid(mktfs_inode *inode, const char *text) {
-    if (inode != nullptr && mktfs_str2uid(text, &inode->uid) != 0) {
+    if (inode != nullptr && mktfs_str2uid(text, &inode->uid) != 0)
         mktfs_parse_error("invalid uid value '%s'\n", shown(text));
-    }
 }
 
 void mktfs_backend_inode_setgid(mktfs_inode *inode, const char *text) {
-    if (inode != nullptr && mktfs_str2uid(text, &inode->gid) != 0) {
+    if (inode != nullptr && mktfs_str2uid(text, &inode->gid) != 0)
         mktfs_parse_error("invalid gid value '%s'\n", shown(text));
-    }
 }
 
 void mktfs_backend_inode_setmode(mktfs_inode *inode, const char *text) {
-    if (inode != nullptr && mktfs_str2mode(text, &inode->mode) != 0) {
+    if (inode != nullptr && mktfs_str2mode(text, &inode->mode) != 0)
         mktfs_parse_error("invalid mode value '%s'\n", shown(text));
-    }
 }
 
 void mktfs_backend_inode_setacl(mktfs_inode *inode, const char *text) {
-    if (inode == nullptr) {
+    if (inode == nullptr)
         return;
-    }
-    if (!backend_has_acls()) {
+    if (!backend_has_acls())
         mktfs_parse_error("acls are not supported by this backend\n");
-    }
     inode->acl = acl_from_text(text);
-    if (inode->acl == nullptr) {
+    if (inode->acl == nullptr)
         mktfs_parse_error("invalid acl value '%s'\n", shown(text));
-    }
 }
 
 void mktfs_backend_inode_setmtime(mktfs_inode *inode, const char *text) {
     const char *format = mktfs_get_filesystem()->mtimefmt.c_str();
-    if (inode != nullptr && mktfs_str2mtime(format, text, &inode->mtime) != 0) {
+    if (inode != nullptr && mktfs_str2mtime(format, text, &inode->mtime) != 0)
         mktfs_parse_error("invalid mtime value '%s'\n", shown(text));
-    }
 }
 
 void mktfs_backend_inode_setcontent(mktfs_inode *inode, const char *text) {
-    if (inode == nullptr || text == nullptr) {
+    if (inode == nullptr || text == nullptr)
         return;
-    }
     std::string_view contents(text);
-    if (contents.starts_with('\n')) {
+    if (contents.starts_with('\n'))
         contents.remove_prefix(1);
-    }
-    if (!store_contents(*inode, contents)) {
+    if (!store_contents(*inode, contents))
         mktfs_parse_error("failed to allocate contents memory for inode\n");
-    }
 }
 
 void mktfs_backend_acls_free() {

@@ -23,15 +23,13 @@ enum class empty_text {
 template <class Wide>
 int convert(Wide (*strto)(const char *, char **, int), const char *text, int base, empty_text empty,
             Wide &wide) {
-    if (text == nullptr) {
+    if (text == nullptr)
         return EINVAL;
-    }
     char *end = nullptr;
     errno = 0;
     wide = strto(text, &end, base);
-    if (errno != 0) {
+    if (errno != 0)
         return errno;
-    }
     const bool no_digits = end == text;
     return *end != '\0' || (no_digits && empty == empty_text::refused) ? EINVAL : 0;
 }
@@ -40,17 +38,14 @@ int convert(Wide (*strto)(const char *, char **, int), const char *text, int bas
 template <class Wide, class Out>
 int convert_into(Wide (*strto)(const char *, char **, int), const char *text, int base, empty_text empty,
                  std::uint64_t limit, Out *out) {
-    if (out == nullptr) {
+    if (out == nullptr)
         return EINVAL;
-    }
     *out = 0;
     Wide wide = 0;
-    if (const int error = convert(strto, text, base, empty, wide)) {
+    if (const int error = convert(strto, text, base, empty, wide))
         return error;
-    }
-    if (static_cast<std::uint64_t>(wide) > limit) {
+    if (static_cast<std::uint64_t>(wide) > limit)
         return EINVAL;
-    }
     *out = static_cast<Out>(wide);
     return 0;
 }
@@ -97,29 +92,24 @@ int mktfs_str2uid(const char *text, std::uint32_t *id) {
 }
 
 int mktfs_str2mtime(const char *format, const char *text, std::int64_t *time) {
-    if (time == nullptr) {
+    if (time == nullptr)
         return EINVAL;
-    }
     *time = 0;
-    if (format == nullptr || text == nullptr) {
+    if (format == nullptr || text == nullptr)
         return EINVAL;
-    }
     std::tm given{};
     const char *end = strptime(text, format, &given);
-    if (end == nullptr || *end != '\0') {
+    if (end == nullptr || *end != '\0')
         return EINVAL;
-    }
     std::int64_t seconds = 0;
-    if (const int error = local_seconds(given, seconds)) {
+    if (const int error = local_seconds(given, seconds))
         return error;
-    }
     const std::time_t epoch = 0;
     std::tm epoch_in_utc{};
     gmtime_r(&epoch, &epoch_in_utc);
     std::int64_t zone = 0;  // what local time makes of the UTC fields of time 0
-    if (const int error = local_seconds(epoch_in_utc, zone)) {
+    if (const int error = local_seconds(epoch_in_utc, zone))
         return error;
-    }
     const std::int64_t missing_hour = given.tm_isdst > 0 ? 0 : SECONDS_OF_AN_HOUR;
     *time = seconds + missing_hour - zone;
     return 0;

@@ -180,6 +180,7 @@ int run_command_line(int argc, char **argv) {
 
 int mktfs_main(int argc, char **argv) {
     mktfs_cleanup_install();
+    mktfs_set_backend(nullptr);
     *mktfs_get_filesystem() = mktfs_filesystem{};
     const int status = run_command_line(argc, argv);
     mktfs_clean_search_paths();

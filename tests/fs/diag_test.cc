@@ -18,7 +18,6 @@ void at_line_3(const char **file, int *line, int *column) {
 }
 
 constinit const mktfs_backend positioned = {.parser = {.scanner_context = at_line_3}};
-constinit const mktfs_backend unpositioned = {};
 
 TEST(ParseMessages, CarryThePositionAndOneNewline) {
     mktfs_set_backend(&positioned);
@@ -54,15 +53,6 @@ TEST(ParseMessages, AreCutToTheBufferBeforeTheNewlineIsDropped) {
         const log_capture log;
         mktfs_parse_warn("%s\n", std::string(c.letters, 'x').c_str());
         EXPECT_EQ(log.text(), "in.txt:3:14:" + std::string(c.kept, 'x') + "\n");
-    }
-}
-
-TEST(ParseMessages, DoWithoutAPosition) {
-    for (const mktfs_backend *backend : {&unpositioned, static_cast<const mktfs_backend *>(nullptr)}) {
-        const log_capture log;
-        mktfs_set_backend(backend);
-        mktfs_parse_warn("text\n");
-        EXPECT_EQ(log.text(), "(null):0:0:text\n");
     }
 }
 

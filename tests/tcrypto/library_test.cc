@@ -226,7 +226,10 @@ TEST_F(Library, APluginThatCannotBeBoundIsPassedOver) {
     add("first", "ours,alone", &FIRST);
     add("second", "ours", &SECOND);
     provider_result = -105;
+    testing::internal::CaptureStderr();
     EXPECT_EQ(served_by(TCRYPTO_MAC, "both", "ours"), "second");
+    EXPECT_EQ(served_by(TCRYPTO_MAC, "both", "alone"), "-105") << "and nobody else to ask";
+    testing::internal::GetCapturedStderr();
     provider_result = 0;
     EXPECT_EQ(served_by(TCRYPTO_MAC, "both", "ours"), "first") << "tried again at the next request";
 }

@@ -1,3 +1,5 @@
+#include <atomic>
+#include <chrono>
 #include <gtest/gtest.h>
 #include <set>
 #include <sstream>
@@ -8,16 +10,22 @@
 #include "th/log.h"
 
 TH_LOG_CONTEXT_DEFINE(shared_log, "shared");
+TH_LOG_CONTEXT_DEFINE(other_log, "other");
 
 namespace {
 
 constexpr int ROUNDS = 200;
 constexpr std::size_t TEXT_LENGTH = 3000;  // takes the shared buffer
 
+// Two threads share a context; the third has one of its own, but the same buffer.
 void log_long_messages(char letter) {
     const std::string text(TEXT_LENGTH, letter);
-    for (int i = 0; i < ROUNDS; i++)
-        TH_LOG(shared_log, TH_LOG_ERROR, "%s\n", text.c_str());
+    for (int i = 0; i < ROUNDS; i++) {
+        if (letter == 'c')
+            TH_LOG(other_log, TH_LOG_ERROR, "%s\n", text.c_str());
+        else
+            TH_LOG(shared_log, TH_LOG_ERROR, "%s\n", text.c_str());
+    }
 }
 
 // stderr stays on for errors in every configuration.
@@ -31,10 +39,12 @@ void change_configuration() {
 
 // One variable that comes and goes while another thread logs to it.
 th_log_context *passing_log = nullptr;
+std::atomic<bool> all_logged = false;
 
 void make_and_destroy_a_context() {
-    for (int i = 0; i < ROUNDS; i++) {
+    while (!all_logged) {
         EXPECT_EQ(th_log_context_create("passing", &passing_log), 0);
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
         EXPECT_EQ(th_log_context_destroy(&passing_log), 0);
     }
 }
@@ -42,6 +52,7 @@ void make_and_destroy_a_context() {
 void log_to_the_passing_context() {
     for (int i = 0; i < ROUNDS; i++)
         TH_LOG(passing_log, TH_LOG_ERROR, "-\n");
+    all_logged = true;
 }
 
 // The text of a line between the context and the location.

@@ -60,6 +60,7 @@ TEST_F(Slist, RemovingKeepsFirstAndLastRight) {
     fill({1, 2, 3, 4});
     const std::uint64_t two = 2;
     EXPECT_EQ(th_slist_remove(list, th_slist_get_last(list), nullptr), 0);
+    EXPECT_THAT(content(list), ElementsAre(1, 2, 3));
     EXPECT_EQ(th_slist_remove(list, th_slist_get_first(list), nullptr), 0);
     EXPECT_EQ(th_slist_remove_data(list, &two, th_slist_compare_u64_data, nullptr), 0);
     EXPECT_EQ(th_slist_remove_data(list, &two, th_slist_compare_u64_data, nullptr), ENOENT);

@@ -1,18 +1,23 @@
 #include "tree/extract.h"
 
 #include <errno.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "io/io.h"
 #include "tree/tree_fixture.h"
 
 namespace {
 
-// What the image of the tests' type holds: its text is a list of entries "parent
-// number type name contents\n", the contents of a link being its target.
+constexpr auto FOLDER = MKTFS_INODE_DIR;
+constexpr auto PLAIN = MKTFS_INODE_FILE;
+constexpr auto SYMLINK = MKTFS_INODE_LINK;
+
+// What the image of the tests' type holds.  The contents of a link are its target;
+// contents of "!" cannot be read.
 struct entry {
-    std::uint32_t parent, ino;
+    std::uint32_t parent;  // number of the directory, 0 for the root
+    std::uint32_t ino;
     std::int32_t type;
     std::string name, contents;
 };
@@ -44,7 +49,7 @@ protected:
         backend.readdir = [](mktfs_filesystem *, mktfs_io *, mktfs_inode *directory) {
             calls += 'd';
             for (const entry &e : entries)
-                if (e.parent == directory->ino)
+                if (e.parent == (directory->parent ? directory->ino : 0))
                     if (int err = mktfs_inode_create(directory, e.ino, e.name.data(), e.name.size(), e.type))
                         return err;
             return 0;
@@ -55,7 +60,10 @@ protected:
         };
         backend.readfile = [](mktfs_filesystem *, mktfs_io *, mktfs_inode *file, mktfs_io *out) {
             calls += 'f';
-            return write_contents(file, out);
+            const int err = write_contents(file, out);
+            if (file->name == "closed")
+                close(mktfs_io_descriptor(out));
+            return err;
         };
         calls.clear();
         mount_error = 0;
@@ -67,93 +75,78 @@ protected:
         entries = std::move(image);
         return mktfs_filesystem_extract(&fs, dir.file("image", "image").c_str(), dir.folder("out").c_str());
     }
-
-    const temp_dir dir;
 };
 
 TEST_F(extract, WritesFoldersFilesAndLinks) {
     const mode_t mask = umask(0);
     const std::string long_target(4000, 't');
-    EXPECT_EQ(run({{1, 2, MKTFS_INODE_DIR, "sub", ""},
-                   {1, 3, MKTFS_INODE_FILE, "file", std::string("by\0tes", 6)},
-                   {2, 4, MKTFS_INODE_DIR, "deeper", ""},
-                   {4, 5, MKTFS_INODE_FILE, "empty", ""},
-                   {4, 6, MKTFS_INODE_LINK, "link", long_target}}),
+    EXPECT_EQ(run({{0, 2, FOLDER, "sub", ""},
+                   {0, 3, PLAIN, "file", std::string("by\0tes", 6)},
+                   {2, 4, FOLDER, "deeper", ""},
+                   {4, 5, PLAIN, "empty", ""},
+                   {4, 6, SYMLINK, "link", long_target}}),
               0);
     umask(mask);
     EXPECT_EQ(log.text(), "");
-    EXPECT_EQ(calls, "mrdddflf") << "the tree is read before anything is written";
+    EXPECT_EQ(calls, "mrdddffl") << "the tree is read before anything is written";
     EXPECT_EQ(read_file(dir / "out/file"), std::string("by\0tes", 6));
     EXPECT_EQ(read_file(dir / "out/sub/deeper/empty"), "");
     EXPECT_EQ(std::filesystem::read_symlink(dir / "out/sub/deeper/link"), long_target);
-    struct stat status {};
-    ASSERT_EQ(stat((dir / "out/file").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode, S_IFREG | 0660u);
-    ASSERT_EQ(stat((dir / "out/sub").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode, S_IFDIR | 0755u);
+    EXPECT_EQ(static_cast<int>(std::filesystem::status(dir / "out/file").permissions()), 0660);
+    EXPECT_EQ(static_cast<int>(std::filesystem::status(dir / "out/sub").permissions()), 0755);
 }
 
 TEST_F(extract, EveryFailureEndsItWithItsMessage) {
-    const std::string out = dir / "out", closed(40, 'x');
+    const std::string skipped = "2 build:7:3:skipped extracting unsupported inode type\n";
+    const std::string too_long =
+        "2 inode symlink length '5000' exceeds host filesystem symlink max size '4096', skipping...\n";
+    const std::string no_link = "3 failed to create symlink 'T/out/x'\n",
+                      no_dir = "3 creating dir 'T/out/x' failed\n";
+    const auto no_file = [](const std::string &why) {
+        return "3 failed to open 'T/out/x' (" + why + ")\n3 unable to open output file 'T/out/x' (" + why +
+               ")\n";
+    };
     const struct {
         const char *name;
-        std::vector<entry> image;
         int result;
         std::string log;
+        std::vector<entry> image;
     } cases[] = {
-        {"unsupported types are skipped",
-         {{1, 2, MKTFS_INODE_HLINK, "h", ""}, {1, 3, 77, "u", ""}},
+        {"unsupported types",
          0,
-         "build:7:3:skipped extracting unsupported inode type\n"
-         "build:7:3:skipped extracting unsupported inode type\n"},
-        {"empty link target", {{1, 2, MKTFS_INODE_LINK, "l", ""}}, 0, "symlink data is empty!!!\n"},
-        {"link target above the limit",
-         {{1, 2, MKTFS_INODE_LINK, "l", std::string(5000, 't')}},
+         skipped + skipped,
+         {{0, 2, MKTFS_INODE_HLINK, "x", ""}, {0, 3, 77, "x", ""}}},
+        {"empty link target", 0, "3 symlink data is empty!!!\n", {{0, 2, SYMLINK, "x", ""}}},
+        {"long link target",
          ENAMETOOLONG,
-         "inode symlink length '5000' exceeds host filesystem symlink max size '4096', skipping...\n"
-         "failed to create symlink '" +
-             out + "/l'\n"},
-        {"link in use",
-         {{1, 2, MKTFS_INODE_LINK, "l", "a"}, {1, 3, MKTFS_INODE_LINK, "l", "b"}},
-         EEXIST,
-         "failed to create symlink '" + out + "/l'\n"},
-        {"folder in use",
-         {{1, 2, MKTFS_INODE_DIR, "d", ""}, {1, 3, MKTFS_INODE_DIR, "d", ""}},
-         EEXIST,
-         "creating dir '" + out + "/d' failed\n"},
-        {"file where a folder is",
-         {{1, 2, MKTFS_INODE_DIR, "d", ""}, {1, 3, MKTFS_INODE_FILE, "d", ""}},
+         too_long + no_link,
+         {{0, 2, SYMLINK, "x", std::string(5000, 't')}}},
+        {"link in use", EEXIST, no_link, {{0, 2, SYMLINK, "x", "a"}, {0, 3, SYMLINK, "x", "b"}}},
+        {"folder in use", EEXIST, no_dir, {{0, 2, FOLDER, "x", ""}, {0, 3, FOLDER, "x", ""}}},
+        {"file on a folder",
          EISDIR,
-         "failed to open '" + out +
-             "/d' (Is a directory)\n"
-             "unable to open output file '" +
-             out + "/d' (Is a directory)\n"},
+         no_file("Is a directory"),
+         {{0, 2, FOLDER, "x", ""}, {0, 3, PLAIN, "x", ""}}},
         {"file through a link",
-         {{1, 2, MKTFS_INODE_LINK, "l", "../escaped"}, {1, 3, MKTFS_INODE_FILE, "l", "!"}},
          ELOOP,
-         "failed to open '" + out +
-             "/l' (Too many levels of symbolic links)\n"
-             "unable to open output file '" +
-             out + "/l' (Too many levels of symbolic links)\n"},
+         no_file("Too many levels of symbolic links"),
+         {{0, 2, SYMLINK, "x", "../escaped"}, {0, 3, PLAIN, "x", ""}}},
         {"folder through a link",
-         {{1, 2, MKTFS_INODE_LINK, "l", ".."}, {1, 1, MKTFS_INODE_DIR, "l", ""}},
          EEXIST,
-         "creating dir '" + out + "/l' failed\n"},
-        {"file contents", {{1, 2, MKTFS_INODE_FILE, "f", "!"}}, EXDEV, ""},
-        {"link contents", {{1, 2, MKTFS_INODE_LINK, "l", "!"}}, EXDEV, ""},
-        {"hostile name",
-         {{1, 2, MKTFS_INODE_DIR, "ok", ""}, {2, 3, MKTFS_INODE_FILE, "../../escaped", ""}},
-         EINVAL,
-         ""},
+         no_dir,
+         {{0, 2, SYMLINK, "x", ".."}, {0, 1, FOLDER, "x", ""}, {1, 3, PLAIN, "escaped", ""}}},
+        {"hostile name", EINVAL, "", {{0, 2, FOLDER, "x", ""}, {2, 3, PLAIN, "../../escaped", ""}}},
+        {"file contents", EXDEV, "", {{0, 2, PLAIN, "x", "!"}}},
+        {"link contents", EXDEV, "", {{0, 2, SYMLINK, "x", "!"}}},
+        {"an error of close", EBADF, "", {{0, 2, PLAIN, "closed", ""}}},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(run(c.image), c.result);
-        EXPECT_EQ(log.text(), c.log);
+        EXPECT_EQ(logged(), c.log);
         EXPECT_FALSE(std::filesystem::exists(dir / "escaped"));
-        log.clear();
         mktfs_filesystem_free(&fs);
-        std::filesystem::remove_all(out);
+        std::filesystem::remove_all(dir / "out");
     }
 }
 
@@ -161,18 +154,14 @@ TEST_F(extract, EarlyFailuresAndMissingSlots) {
     verbose = 1;
     mount_error = EXDEV;
     EXPECT_EQ(run({}), EXDEV);
-    EXPECT_EQ(log.text(), "Mounting filesystem image...\n");
-    EXPECT_EQ(calls, "m");
+    EXPECT_EQ(calls + logged(), "m0 Mounting filesystem image...\n");
     mount_error = 0;
-    log.clear();
-    EXPECT_EQ(run({}), 0);
-    EXPECT_EQ(log.text(), "Mounting filesystem image...\nReading filesystem root inode...\n"
-                          "Populating filesystem inodes...\nExtracting filesystem inodes...\n");
     backend.readfile = nullptr;
-    EXPECT_EQ(run({{1, 2, MKTFS_INODE_FILE, "f", ""}}), EOPNOTSUPP);
-    log.clear();
+    EXPECT_EQ(run({{0, 2, PLAIN, "f", ""}}), EOPNOTSUPP);
+    EXPECT_EQ(logged(), "0 Mounting filesystem image...\n0 Reading filesystem root inode...\n"
+                        "0 Populating filesystem inodes...\n0 Extracting filesystem inodes...\n");
     EXPECT_EQ(mktfs_filesystem_extract(&fs, (dir / "none").c_str(), (dir / "out").c_str()), ENOENT);
-    EXPECT_EQ(log.text(), "failed to open '" + dir / "none" + "' (No such file or directory)\n");
+    EXPECT_EQ(logged(), "3 failed to open 'T/none' (No such file or directory)\n");
 }
 
 }  // namespace

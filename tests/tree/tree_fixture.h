@@ -41,6 +41,20 @@ protected:
     }
     mktfs_inode *find(const std::string &path) { return mktfs_filesystem_find_inode(&fs, path.c_str()); }
 
+    // What was logged since the last call, each line with its level before it, and the
+    // folder's path as "T".
+    std::string logged() {
+        std::string text;
+        for (const log_line &line : log.take())
+            text += std::to_string(line.level) + " " + line.text;
+        return shorten(text);
+    }
+    std::string shorten(std::string text) const {
+        for (std::size_t at; (at = text.find(dir.path())) != std::string::npos;)
+            text.replace(at, dir.path().size(), "T");
+        return text;
+    }
+
     // Full paths in the order of a walk, each with a blank behind it.
     static std::string listing(int (*walk)(mktfs_inode_function, void *) = mktfs_filesystem_walk_tree) {
         std::string list;
@@ -58,4 +72,5 @@ protected:
     mktfs_backend backend;
     mktfs_filesystem &fs = *mktfs_get_filesystem();
     log_capture log;
+    const temp_dir dir;
 };

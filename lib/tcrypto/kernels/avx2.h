@@ -11,9 +11,13 @@
 
 namespace avx2 {
 
-AVX2_INLINE __m256i load(const void *from) { return _mm256_loadu_si256(static_cast<const __m256i *>(from)); }
+AVX2_INLINE __m256i load(const void *from) {
+    return _mm256_loadu_si256(static_cast<const __m256i *>(from));
+}
 
-AVX2_INLINE void store(void *to, __m256i v) { _mm256_storeu_si256(static_cast<__m256i *>(to), v); }
+AVX2_INLINE void store(void *to, __m256i v) {
+    _mm256_storeu_si256(static_cast<__m256i *>(to), v);
+}
 
 // Rotates every 64-bit word right by N bits.
 template <int N>

@@ -39,33 +39,37 @@ struct registers {
     __m256i m[16];
 };
 
-AVX2_INLINE __m256i exor(__m256i x, __m256i y) { return _mm256_xor_si256(x, y); }
-
-// Half of the mixing function G (section 3.1) for four columns, or diagonals, at
-// once, step by step, so that the four run side by side.  D is the place of the
-// diagonal's turn: 0 for columns.  M is the schedule's index of the first word.
-template <class FLAVOUR, std::size_t ROUND, std::size_t M, std::size_t D, bool SECOND, std::size_t... I>
-AVX2_INLINE void half_mix(registers &x, std::index_sequence<I...>) {
-    constexpr const std::uint8_t *ORDER = SCHEDULE[ROUND % 10] + M + (SECOND ? 1 : 0);
-    constexpr auto B = [](std::size_t i) constexpr { return 4 + (i + D) % 4; };
-    constexpr auto C = [](std::size_t i) constexpr { return 8 + (i + 2 * D) % 4; };
-    constexpr auto DD = [](std::size_t i) constexpr { return 12 + (i + 3 * D) % 4; };
-    ((x.v[I] = FLAVOUR::add(x.v[I], x.m[ORDER[2 * I]])), ...);
-    ((x.v[I] = FLAVOUR::add(x.v[I], x.v[B(I)])), ...);
-    ((x.v[DD(I)] = exor(x.v[DD(I)], x.v[I])), ...);
-    ((x.v[DD(I)] = SECOND ? FLAVOUR::rotate_3(x.v[DD(I)]) : FLAVOUR::rotate_1(x.v[DD(I)])), ...);
-    ((x.v[C(I)] = FLAVOUR::add(x.v[C(I)], x.v[DD(I)])), ...);
-    ((x.v[B(I)] = exor(x.v[B(I)], x.v[C(I)])), ...);
-    ((x.v[B(I)] = SECOND ? FLAVOUR::rotate_4(x.v[B(I)]) : FLAVOUR::rotate_2(x.v[B(I)])), ...);
+AVX2_INLINE __m256i exor(__m256i x, __m256i y) {
+    return _mm256_xor_si256(x, y);
 }
 
+// The mixing function G of section 3.1.
+template <class FLAVOUR>
+AVX2_INLINE void mix(__m256i &a, __m256i &b, __m256i &c, __m256i &d, const __m256i &x, const __m256i &y) {
+    a = FLAVOUR::add(FLAVOUR::add(a, x), b);
+    d = FLAVOUR::rotate_1(exor(d, a));
+    c = FLAVOUR::add(c, d);
+    b = FLAVOUR::rotate_2(exor(b, c));
+    a = FLAVOUR::add(FLAVOUR::add(a, y), b);
+    d = FLAVOUR::rotate_3(exor(d, a));
+    c = FLAVOUR::add(c, d);
+    b = FLAVOUR::rotate_4(exor(b, c));
+}
+
+// One round of section 3.2: the columns, then the diagonals.
 template <class FLAVOUR, std::size_t ROUND>
 AVX2_INLINE void one_round(registers &x) {
-    constexpr std::make_index_sequence<4> FOUR;
-    half_mix<FLAVOUR, ROUND, 0, 0, false>(x, FOUR);
-    half_mix<FLAVOUR, ROUND, 0, 0, true>(x, FOUR);
-    half_mix<FLAVOUR, ROUND, 8, 1, false>(x, FOUR);
-    half_mix<FLAVOUR, ROUND, 8, 1, true>(x, FOUR);
+    constexpr const std::uint8_t(&S)[16] = SCHEDULE[ROUND % 10];
+    __m256i(&v)[16] = x.v;
+    const __m256i(&m)[16] = x.m;
+    mix<FLAVOUR>(v[0], v[4], v[8], v[12], m[S[0]], m[S[1]]);
+    mix<FLAVOUR>(v[1], v[5], v[9], v[13], m[S[2]], m[S[3]]);
+    mix<FLAVOUR>(v[2], v[6], v[10], v[14], m[S[4]], m[S[5]]);
+    mix<FLAVOUR>(v[3], v[7], v[11], v[15], m[S[6]], m[S[7]]);
+    mix<FLAVOUR>(v[0], v[5], v[10], v[15], m[S[8]], m[S[9]]);
+    mix<FLAVOUR>(v[1], v[6], v[11], v[12], m[S[10]], m[S[11]]);
+    mix<FLAVOUR>(v[2], v[7], v[8], v[13], m[S[12]], m[S[13]]);
+    mix<FLAVOUR>(v[3], v[4], v[9], v[14], m[S[14]], m[S[15]]);
 }
 
 template <class FLAVOUR, std::size_t... ROUND>
@@ -73,19 +77,48 @@ AVX2_INLINE void all_rounds(registers &x, std::index_sequence<ROUND...>) {
     (one_round<FLAVOUR, ROUND>(x), ...);
 }
 
-// The engine for salted_lanes.h.  SIZE: bytes of the digest.
-template <class FLAVOUR, std::size_t SIZE>
-struct engine {
+// What the engines of one flavour share.
+template <class FLAVOUR>
+struct lanes {
     using word = typename FLAVOUR::word;
     static constexpr std::size_t LANES = FLAVOUR::LANES;
     static constexpr std::size_t INPUT_BLOCK = 16 * sizeof(word);
-    static constexpr std::size_t TAIL_BLOCKS = 1;
-    static constexpr std::size_t DIGEST_SIZE = SIZE;
-    static constexpr bool HOLDS_LAST = true;
 
     struct state {
         alignas(32) word words[8][LANES];
     };
+
+    // `counter`: bytes of the message up to the end of this input block.
+    AVX2_TARGET static void compress(state &s, const std::uint8_t *const *data, std::size_t offset,
+                                     std::uint64_t counter, bool last) {
+        // The counter takes two words.
+        const word counter_low = static_cast<word>(counter);
+        const word counter_high = sizeof(word) == 8 ? 0 : static_cast<word>(counter >> 32);
+        registers x;
+        FLAVOUR::load_block(x.m, data, offset);
+        for (std::size_t i = 0; i < 8; ++i) {
+            x.v[i] = avx2::load(s.words[i]);
+            x.v[8 + i] = FLAVOUR::set1(FLAVOUR::START[i]);
+        }
+        x.v[12] = exor(x.v[12], FLAVOUR::set1(counter_low));
+        x.v[13] = exor(x.v[13], FLAVOUR::set1(counter_high));
+        x.v[14] = exor(x.v[14], FLAVOUR::set1(last ? static_cast<word>(~word{0}) : word{0}));
+        all_rounds<FLAVOUR>(x, std::make_index_sequence<FLAVOUR::ROUNDS>());
+        for (std::size_t i = 0; i < 8; ++i)
+            avx2::store(s.words[i], exor(avx2::load(s.words[i]), exor(x.v[i], x.v[8 + i])));
+    }
+};
+
+// The engine for salted_lanes.h.  SIZE: bytes of the digest.
+template <class FLAVOUR, std::size_t SIZE>
+struct engine : lanes<FLAVOUR> {
+    using typename lanes<FLAVOUR>::state;
+    using typename lanes<FLAVOUR>::word;
+    using lanes<FLAVOUR>::INPUT_BLOCK;
+    using lanes<FLAVOUR>::LANES;
+    static constexpr std::size_t TAIL_BLOCKS = 1;
+    static constexpr std::size_t DIGEST_SIZE = SIZE;
+    static constexpr bool HOLDS_LAST = true;
 
     // The parameter block's first word says: SIZE bytes, no key, no tree.
     static state start() {
@@ -97,10 +130,9 @@ struct engine {
         return s;
     }
 
-    AVX2_TARGET static void absorb(state &s, const std::uint8_t *const *lanes, std::size_t blocks,
-                                   std::uint64_t before) {
+    static void absorb(state &s, const std::uint8_t *const *data, std::size_t blocks, std::uint64_t before) {
         for (std::size_t i = 0; i < blocks; ++i)
-            compress(s, lanes, i * INPUT_BLOCK, before + (i + 1) * INPUT_BLOCK, false);
+            engine::compress(s, data, i * INPUT_BLOCK, before + (i + 1) * INPUT_BLOCK, false);
     }
 
     static std::size_t pad(std::uint8_t *tail, std::size_t used, std::uint64_t /*total*/) {
@@ -110,31 +142,10 @@ struct engine {
 
     static void finish(state &s, const std::uint8_t *const *tails, std::size_t /*blocks*/,
                        std::uint64_t total, std::uint8_t *out) {
-        compress(s, tails, 0, total, true);
+        engine::compress(s, tails, 0, total, true);
         for (std::size_t lane = 0; lane < LANES; ++lane)
             for (std::size_t i = 0; i < SIZE / sizeof(word); ++i, out += sizeof(word))
                 std::memcpy(out, &s.words[i][lane], sizeof(word));
-    }
-
-  private:
-    // `counter`: bytes of the message up to the end of this input block.
-    AVX2_TARGET static void compress(state &s, const std::uint8_t *const *lanes, std::size_t offset,
-                                     std::uint64_t counter, bool last) {
-        // The counter takes two words.
-        const word counter_low = static_cast<word>(counter);
-        const word counter_high = sizeof(word) == 8 ? 0 : static_cast<word>(counter >> 32);
-        registers x;
-        FLAVOUR::load_block(x.m, lanes, offset);
-        for (std::size_t i = 0; i < 8; ++i) {
-            x.v[i] = avx2::load(s.words[i]);
-            x.v[8 + i] = FLAVOUR::set1(FLAVOUR::START[i]);
-        }
-        x.v[12] = exor(x.v[12], FLAVOUR::set1(counter_low));
-        x.v[13] = exor(x.v[13], FLAVOUR::set1(counter_high));
-        x.v[14] = exor(x.v[14], FLAVOUR::set1(last ? static_cast<word>(~word{0}) : word{0}));
-        all_rounds<FLAVOUR>(x, std::make_index_sequence<FLAVOUR::ROUNDS>());
-        for (std::size_t i = 0; i < 8; ++i)
-            avx2::store(s.words[i], exor(avx2::load(s.words[i]), exor(x.v[i], x.v[8 + i])));
     }
 };
 

@@ -14,6 +14,8 @@
 #include <cstring>
 #include <immintrin.h>
 
+#include "tcrypto/kernels/groups.h"
+
 extern "C" {
 #include <blake3_impl.h>
 }
@@ -84,7 +86,7 @@ void hash_chunk(const chunk &c, std::uint8_t *values) {
 // The lanes' trees as they grow from left to right: the values of the complete
 // subtrees that wait for a right neighbour.
 class tree_stack {
-  public:
+public:
     // Joins what `chunks` chunks complete.  Only to be called when another chunk
     // follows, for none of the joined can then be the root.
     void settle(std::uint64_t chunks) {
@@ -104,7 +106,7 @@ class tree_stack {
         join_top(PARENT | ROOT, out);
     }
 
-  private:
+private:
     void join() {
         lane_values parents;
         join_top(PARENT, parents);
@@ -126,7 +128,7 @@ class tree_stack {
 
 // salt || block for eight blocks of equal length.
 class salted_messages {
-  public:
+public:
     salted_messages(const std::uint8_t *salt, std::size_t salt_length, std::size_t length)
         : salt_(salt), salt_length_(salt_length), length_(length), total_(salt_length + length),
           chunks_(total_ == 0 ? 1 : (total_ - 1) / BLAKE3_CHUNK_LEN + 1) {
@@ -147,7 +149,7 @@ class salted_messages {
             tree.finish(out);
     }
 
-  private:
+private:
     // The salt's whole input blocks within the first chunk are the same in every
     // lane.  The chunk's last block stays behind, which ends it.
     void compress_salt() {
@@ -203,11 +205,7 @@ class salted_messages {
 void hash(const std::uint8_t *salt, std::size_t salt_length, const std::uint8_t *data, std::size_t length,
           std::size_t count, std::uint8_t *out) {
     salted_messages messages(salt, salt_length, length);
-    for (; count >= LANES; count -= LANES) {
-        messages.hash(data, out);
-        data += LANES * length;
-        out += LANES * CV_SIZE;
-    }
+    hash_groups<LANES, CV_SIZE>(messages, data, length, count, out);
 }
 
 }  // namespace

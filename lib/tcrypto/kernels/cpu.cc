@@ -20,7 +20,9 @@ bool detect_sha() {
            __builtin_cpu_supports("sse4.1");
 }
 
-__attribute__((target("avx"))) void zero_upper() { _mm256_zeroupper(); }
+__attribute__((target("avx"))) void zero_upper() {
+    _mm256_zeroupper();
+}
 
 }  // namespace
 
@@ -29,7 +31,9 @@ bool cpu_has_sha() {
     return sha;
 }
 
-bool cpu_has_avx2() { return __builtin_cpu_supports("avx2"); }
+bool cpu_has_avx2() {
+    return __builtin_cpu_supports("avx2");
+}
 
 void cpu_clear_upper_halves() {
     if (__builtin_cpu_supports("avx"))

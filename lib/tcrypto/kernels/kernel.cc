@@ -29,7 +29,9 @@ bool switched_off() {
 
 }  // namespace
 
-std::span<const digest_kernel *const> digest_kernels() { return KERNELS; }
+std::span<const digest_kernel *const> digest_kernels() {
+    return KERNELS;
+}
 
 const digest_kernel *digest_kernel_for(const char *digest) {
     if (switched_off())

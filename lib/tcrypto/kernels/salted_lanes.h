@@ -18,6 +18,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "tcrypto/kernels/groups.h"
+
 // All in bytes unless said otherwise.
 struct message_cut {
     std::size_t salt_blocks = 0;  // input blocks
@@ -65,7 +67,7 @@ class salted_lanes {
     static constexpr std::size_t INPUT_BLOCK = ENGINE::INPUT_BLOCK;
     using state = typename ENGINE::state;
 
-  public:
+public:
     salted_lanes(const state &start, const std::uint8_t *salt, std::size_t salt_length, std::size_t length)
         : cut_(salt_length, length, INPUT_BLOCK, ENGINE::HOLDS_LAST), length_(length),
           total_(salt_length + length), salted_(start) {
@@ -102,7 +104,7 @@ class salted_lanes {
         ENGINE::finish(running, lanes, tail_blocks_, total_, out);
     }
 
-  private:
+private:
     // memcpy may not be given null, which an empty salt may be.
     static void copy(std::uint8_t *to, const std::uint8_t *from, std::size_t size) {
         if (size != 0)
@@ -143,9 +145,5 @@ template <class ENGINE>
 void hash_salted(const typename ENGINE::state &start, const std::uint8_t *salt, std::size_t salt_length,
                  const std::uint8_t *data, std::size_t length, std::size_t count, std::uint8_t *out) {
     salted_lanes<ENGINE> lanes(start, salt, salt_length, length);
-    for (; count >= ENGINE::LANES; count -= ENGINE::LANES) {
-        lanes.hash(data, out);
-        data += ENGINE::LANES * length;
-        out += ENGINE::LANES * ENGINE::DIGEST_SIZE;
-    }
+    hash_groups<ENGINE::LANES, ENGINE::DIGEST_SIZE>(lanes, data, length, count, out);
 }

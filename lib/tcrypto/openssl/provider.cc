@@ -17,14 +17,21 @@ constexpr std::uint64_t START_STEPS[] = {
     OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS,
 };
 
+// A library that did not start, for lack of memory, crashes at its first fetch.
+// Its default context, which OpenSSL would make only then, can fail on its own.
+bool start_openssl() {
+    for (const std::uint64_t step : START_STEPS) {
+        if (OPENSSL_init_crypto(step, nullptr) != 1)
+            return false;
+    }
+    return OSSL_LIB_CTX_get0_global_default() != nullptr;
+}
+
 }  // namespace
 
 int tcrypto_openssl_init() {
-    // A library that did not start crashes at its first fetch.
-    for (const std::uint64_t step : START_STEPS) {
-        if (OPENSSL_init_crypto(step, nullptr) != 1)
-            return ossl_fail(TCRYPTO_E_INTERNAL, "OpenSSL initialization failed\n");
-    }
+    if (!start_openssl())
+        return ossl_fail(TCRYPTO_E_INTERNAL, "OpenSSL initialization failed\n");
     for (const auto register_family : FAMILIES) {
         const int rc = register_family();
         if (rc != TCRYPTO_OK)

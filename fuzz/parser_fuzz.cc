@@ -1,0 +1,58 @@
+// A whole parse into a tree, through a type with every capability.
+#include "base/log.h"
+#include "build_file_input.h"
+#include "buildfile/options.h"
+#include "buildfile/parser.h"
+#include "buildfile/setters.h"
+#include "fs/filesystem.h"
+#include "tree/inode.h"
+#include "tree/resolve.h"
+
+namespace {
+
+constexpr mktfs_backend backend = {
+    .name = "FUZZ",
+    .flags = MKTFS_BACKEND_SORTED | MKTFS_BACKEND_HARDLINKS | MKTFS_BACKEND_ACLS,
+    .parser = mktfs_base_parser,
+    .option_handler = base_option_handler,
+    .inode_attr = base_inode_attr_fct,
+};
+
+struct fatal_message {};
+
+[[gnu::format(printf, 2, 3)]] int log_function([[maybe_unused]] int level, const char *, ...) {
+#ifdef FATAL_MESSAGES_LEAVE
+    if (level == MKTFS_LOG_FATAL)
+        throw fatal_message();
+#endif
+    return 0;
+}
+
+void parse_and_resolve(const char *path) {
+    try {
+        if (mktfs_filesystem_parse(path) == 0)
+            (void)mktfs_filesystem_resolve_info(mktfs_get_filesystem());
+    } catch (const fatal_message &) {
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    discard_standard_output();
+    mktfs_register_log_fct(log_function);
+    mktfs_set_backend(&backend);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    const build_file_input input(data, size);
+    mktfs_filesystem &fs = *mktfs_get_filesystem();
+    (void)mktfs_filesystem_build_init(&fs);
+    parse_and_resolve(input.path());
+    mktfs_filesystem_free(&fs);
+    mktfs_filesystem_build_finit(&fs);
+    mktfs_backend_acls_free();
+    fs = {};
+    return 0;
+}

@@ -1,0 +1,207 @@
+#include "buildfile/parser.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "buildfile/acl.h"
+#include "buildfile/build_file.h"
+
+namespace {
+
+using namespace std::literals;
+
+constexpr const char *FAILED = "4 \nParsing config file failed.\n";
+
+class parser : public build_file {
+protected:
+    // "type path uid:gid mode source" of every node below the root, a line each.
+    static std::string tree() {
+        std::string text;
+        mktfs_filesystem_walk_layer(
+            [](mktfs_filesystem *, mktfs_inode *inode, void *out) {
+                if (inode->parent == nullptr)
+                    return 0;
+                char path[4096] = "";
+                char line[8192];
+                mktfs_inode_full_path(inode, path, sizeof path);
+                std::snprintf(line, sizeof line, "%s %s %u:%u %o%s%s\n", mktfs_inode_type2str(inode->type),
+                              path, inode->uid, inode->gid, inode->mode, inode->has_path ? " " : "",
+                              inode->path.c_str());
+                *static_cast<std::string *>(out) += line;
+                return 0;
+            },
+            &text);
+        return text;
+    }
+
+    void parse(std::string_view text) { EXPECT_EQ(base_parse_cfg_file(write(text).c_str()), 0); }
+};
+
+TEST_F(parser, BuildsTheTreeThatTheFileDescribes) {
+    const std::string source = dir.file("shadow", "secret");
+    parse("# image of a small system\n"
+          "[option uid=1 gid=2 fmode=0640 dmode=0711 blksize=8192]\n"
+          "[option mtimefmt=\"%Y-%m-%d %H\" mtime=\"2020-01-01 12\"]\n"
+          "[dir uid=3 mode=0755] /etc\n"
+          "[file uid=0 gid=0 mode=0600] /etc/shadow = " +
+          source +
+          "\n"
+          "[file] \"/etc/host name\" = {\n"
+          "tav\n"
+          "}\n"
+          "[link gid=9] /usr/bin = /bin\n"
+          "[hlink] /etc/s2 = /etc/shadow\n");
+    EXPECT_EQ(messages(), "");
+    EXPECT_EQ(tree(), "dir /etc 3:2 755\n"
+                      "dir /usr 1:2 711\n"
+                      "file /etc/host name 1:2 640 tav\n\n"
+                      "hlink /etc/s2 1:2 0 /etc/shadow\n"
+                      "file /etc/shadow 0:0 600 " +
+                          source +
+                          "\n"
+                          "link /usr/bin 1:9 777 /bin\n");
+    EXPECT_EQ(fs().blksize, 8192U);
+    EXPECT_EQ(fs().mtimefmt, "%Y-%m-%d %H");
+}
+
+TEST_F(parser, ReportsAtThePositionOfTheLastTokenRead) {
+    const struct {
+        const char *name;
+        const char *text;
+        std::string messages;
+        const char *tree;
+    } rows[] = {
+        {"nothing", "", "", ""},
+        {"comments and blank lines", "# x\n \t\n", "", ""},
+        {"option without attribute", "[option]\n", "3 2:8:syntax error\n"s + FAILED, ""},
+        {"mode in an option", "[option mode=0644]", "3 2:9:syntax error\n"s + FAILED, ""},
+        {"time in an object", "[file mtime=0] /a", "3 2:7:syntax error\n"s + FAILED, ""},
+        {"mode of a link", "[link mode=0777] /a", "3 2:7:syntax error\n"s + FAILED, ""},
+        {"name in a link", "[link x] /a", "3 2:7:syntax error\n"s + FAILED, ""},
+        {"attribute of a hard link", "[hlink uid=1] /a = /b", "3 2:8:syntax error\n"s + FAILED, ""},
+        {"hard link without target", "[hlink] /a\n[dir] /b\n", "3 3:1:syntax error\n"s + FAILED, ""},
+        {"contents of a link", "[link] /a = {x}", "3 2:14:syntax error\n"s + FAILED, ""},
+        {"end in the header", "[file", "3 2:5:syntax error\n"s + FAILED, ""},
+        {"unknown statement", "[[", "3 2:2:syntax error\n"s + FAILED, ""},
+        {"a folder takes one path, and is placed first", "[dir] /a = /b", "3 2:10:syntax error\n"s + FAILED,
+         "dir /a 0:0 755\n"},
+        {"no statement after an error", "[dir] /a\n]\n[dir] /b\n", "3 3:1:syntax error\n"s + FAILED,
+         "dir /a 0:0 755\n"},
+        {"statements on one line need no separation", "[option uid=4][option gid=5][dir] /a", "",
+         "dir /a 4:5 755\n"},
+        {"a folder is placed without looking ahead", "[dir] /a\n[dir] /a\n",
+         "2 3:7:directory 'a' attributes overridden\n", "dir /a 0:0 755\n"},
+        {"a lone path only after the next token", "[file] /a\n\n\n[file] /b\n",
+         "2 5:1:failed to find matching target for file '/a'\n2 6:0:failed to find matching target for file "
+         "'/b'\n",
+         ""},
+        {"two paths at the second", "[file] /a = none\n\n",
+         "2 2:13:failed to find matching target for file 'none'\n", ""},
+        {"a value at the value, a lone name after it", "[file x=1 y mode=9] /a = {}",
+         "4 2:9:unsupported inode attribute 'x'\n4 2:13:unsupported inode attribute 'y'\n"
+         "4 2:18:invalid mode value '9'\n",
+         "file /a 0:0 0 \n"},
+        {"contents at the brace", "[dir]/a\n[file] /a = {\nx}",
+         "4 4:14:duplicate filesystem object at path '/a'\n", "dir /a 0:0 755\nfile /a 0:0 644 x\n"},
+        {"values of an object", "[file uid=-1 gid=x acl=u::r] /a = {}",
+         "4 2:11:invalid uid value '-1'\n4 2:18:invalid gid value 'x'\n"
+         "4 2:24:acls are not supported by this backend\n",
+         "file /a 0:0 644 \n"},
+        {"empty quoted strings",
+         "[file uid=\"\" gid=\"\" mode=\"\" acl=\"\" x=\"\"] \"\" = \"\"\n[option mtime=\"\"]",
+         "4 2:12:empty quoted string\n4 2:12:invalid uid value 'nil'\n"
+         "4 2:19:empty quoted string\n4 2:19:invalid gid value 'nil'\n"
+         "4 2:27:empty quoted string\n4 2:27:invalid mode value 'nil'\n"
+         "4 2:34:empty quoted string\n4 2:34:acls are not supported by this backend\n"
+         "4 2:34:invalid acl value 'nil'\n"
+         "4 2:39:empty quoted string\n4 2:39:unsupported inode attribute 'x'\n"
+         "4 2:43:empty quoted string\n4 2:48:empty quoted string\n"
+         "4 3:16:empty quoted string\n4 3:16:invalid value for option attribute 'mtime' ('nil')\n",
+         ""},
+        {"end in a quoted value", "[file uid=\"0",
+         "4 2:12:unterminated quoted string\n3 2:12:syntax error\n"s + FAILED, ""},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        start();
+        parse(row.text);
+        EXPECT_EQ(messages(), row.messages);
+        EXPECT_EQ(tree(), row.tree);
+        clear();
+    }
+}
+
+TEST_F(parser, ReportsOptionsInTheOrderWritten) {
+    const struct {
+        const char *attribute;
+        const char *messages;
+    } rows[] = {
+        {"blksize=512", ""},
+        {"blksize=32768", ""},
+        {"blksize=256", "blksize value '256' must be a power of 2 in the range [512, 32768]\n"},
+        {"blksize=65536", "blksize value '65536' must be a power of 2 in the range [512, 32768]\n"},
+        {"blksize=3000", "blksize value '3000' must be a power of 2 in the range [512, 32768]\n"},
+        {"blksize=x", "invalid blksize attribute value 'x'\n"
+                      "blksize value 'x' must be a power of 2 in the range [512, 32768]\n"},
+        {"uid=abc", "invalid uid attribute value 'abc'\ninvalid value for option attribute 'uid' ('abc')\n"},
+        {"gid=2147483648", "invalid gid attribute value '2147483648'\n"
+                           "invalid value for option attribute 'gid' ('2147483648')\n"},
+        {"dmode=8", "invalid dmode attribute value '8'\ninvalid value for option attribute 'dmode' ('8')\n"},
+        {"fmode=7777777777777777777777777",
+         "invalid fmode attribute value '7777777777777777777777777'\n"
+         "failed to parse option attribute 'fmode' ('7777777777777777777777777')\n"},
+        {"mtimefmt=%Y mtime=x", "invalid mtime attribute value 'x' in conjunction with mtimefmt '%Y'\n"
+                                "invalid value for option attribute 'mtime' ('x')\n"},
+        {"fmode", "invalid value for option attribute 'fmode' ('nil')\n"},
+        {"blksize", "invalid value for option attribute 'blksize' ('nil')\n"},
+        {"foo", "unsupported option attribute 'foo'\n"},
+        {"UID=1", "unsupported option attribute 'UID'\n"},
+        {"x=%s%n", "unsupported option attribute 'x'\n"},
+        {"uid=%s%n",
+         "invalid uid attribute value '%s%n'\ninvalid value for option attribute 'uid' ('%s%n')\n"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.attribute);
+        start();
+        parse("[option " + std::string(row.attribute) + "]");
+        std::string texts;
+        for (const log_line &line : log.lines()) {
+            EXPECT_EQ(line.level, MKTFS_LOG_FATAL);
+            texts +=
+                line.text.substr(line.text.find(':', line.text.find(':', line.text.find(':') + 1) + 1) + 1);
+        }
+        EXPECT_EQ(texts, row.messages);
+        clear();
+    }
+}
+
+TEST_F(parser, StoresTheAclOfATypeThatTakesThem) {
+    backend.flags |= MKTFS_BACKEND_ACLS;
+    parse("[dir acl=u::rw-,g::r--,o::r-- acl=u:5:r] /a\n[dir acl=z] /b");
+    EXPECT_EQ(messages(), "4 3:10:invalid acl value 'z'\n");
+    ASSERT_NE(fs().root.children.first, nullptr);
+    ASSERT_NE(fs().root.children.first->acl, nullptr);
+    EXPECT_EQ(tvo_acl_size(fs().root.children.first->acl), 16);
+    EXPECT_EQ(fs().root.children.first->next->acl, nullptr);
+}
+
+TEST_F(parser, TheObjectTimeIsReadWithTheCurrentFormat) {
+    mktfs_inode inode;
+    fs().mtimefmt = "%Y-%m-%d";
+    mktfs_backend_inode_setmtime(&inode, "2020-07-02");
+    EXPECT_GT(inode.mtime, 1593561600);
+    mktfs_backend_inode_setmtime(&inode, "1593561600");
+    EXPECT_EQ(inode.mtime, 0);
+    EXPECT_NE(log.text().find("invalid mtime value '1593561600'\n"), std::string::npos);
+}
+
+TEST_F(parser, ContentsLoseOneLeadingNewlineAndEndAtANul) {
+    parse("[file] /a = {\n\nx\0y}\n"sv);
+    EXPECT_EQ(tree(), "file /a 0:0 644 \nx\n");
+    EXPECT_EQ(fs().root.children.first->size, 2U);
+    EXPECT_EQ(fs().root.children.first->flags, MKTFS_INODE_INLINE);
+}
+
+}  // namespace

@@ -1,0 +1,192 @@
+#!/usr/bin/env python3
+"""Builds images in every digest, block size and mode, and compares each with the model byte by byte.
+
+    build_matrix.py MKTFS
+
+Every signature is proved with the openssl command.  Ends at the first difference.
+"""
+
+import itertools
+import random
+import shlex
+import subprocess
+import sys
+import tempfile
+from dataclasses import replace
+from pathlib import Path
+
+from ttd_model import DIGESTS, Geometry, ModelError, Options, check
+
+BLOCK_SIZES = [512 << n for n in range(7)]
+KEYS = [  # name, -S value, openssl commands that make key.pem
+    ("rsa-2048", "rsa-sha256", ["genpkey -algorithm RSA -out key.pem -pkeyopt rsa_keygen_bits:2048"]),
+    ("ec", "ecdsa-sha256", ["genpkey -algorithm EC -out key.pem -pkeyopt ec_paramgen_curve:prime256v1"]),
+    ("ec-explicit", "ecdsa-sha256",
+     ["ecparam -name prime256v1 -param_enc explicit -no_seed -out params.pem -outform PEM",
+      "genpkey -paramfile params.pem -out key.pem"]),
+    ("ed25519", "eddsa-25519", ["genpkey -algorithm ED25519 -out key.pem"]),
+    ("ed448", "eddsa-448", ["genpkey -algorithm ED448 -out key.pem"]),
+]
+
+
+class Difference(Exception):
+    pass
+
+
+def run(command, folder, **kwargs):
+    return subprocess.run(command, cwd=folder, capture_output=True, **kwargs)
+
+
+class Key:
+    """A fresh key pair in a folder of its own."""
+
+    def __init__(self, folder, name, signature, commands):
+        self.name, self.signature, self.folder = name, signature, folder / name
+        self.folder.mkdir()
+        for command in commands + ["pkey -in key.pem -pubout -out public.pem"]:
+            run(["openssl", *shlex.split(command)], self.folder, check=True)
+
+    def accepts(self, signed, signature):
+        (self.folder / "signed").write_bytes(signed)
+        (self.folder / "signature").write_bytes(signature)
+        if self.signature.startswith("eddsa"):
+            command = "pkeyutl -verify -pubin -inkey public.pem -rawin -in signed -sigfile signature"
+        else:
+            command = "dgst -sha256 -verify public.pem -signature signature signed"
+        return run(["openssl", *shlex.split(command)], self.folder).returncode == 0
+
+
+def random_blocks(rng, size, count):
+    """Blocks of a small stock, so that the slow digests of the model stay quick; a third of them zero."""
+    stock = [rng.randbytes(size) for _ in range(6)] + 3 * [bytes(size)]
+    return b"".join([stock[0], *rng.choices(stock, k=count - 1)])
+
+
+def block_counts(block_size, hash_size):
+    """Name and number of blocks of each input; larger blocks get fewer, because they need more data."""
+    per_block = block_size // hash_size
+    yield "one block", 1
+    yield "two levels, the last hash block in part", per_block + 3
+    if block_size <= 4096:
+        yield "two levels, every hash block of level 0 full", 2 * per_block
+    if block_size <= 1024:
+        yield "three levels", per_block * per_block + 1
+
+
+def smallest_partition(size, block_size, hash_size):
+    """The smallest partition, in whole blocks, that an input of `size` bytes fits into."""
+    partition = -(-size // block_size) * block_size
+    while Geometry(partition, block_size, hash_size).meta_size + size > partition:
+        partition += block_size
+    return partition
+
+
+def modes(data, options, hash_size):
+    """Name, input and options of each mode."""
+    block_size = options.block_size
+    cut = data[:len(data) - 123]
+    partition = smallest_partition(len(data), block_size, hash_size)
+    roomy = replace(options, partition=partition + 3 * block_size)
+    filled = replace(options, partition=partition)
+    room = partition - Geometry(partition, block_size, hash_size).meta_size
+    yield "normal", data, options
+    yield "meta data only", data, replace(options, meta_only=True)
+    yield "partition", cut, roomy
+    if block_size <= 8192:
+        yield "partition, filled to the last byte", data.ljust(room, b"\x5a"), filled
+        yield "partition, meta data only", cut, replace(roomy, meta_only=True)
+
+
+def mktfs_arguments(options, key):
+    arguments = ["-H", options.digest, "-B", str(options.block_size), "-S", options.signature,
+                 "-K", str(key.folder / "key.pem"), "-A", options.salt.hex()]
+    if options.partition is not None:
+        arguments += ["-P", str(options.partition)]
+    if options.rollback:
+        arguments += ["-R", str(options.rollback)]
+    return arguments + (["-M"] if options.meta_only else [])
+
+
+def build_and_check(mktfs, folder, data, options, key):
+    """Returns the signed bytes and the signature of a new image."""
+    (folder / "input").write_bytes(data)
+    (folder / "output").unlink(missing_ok=True)
+    command = [mktfs, "ttd", *mktfs_arguments(options, key), "-o", "output", "input"]
+    result = run(command, folder)
+    if result.returncode != 0:
+        raise Difference(f"status {result.returncode} of {shlex.join(command)}\n{result.stderr.decode()}")
+    try:
+        signed, signature = check((folder / "output").read_bytes(), data, options)
+    except (ModelError, OSError) as error:
+        raise Difference(f"{error}\n{shlex.join(command)}") from error
+    if not key.accepts(signed, signature):
+        raise Difference(f"openssl refuses the signature\n{shlex.join(command)}")
+    return signed, signature
+
+
+def check_statistics(mktfs, folder, options, size):
+    command = [mktfs, "ttd", "-C", str(size), "-H", options.digest, "-B", str(options.block_size),
+               "-A", options.salt.hex()]
+    if options.partition is not None:
+        command += ["-P", str(options.partition)]
+    partition = options.partition is not None
+    geometry = Geometry(options.partition if partition else size, options.block_size,
+                        DIGESTS[options.digest].size)
+    shown = run(command, folder).stdout.decode()
+    expected = geometry.statistics(partition, options.salt)
+    if shown[shown.find("\n") + 1:] != expected:  # the first line tells who provides the digest
+        raise Difference(f"{shlex.join(command)}\nprints\n{shown}\nexpected\n{expected}")
+
+
+def check_keys_can_refuse(proofs):
+    """So that a passing run means something: openssl must refuse a changed superblock."""
+    for key, signed, signature in proofs:
+        changed = bytes([signed[0] ^ 1]) + signed[1:]
+        if key.accepts(changed, signature):
+            raise Difference(f"openssl accepts any signature of the {key.name} key")
+
+
+def run_matrix(mktfs, folder):
+    """Returns how many images and calculations were compared."""
+    keys = [Key(folder, *row) for row in KEYS]
+    images, calculations, proofs = 0, 0, {}
+    next_key = itertools.cycle(keys)
+    for (name, digest), block_size in itertools.product(DIGESTS.items(), BLOCK_SIZES):
+        rng = random.Random(f"{name} {block_size}")
+        salt = rng.randbytes(rng.choice([digest.size, 2 * digest.size, 128]))
+        options = Options(name, block_size, salt=salt, rollback=rng.choice([0, 1, 2**64 - 1]))
+        for count_name, count in block_counts(block_size, digest.size):
+            data = random_blocks(rng, block_size, count)
+            for mode, content, mode_options in modes(data, options, digest.size):
+                key = next(next_key)
+                try:
+                    proof = build_and_check(mktfs, folder, content,
+                                            replace(mode_options, signature=key.signature), key)
+                except Difference as difference:
+                    raise Difference(f"{name}, {block_size}, {mode}, {count_name}, {key.name} key: "
+                                     f"{difference}") from difference
+                proofs[key.name] = (key, *proof)
+                images += 1
+        # The second tree is larger than its 32-bit numbers can say, the third has a partition.
+        for size, partition in [(321 * block_size, None), (block_size << 30, None), (1, 1 << 30)]:
+            check_statistics(mktfs, folder, replace(options, partition=partition), size)
+            calculations += 1
+    check_keys_can_refuse(proofs.values())
+    return images, calculations
+
+
+def main():
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    mktfs = str(Path(sys.argv[1]).resolve())
+    with tempfile.TemporaryDirectory(prefix="mktfs-matrix-") as folder:
+        try:
+            images, calculations = run_matrix(mktfs, Path(folder))
+        except Difference as difference:
+            sys.exit(f"build_matrix: {difference}")
+    print(f"build_matrix: {images} images and {calculations} calculations equal the model, "
+          f"{images} signatures proved")
+
+
+if __name__ == "__main__":
+    main()

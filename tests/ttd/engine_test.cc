@@ -1,0 +1,363 @@
+// The engine as a library: superblocks, caches, ranges, single blocks and many
+// threads on one image.
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <thread>
+
+#include "engine_image.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+
+std::vector<std::string> *captured = nullptr;
+
+[[gnu::format(printf, 2, 3)]] int capture(int level, const char *format, ...) {
+    char text[1024];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    captured->push_back(std::to_string(level) + " " + text);
+    return 0;
+}
+
+// The engine's messages while it lives.
+class captured_log {
+public:
+    captured_log() {
+        captured = &lines;
+        ttd_register_log_fct(capture);
+    }
+    ~captured_log() { ttd_register_log_fct(ignore_message); }
+    std::vector<std::string> lines;
+};
+
+TEST(Superblock, RefusesWhatContradictsTheFormat) {
+    const struct {
+        const char *name;
+        void (*spoil)(ttd_superblock &);
+        const char *message;
+    } cases[] = {
+        {"salt shorter than the hash", [](ttd_superblock &sb) { sb.saltsize = 31; },
+         "3 invalid salt size '31'\n"},
+        {"salt of 129", [](ttd_superblock &sb) { sb.saltsize = 129; }, "3 invalid salt size '129'\n"},
+        {"block of 256", [](ttd_superblock &sb) { sb.blksize = 256; }, nullptr},
+        {"block of 65536", [](ttd_superblock &sb) { sb.blksize = 65536; }, nullptr},
+        {"block of 3", [](ttd_superblock &sb) { sb.blksize = 3; }, nullptr},
+        {"no hash block", [](ttd_superblock &sb) { sb.hblksize = 0; }, nullptr},
+        {"hash block below the hash", [](ttd_superblock &sb) { sb.hblksize = 16; }, nullptr},
+        {"hash block of 2^31", [](ttd_superblock &sb) { sb.hblksize = 1U << 31; }, nullptr},
+        {"no data", [](ttd_superblock &sb) { sb.fssize = 0; }, nullptr},
+        {"2^32 blocks", [](ttd_superblock &sb) { sb.fssize = 512ULL << 32; }, nullptr},
+        {"2^64 - 1", [](ttd_superblock &sb) { sb.fssize = UINT64_MAX; }, nullptr},
+        {"partition smaller than the inner image",
+         [](ttd_superblock &sb) { sb.flags = 1, sb.totalsize = sb.fssize - 1; }, nullptr},
+        {"tree offset that wraps", [](ttd_superblock &sb) { sb.offset = UINT64_MAX - 100; }, nullptr},
+    };
+    engine_image good(4, 512);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        ttd_superblock sb = good.ctx.superblock;
+        c.spoil(sb);
+        ttd_info info;
+        info.hash_size = 32;
+        captured_log log;
+        EXPECT_EQ(ttd_superblock2info(&sb, &info), EINVAL);
+        EXPECT_THAT(log.lines,
+                    ElementsAre(c.message ? c.message : "3 failed to generate merkle geometry info"));
+        EXPECT_FALSE(info.salt);
+    }
+}
+
+TEST(Superblock, FitsAnImageOnlyWhole) {
+    engine_image good(4, 512);
+    ttd_superblock sb = good.ctx.superblock;
+    const std::uint64_t size = good.image.size();
+    EXPECT_TRUE(ttd_superblock_fits(sb, good.ctx.info, size));
+    EXPECT_FALSE(ttd_superblock_fits(sb, good.ctx.info, size - 1));
+    EXPECT_FALSE(ttd_superblock_fits(sb, good.ctx.info, 100));
+    sb.flags = TTD_FLAG_PARTITION;
+    sb.totalsize = size;
+    EXPECT_TRUE(ttd_superblock_fits(sb, good.ctx.info, size));
+    sb.totalsize = size + 1;
+    EXPECT_FALSE(ttd_superblock_fits(sb, good.ctx.info, size));
+}
+
+TEST(Superblock, RollbackAcceptsVersionsFromTheMinimumOn) {
+    ttd_superblock sb{};
+    captured_log log;
+    sb.rollback = 5;
+    EXPECT_EQ(ttd_check_rollback(&sb, "5"), 0);
+    sb.rollback = 4;
+    EXPECT_EQ(ttd_check_rollback(&sb, "5"), EINVAL);
+    EXPECT_EQ(ttd_check_rollback(&sb, "five"), EINVAL);
+    EXPECT_EQ(ttd_check_rollback(&sb, "18446744073709551616"), ERANGE);
+    EXPECT_THAT(log.lines, ElementsAre("3 ttd anti-rollback violation detected (4 < 5)",
+                                       "3 invalid rollback value 'five'",
+                                       "3 invalid rollback value '18446744073709551616'"));
+}
+
+TEST(Superblock, DumpAndInfoPrintALineACall) {
+    engine_image good(4, 512);
+    captured_log log;
+    ttd_print_superblock(&good.ctx.superblock);
+    EXPECT_EQ(log.lines.size(), 13U);
+    EXPECT_EQ(log.lines[1], "0 magic:     0xc5c6c7c8");
+    log.lines.clear();
+    ttd_print_info(&good.ctx.info, 1);
+    EXPECT_EQ(log.lines.front(), "0 TTD Merkle Tree Meta Data Statistics");
+    EXPECT_THAT(log.lines, ::testing::Contains("0 hashes per block:   16"));
+    EXPECT_THAT(log.lines, ::testing::Contains("0 total space:        2048 bytes"));
+    EXPECT_THAT(log.lines, ::testing::Contains("0 salt size:          64 bytes"));
+}
+
+TEST(Caches, OptionTexts) {
+    const struct {
+        std::uint32_t total;
+        const char *text;
+        int err;
+        std::size_t slots;
+    } cases[] = {
+        {300, nullptr, 0, 20},    {7, nullptr, 0, 7},     {401, nullptr, 0, 20},
+        {10000, nullptr, 0, 500}, {300, "max", 0, 300},   {300, "0", 0, 0},
+        {300, "1000", 0, 300},    {300, "10%", 0, 30},    {300, "100%", 0, 300},
+        {300, "101%", EINVAL, 0}, {300, "5x", EINVAL, 0}, {300, "5%%", EINVAL, 0},
+        {300, "", EINVAL, 0},     {300, "-1", EINVAL, 0}, {300, "18446744073709551616", ERANGE, 0},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text ? c.text : "(none)");
+        ttd_ctx ctx;
+        ctx.info.hash_blocks = c.total;
+        std::size_t slots = 0;
+        EXPECT_EQ(ttd_cache_option(&ctx, c.text, &slots), c.err);
+        EXPECT_EQ(slots, c.slots);
+    }
+}
+
+TEST(Caches, APinOutlivesEviction) {
+    talg_slab *slab = nullptr;
+    ttd_lru_cache *cache = nullptr;
+    ASSERT_EQ(talg_slab_create(&slab, 32, 1, 0), 0);
+    ASSERT_EQ(ttd_lru_cache_create(&cache, 1), 0);
+    const auto add = [&](std::uint32_t key) {
+        auto *buffer = static_cast<std::uint8_t *>(ttd_slab_alloc(slab));
+        buffer[0] = static_cast<std::uint8_t>(key);
+        ttd_cache_entry *pin = nullptr;
+        EXPECT_EQ(ttd_lru_cache_add(cache, key, buffer, slab, &pin), 0);
+        return ttd_cache_pin(pin);
+    };
+    const ttd_cache_pin first = add(1);
+    const ttd_cache_pin second = add(2);
+    ttd_cache_entry *missing = nullptr;
+    EXPECT_EQ(ttd_lru_cache_get(cache, 1, &missing), ENOENT);
+    EXPECT_EQ(ttd_cache_buffer(first.get())[0], 1);
+    ttd_lru_cache_destroy(cache);
+    EXPECT_EQ(ttd_cache_buffer(second.get())[0], 2);
+    const_cast<ttd_cache_pin &>(first).reset();
+    const_cast<ttd_cache_pin &>(second).reset();
+    talg_slab_destroy(slab);
+}
+
+TEST(Range, CutsAtTheDataEndAndAtTheMaximum) {
+    engine_image image(10, 512);
+    const struct {
+        const char *name;
+        std::int64_t offset;
+        std::uint64_t length, maximum;
+        std::uint32_t first, end;
+        std::uint64_t skip, count;
+    } cases[] = {
+        {"inside one block", 700, 100, 5120, 1, 2, 188, 100},
+        {"across two", 1000, 100, 5120, 1, 3, 488, 100},
+        {"over the end", 5000, 1000, 5120, 9, 10, 392, 120},
+        {"cut to the maximum", 700, 4000, 1024, 1, 3, 188, 836},
+        {"maximum not a multiple", 0, 4000, 700, 0, 2, 0, 700},
+        {"no room at all", 700, 10, 0, 1, 1, 188, 0},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        ttd_range range;
+        ASSERT_EQ(ttd_setup_verify(&image.ctx, c.offset, c.length, c.maximum, &range), 0);
+        EXPECT_EQ(range.first, c.first);
+        EXPECT_EQ(range.end, c.end);
+        EXPECT_EQ(range.skip, c.skip);
+        EXPECT_EQ(range.count, c.count);
+    }
+    ttd_range untouched = {.first = 7, .end = 7, .count = 7};
+    EXPECT_EQ(ttd_setup_verify(&image.ctx, 5120, 1, 1, &untouched), 0);
+    EXPECT_EQ(untouched.first, 7U);
+    EXPECT_EQ(untouched.count, 0U);
+    EXPECT_EQ(ttd_setup_verify(&image.ctx, -1, 1, 1, &untouched), EINVAL);
+}
+
+void collect(void *arg, const ttd_mismatch *report) {
+    static_cast<std::vector<ttd_mismatch> *>(arg)->push_back(*report);
+}
+
+struct way {
+    const char *name;
+    std::size_t cache_slots;
+    bool caller_data;
+};
+constexpr way ways[] = {
+    {"no cache", 0, false}, {"one slot", 1, false}, {"many", 100, false}, {"data given", 0, true}};
+
+// 300 blocks of 512 bytes with 16 hashes a block: levels of 19, 2 and 1.
+constexpr std::uint32_t BLOCKS = 300;
+
+TEST(Verify, GoodImagesProveInEveryWay) {
+    for (const std::uint32_t code : {1U, 2U, 3U, 5U, 8U})
+        for (const way &w : ways) {
+            SCOPED_TRACE(w.name);
+            engine_image image(BLOCKS, 512, code);
+            ASSERT_EQ(ttd_create_caches(&image.ctx, w.cache_slots), 0);
+            const thread_digest digest(image.ctx);
+            const ttd_range all = image.range(0, UINT64_MAX);
+            const void *data = w.caller_data ? image.image.data() : nullptr;
+            EXPECT_EQ(ttd_verify_range(&image.ctx, &all, digest, data, nullptr, nullptr), 0);
+            for (std::uint32_t block = 0; block < BLOCKS; ++block) {
+                EXPECT_TRUE(image.is_verified(block));
+                EXPECT_EQ(ttd_verify_block(&image.ctx, block, nullptr, digest, nullptr, nullptr, nullptr), 0);
+            }
+            EXPECT_EQ(ttd_verify_block(&image.ctx, BLOCKS + 1, nullptr, digest, nullptr, nullptr, nullptr),
+                      EINVAL);
+        }
+}
+
+TEST(Verify, MismatchNamesTheHighestLevelThatDisagrees) {
+    const std::int64_t tree = std::int64_t{BLOCKS} * 512;
+    const struct {
+        const char *name;
+        std::int64_t damage;
+        std::uint8_t level;
+        std::uint32_t hash_block;
+        std::int64_t offset;
+        std::uint32_t first, count;  // data blocks that fail
+    } cases[] = {
+        {"data", 17 * 512 + 3, 0, 0, 17 * 512, 17, 1},
+        {"level 0", tree + 3 * 512 + 18 * 512, 0, 18, tree + 21 * 512, 288, 12},
+        {"level 1", tree + 512 + 511, 1, 0, tree + 512, 0, 256},
+        {"top", tree, 2, 0, tree, 0, BLOCKS},
+    };
+    for (const auto &c : cases)
+        for (const way &w : ways) {
+            SCOPED_TRACE(std::string(c.name) + ", " + w.name);
+            engine_image image(BLOCKS, 512);
+            ASSERT_EQ(ttd_create_caches(&image.ctx, w.cache_slots), 0);
+            const thread_digest digest(image.ctx);
+            const ttd_range all = image.range(0, UINT64_MAX);
+            const void *data = w.caller_data ? image.image.data() : nullptr;
+            ASSERT_EQ(ttd_verify_range(&image.ctx, &all, digest, nullptr, nullptr, nullptr), 0);
+            ttd_free_caches(&image.ctx);
+            ASSERT_EQ(ttd_create_caches(&image.ctx, w.cache_slots), 0);
+
+            image.image[static_cast<std::size_t>(c.damage)] ^= 1;
+            std::vector<ttd_mismatch> reports;
+            EXPECT_EQ(ttd_verify_range(&image.ctx, &all, digest, data, collect, &reports), EIO);
+            ASSERT_EQ(reports.size(), c.count);
+            for (std::uint32_t i = 0; i < c.count; ++i) {
+                EXPECT_EQ(reports[i].data_block, c.first + i);
+                EXPECT_EQ(reports[i].level, c.level);
+                EXPECT_EQ(reports[i].hash_block, c.hash_block);
+                EXPECT_EQ(reports[i].offset, c.offset);
+            }
+            for (std::uint32_t block = 0; block < BLOCKS; ++block)
+                EXPECT_EQ(image.is_verified(block), block < c.first || block >= c.first + c.count) << block;
+        }
+}
+
+TEST(Verify, ReportsHashesThenTheMismatch) {
+    engine_image image(4, 512);
+    image.image[0] ^= 1;
+    const thread_digest digest(image.ctx);
+    captured_log log;
+    EXPECT_EQ(ttd_verify_block(&image.ctx, 0, nullptr, digest, nullptr, nullptr, nullptr), EIO);
+    ASSERT_EQ(log.lines.size(), 7U);
+    EXPECT_EQ(log.lines[0], "0 disk hash: ");
+    EXPECT_EQ(log.lines[3], "0 calc hash: ");
+    EXPECT_EQ(log.lines[6], "3 Hash mismatch for data block 0 (hash block 0) at level 0 (offset: 0)\n");
+
+    // With a trace the hashes stand there already.
+    log.lines.clear();
+    image.ctx.verbosity = 3;
+    EXPECT_EQ(ttd_verify_block(&image.ctx, 0, nullptr, digest, nullptr, nullptr, nullptr), EIO);
+    EXPECT_EQ(log.lines[0], "0 hash block index (lvl 0, nblk 0, lhblk 0): 0 (disk offset: 2048)\n");
+    EXPECT_EQ(log.lines[10], "0 hashing disk block 0 (disk offset: 0)\n");
+    EXPECT_EQ(std::ranges::count(log.lines, "0 calc hash: "), 2);
+}
+
+TEST(Verify, KnownBlocksAreNotReadAgain) {
+    engine_image image(20, 512);
+    const thread_digest digest(image.ctx);
+    talg_bitmap *known = nullptr;
+    ASSERT_EQ(talg_bitmap_create(&known, 20), 0);
+    ttd_range all = image.range(0, UINT64_MAX);
+    all.bitmap = known;
+    ASSERT_EQ(ttd_verify_range(&image.ctx, &all, digest, nullptr, nullptr, nullptr), 0);
+    std::ranges::fill(image.image, std::uint8_t{0});
+    talg_bitmap_set(known, 3);
+    EXPECT_EQ(ttd_verify_block(&image.ctx, 3, &all, digest, nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(ttd_verify_block(&image.ctx, 4, &all, digest, nullptr, nullptr, nullptr), EIO);
+    EXPECT_FALSE(image.is_verified(4));
+    talg_bitmap_destroy(known);
+}
+
+TEST(Verify, ReadErrorsFailTheirBlocksOnly) {
+    engine_image image(40, 512);
+    const thread_digest digest(image.ctx);
+    ttd_io broken = {.read =
+                         [](ttd_io *io, std::int64_t offset, void *buffer, std::uint64_t length) {
+                             const auto end = offset + static_cast<std::int64_t>(length);
+                             return offset <= 5 * 512 && 5 * 512 < end
+                                        ? EIO
+                                        : read_bytes(io, offset, buffer, length);
+                         },
+                     .destroy = nullptr,
+                     .handle = &image.image};
+    image.ctx.data_io = &broken;
+    const ttd_range all = image.range(0, UINT64_MAX);
+    EXPECT_EQ(ttd_verify_range(&image.ctx, &all, digest, nullptr, nullptr, nullptr), EIO);
+    for (std::uint32_t block = 0; block < 40; ++block)
+        EXPECT_EQ(image.is_verified(block), block != 5) << block;
+}
+
+// Another program reads on demand: threads with random ranges, some of them over
+// damage, on one context.
+TEST(Verify, ThreadsShareOneContext) {
+    for (const std::size_t slots : {0, 1, 8, 100}) {
+        SCOPED_TRACE(slots);
+        engine_image image(BLOCKS, 512);
+        ASSERT_EQ(ttd_create_caches(&image.ctx, slots), 0);
+        constexpr std::uint32_t damaged = 150;
+        image.image[damaged * 512] ^= 1;
+        std::atomic<int> wrong = 0;
+        const auto reader = [&](unsigned seed) {
+            std::mt19937 random(seed);
+            const thread_digest digest(image.ctx);
+            for (int i = 0; i < 150; ++i) {
+                const auto start = static_cast<std::uint32_t>(random() % BLOCKS);
+                ttd_range range;
+                range.first = start;
+                range.end = std::min(BLOCKS, start + static_cast<std::uint32_t>(random() % 40));
+                const bool bad = range.first <= damaged && damaged < range.end;
+                wrong += ttd_verify_range(&image.ctx, &range, digest, nullptr, nullptr, nullptr) !=
+                         (bad ? EIO : 0);
+            }
+        };
+        std::vector<std::thread> threads;
+        for (unsigned i = 0; i < 4; ++i)
+            threads.emplace_back(reader, i);
+        for (std::thread &thread : threads)
+            thread.join();
+        EXPECT_EQ(wrong, 0);
+        EXPECT_FALSE(image.is_verified(damaged));
+    }
+}
+
+}  // namespace

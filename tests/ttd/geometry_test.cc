@@ -1,0 +1,123 @@
+#include "ttd/engine/geometry.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <random>
+#include <vector>
+
+namespace {
+
+ttd_info geometry_input(std::uint64_t covered, std::uint32_t block, std::uint32_t hash) {
+    ttd_info info;
+    info.covered_size = covered;
+    info.block_size = info.hash_block_size = block;
+    info.hash_size = hash;
+    return info;
+}
+
+struct geometry_case {
+    const char *name;
+    std::uint64_t covered;
+    std::uint32_t block;
+    std::uint32_t hash;
+    std::vector<std::uint32_t> levels;
+    std::uint64_t tree_size;
+    std::uint64_t wasted;
+};
+
+const geometry_case geometry_cases[] = {
+    {"less than a block", 4095, 4096, 32, {0}, 0, 0},
+    {"two blocks", 8192, 4096, 32, {1}, 4096, 0},
+    {"exactly one hash block", 128 * 4096, 4096, 32, {1}, 4096, 0},
+    {"one block more adds a level", 129 * 4096, 4096, 32, {2, 1}, 12288, 0},
+    {"an incomplete last block is dropped", 129 * 4096 - 1, 4096, 32, {1}, 4096, 0},
+    {"one mebibyte", 1048576, 4096, 32, {2, 1}, 12288, 0},
+    {"partition of sixteen mebibytes", 16777216, 4096, 32, {32, 1}, 135168, 0},
+    {"digest that does not divide the block", 1048576, 512, 20, {82, 4, 1}, 44544, 1044},
+    {"ten levels",
+     512ULL << 30,
+     512,
+     64,
+     {1U << 27, 1U << 24, 1U << 21, 1U << 18, 1U << 15, 1U << 12, 512, 64, 8, 1},
+     78536544768 % (1ULL << 32),
+     0},
+};
+
+TEST(Geometry, LevelsTreeSizeAndWaste) {
+    for (const geometry_case &c : geometry_cases) {
+        SCOPED_TRACE(c.name);
+        ttd_info info = geometry_input(c.covered, c.block, c.hash);
+        ASSERT_EQ(ttd_generate_info(&info), 0);
+        EXPECT_EQ(std::vector<std::uint32_t>(info.level_blocks, info.level_blocks + info.levels), c.levels);
+        EXPECT_EQ(info.tree_size, c.tree_size);
+        EXPECT_EQ(ttd_wasted_space(info), c.wasted);
+    }
+}
+
+TEST(Geometry, TopLevelComesFirst) {
+    ttd_info info = geometry_input(1048576, 512, 20);
+    info.tree_offset = 1000;
+    ASSERT_EQ(ttd_generate_info(&info), 0);
+    EXPECT_EQ(info.level_offset[2], 1000U);
+    EXPECT_EQ(info.level_offset[1], 1512U);
+    EXPECT_EQ(info.level_offset[0], 1512U + 4 * 512);
+    EXPECT_EQ(info.level_offset[0] + 82 * 512, 1000 + info.tree_size);
+}
+
+TEST(Geometry, RefusesWhatHasNoTree) {
+    const struct {
+        const char *name;
+        ttd_info info;
+    } cases[] = {
+        {"no data", geometry_input(0, 4096, 32)},
+        {"no block size", geometry_input(4096, 0, 32)},
+        {"no hash size", geometry_input(4096, 4096, 0)},
+        {"hash larger than a hash block", geometry_input(4096, 16, 32)},
+        {"one hash a block never ends", geometry_input(1 << 20, 32, 32)},
+        {"more than 2^32 - 1 blocks", geometry_input(512ULL << 32, 512, 32)},
+        {"eleventh level", geometry_input((512ULL << 30) + 512, 512, 64)},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        ttd_info info = geometry_input(c.info.covered_size, c.info.block_size, c.info.hash_size);
+        EXPECT_EQ(ttd_generate_info(&info), EINVAL);
+    }
+}
+
+// The record says the truth exactly where nothing wrapped.
+TEST(Geometry, ExactnessAgreesWithWideArithmetic) {
+    const auto is_exact = [](const ttd_info &info) {
+        const std::uint64_t per_block = info.hash_block_size / info.hash_size;
+        std::uint64_t count = info.covered_size / info.block_size;
+        std::uint64_t blocks = 0;
+        do {
+            count = (count + per_block - 1) / per_block;
+            blocks += count;
+        } while (count > 1);
+        return blocks * info.hash_block_size <= UINT32_MAX && blocks * per_block <= UINT32_MAX;
+    };
+    std::mt19937_64 random(1);
+    int wrapped = 0;
+    for (int i = 0; i < 100000; ++i) {
+        const std::uint32_t block = 512U << (random() % 7);
+        const std::uint32_t hash = std::vector<std::uint32_t>{20, 32, 64}[random() % 3];
+        ttd_info info = geometry_input((random() >> (random() % 33 + 31)) * block, block, hash);
+        if (ttd_generate_info(&info) != 0)
+            continue;
+        const bool near_wrap = info.raw_blocks > UINT32_MAX - info.hashes_per_block;
+        if (near_wrap)
+            EXPECT_FALSE(ttd_info_is_exact(info)) << info.covered_size << " " << block << " " << hash;
+        else
+            EXPECT_EQ(ttd_info_is_exact(info), is_exact(info)) << info.covered_size << " " << block;
+        wrapped += !ttd_info_is_exact(info);
+    }
+    EXPECT_GT(wrapped, 100);
+    for (const std::uint64_t partition : {68719469056ULL, 549755293696ULL, 2199023255040ULL}) {
+        ttd_info info = geometry_input(partition, partition == 549755293696ULL ? 4096 : 512, 32);
+        ASSERT_EQ(ttd_generate_info(&info), 0);
+        EXPECT_FALSE(ttd_info_is_exact(info)) << partition;
+    }
+}
+
+}  // namespace
