@@ -24,7 +24,7 @@ void drop_unfinished_object() {
 }
 
 // Attributes that exist for objects and for the whole image.
-void set_owner_like(void (*set)(mktfs_inode *, const char *), const char *option, const char *value) {
+void set_on_object_or_image(void (*set)(mktfs_inode *, const char *), const char *option, const char *value) {
     if (new_inode != nullptr)
         set(new_inode, value);
     else
@@ -71,17 +71,17 @@ void base_begin_object(std::int32_t type) {
 
 void base_set_owner(char *value) {
     const token_text text(value);
-    set_owner_like(mktfs_backend_inode_setuid, "uid", value);
+    set_on_object_or_image(mktfs_backend_inode_setuid, "uid", value);
 }
 
 void base_set_group(char *value) {
     const token_text text(value);
-    set_owner_like(mktfs_backend_inode_setgid, "gid", value);
+    set_on_object_or_image(mktfs_backend_inode_setgid, "gid", value);
 }
 
 void base_set_mtime(char *value) {
     const token_text text(value);
-    set_owner_like(mktfs_backend_inode_setmtime, "mtime", value);
+    set_on_object_or_image(mktfs_backend_inode_setmtime, "mtime", value);
 }
 
 void base_set_attribute(char *name, char *value) {

@@ -51,7 +51,7 @@ protected:
     }
     std::string shorten(std::string text) const {
         for (std::size_t at; (at = text.find(dir.path())) != std::string::npos;)
-            text.replace(at, dir.path().size(), "T");
+            text.replace(at, dir.path().size(), 1, 'T');
         return text;
     }
 
