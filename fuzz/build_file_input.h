@@ -1,5 +1,4 @@
-// A fuzzer's input as a build file, read through the same open and read calls as
-// any other.
+// A fuzzer's input as a build file, read through the same calls as any other.
 #pragma once
 
 #include <sys/mman.h>
@@ -32,6 +31,6 @@ private:
 
 // What the scanner copies to standard output is of no interest.
 inline void discard_standard_output() {
-    if (std::freopen("/dev/null", "w", stdout) == nullptr)
+    if (!std::freopen("/dev/null", "w", stdout))
         std::abort();
 }

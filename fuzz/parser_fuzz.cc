@@ -8,9 +8,7 @@
 #include "tree/inode.h"
 #include "tree/resolve.h"
 
-namespace {
-
-constexpr mktfs_backend backend = {
+static constexpr mktfs_backend backend = {
     .name = "FUZZ",
     .flags = MKTFS_BACKEND_SORTED | MKTFS_BACKEND_HARDLINKS | MKTFS_BACKEND_ACLS,
     .parser = mktfs_base_parser,
@@ -18,25 +16,13 @@ constexpr mktfs_backend backend = {
     .inode_attr = base_inode_attr_fct,
 };
 
-struct fatal_message {};
-
-[[gnu::format(printf, 2, 3)]] int log_function([[maybe_unused]] int level, const char *, ...) {
+static int log_function([[maybe_unused]] int level, const char *, ...) {
 #ifdef FATAL_MESSAGES_LEAVE
     if (level == MKTFS_LOG_FATAL)
-        throw fatal_message();
+        throw level;
 #endif
     return 0;
 }
-
-void parse_and_resolve(const char *path) {
-    try {
-        if (mktfs_filesystem_parse(path) == 0)
-            (void)mktfs_filesystem_resolve_info(mktfs_get_filesystem());
-    } catch (const fatal_message &) {
-    }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     discard_standard_output();
@@ -48,10 +34,12 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const build_file_input input(data, size);
     mktfs_filesystem &fs = *mktfs_get_filesystem();
-    (void)mktfs_filesystem_build_init(&fs);
-    parse_and_resolve(input.path());
+    try {
+        if (mktfs_filesystem_build_init(&fs) == 0 && mktfs_filesystem_parse(input.path()) == 0)
+            (void)mktfs_filesystem_resolve_info(&fs);
+    } catch (int) {
+    }
     mktfs_filesystem_free(&fs);
-    mktfs_filesystem_build_finit(&fs);
     mktfs_backend_acls_free();
     fs = {};
     return 0;

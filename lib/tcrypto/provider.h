@@ -109,5 +109,6 @@ struct tcrypto_provider {
 };
 
 // Appends a descriptor (static, borrowed) to its kind's list.  Called by a
-// provider from its init.  -1 for an unusable descriptor (logged), -2 for memory.
+// provider from its init, and later only while it is the one bound last.  -1 for
+// an unusable descriptor (logged), -2 for memory, -100 while none is bound.
 [[nodiscard]] int register_algorithm(const tcrypto_algorithm *algorithm);

@@ -30,35 +30,69 @@ enum tcrypto_kind : std::uint32_t {
 
 // ---- Library, providers, lookup
 
+// Takes a reference; the first one adds the provider "openssl" and binds as
+// tcrypto_bind_plugins does for `flags`.  `plugin`: null or "openssl", else
+// TCRYPTO_E_UNSUPPORTED.  TCRYPTO_E_INIT when the init mutex fails.  On failure
+// the count is unchanged.
 [[nodiscard]] int tcrypto_init(std::uint32_t flags, const char *plugin);
+// Drops a reference; the last one removes every plugin and frees contexts that
+// are still alive, which must not be used or released any more.
 int tcrypto_uninit();
 
+// Plugins.  Tags: a comma-separated list; "*" serves every tag, another token with
+// a '*' is TCRYPTO_E_CONFIG.  A name that exists already gets the tags added, is
+// handed back in `out` and answers TCRYPTO_E_EXISTS.
 [[nodiscard]] int tcrypto_add_plugin(const char *name, const char *tags, tcrypto_plugin **out);
+// By exact name, else the first that serves `tag` (may be null);
+// TCRYPTO_E_NO_ENTRY with a null *out when there is none.
 [[nodiscard]] int tcrypto_find_plugin(const char *name, const char *tag, tcrypto_plugin **out);
+// Starts the plugin's provider.  TCRYPTO_E_PLUGIN_LOADED: bound already;
+// TCRYPTO_E_PLUGIN_LOAD: no provider is linked in for it; TCRYPTO_E_INCOMPATIBLE:
+// version; else the provider's own error.  Logs.
 [[nodiscard]] int tcrypto_bind_plugin(tcrypto_plugin *plugin);
+// Flag value 2: every unbound plugin, with the result of the last attempt; 1: the
+// first plugin; neither: none.  Logs each failure.
 [[nodiscard]] int tcrypto_bind_plugins(std::uint32_t flags);
+// 1 if any plugin is registered, else 0.
 [[nodiscard]] int tcrypto_got_plugins();
+// Logs every plugin with its algorithms, at info level.
 void tcrypto_print_plugins();
 
+// A context of the first plugin that has the algorithm (exact name) and serves
+// `plugin` (null: any).  A null `out` only asks whether there is one.  `flags` is
+// not used.  On failure *out is null: TCRYPTO_E_NOT_INITIALIZED,
+// TCRYPTO_E_NO_ENTRY (no such plugin), TCRYPTO_E_NO_ALGORITHM,
+// TCRYPTO_E_ALGORITHM_TYPE (not a kind), or what binding or the provider answers.
 [[nodiscard]] int tcrypto_request_algorithm(std::uint32_t kind, const char *name, const char *plugin,
                                             std::uint32_t flags, tcrypto_ctx **out);
+// The same of one bound plugin; TCRYPTO_E_PLUGIN when it is not bound.
 [[nodiscard]] int tcrypto_get_algorithm(tcrypto_plugin *plugin, std::uint32_t kind, const char *name,
                                         tcrypto_ctx **out);
-void tcrypto_release_ctx(tcrypto_ctx *ctx);
+void tcrypto_release_ctx(tcrypto_ctx *ctx);  // null-safe; wipes the context
+// Who served the context, null for a null context; valid until the last uninit.
 [[nodiscard]] const char *tcrypto_plugin_name(const tcrypto_ctx *ctx);
 
 using tcrypto_ctx_ptr = th_handle<tcrypto_ctx, tcrypto_release_ctx>;
 
 // ---- Digests
+//
+// init (any time), update, final; an operation out of this order is
+// TCRYPTO_E_STATE.  final ends the digest whether it succeeds or not.  On every
+// operation: TCRYPTO_E_ALGORITHM_TYPE for a context of another kind,
+// TCRYPTO_E_NO_FUNCTION for an operation that the provider lacks,
+// TCRYPTO_E_INTERNAL when the provider fails (logs).
 
 [[nodiscard]] int tcrypto_digest_request(const char *name, const char *plugin, std::uint32_t flags,
                                          tcrypto_ctx **out);
 [[nodiscard]] int tcrypto_digest_supported(const char *name, const char *plugin, std::uint32_t flags);
 [[nodiscard]] int tcrypto_digest_init(tcrypto_ctx *ctx);
 [[nodiscard]] int tcrypto_digest_update(tcrypto_ctx *ctx, const void *data, std::size_t length);
+// Writes tcrypto_digestsize() bytes; `out_length` may be null.
 [[nodiscard]] int tcrypto_digest_final(tcrypto_ctx *ctx, std::uint8_t *out, std::size_t *out_length);
+// init, update and final in one call.
 [[nodiscard]] int tcrypto_digest(tcrypto_ctx *ctx, const void *data, std::size_t length, std::uint8_t *out,
                                  std::size_t *out_length);
+// A context of its own that goes on from here; *out is null on failure.
 [[nodiscard]] int tcrypto_digest_copy(tcrypto_ctx *ctx, tcrypto_ctx **out);
 // Bytes that the digest produces; 0 for a context of another kind.
 [[nodiscard]] std::size_t tcrypto_digestsize(const tcrypto_ctx *ctx);
@@ -73,6 +107,9 @@ using tcrypto_ctx_ptr = th_handle<tcrypto_ctx, tcrypto_release_ctx>;
                                         std::uint8_t *out);
 
 // ---- Random generators
+//
+// instantiate (any time; again to start afresh), then reseed and generate, which
+// are TCRYPTO_E_STATE before it.  Other errors as for digests.
 
 [[nodiscard]] int tcrypto_rng_request(const char *name, const char *plugin, std::uint32_t flags,
                                       tcrypto_ctx **out);
@@ -109,6 +146,10 @@ enum tcrypto_key_format : std::uint32_t {
 // the name of the provider that answered.
 [[nodiscard]] int tcrypto_find_keygen_by_alg(std::uint32_t id, tcrypto_ctx **out, const char **plugin);
 
+// Loading.  The file is read whole (1 MiB at most) and wiped from memory; nobody is
+// asked for a pass phrase.  On failure *out is null: TCRYPTO_E_FILE or _IO (the
+// file), _KEY (no bytes, or a key of another generator), _KEY_TYPE, _KEY_FORMAT,
+// TCRYPTO_E_INTERNAL (not such a key, or encrypted).  Logs.
 [[nodiscard]] int tcrypto_load_key_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const char *path,
                                              std::uint32_t type, std::uint32_t format);
 [[nodiscard]] int tcrypto_key_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const char *path);
@@ -131,7 +172,8 @@ enum tcrypto_key_format : std::uint32_t {
 [[nodiscard]] int tcrypto_generate_key(tcrypto_ctx *keygen, std::size_t bits, tcrypto_key **out);
 
 // Exports.  *_to_mem: with a null `out` the needed size is stored in `length`;
-// otherwise `length` is the room on entry and the size written on return.
+// otherwise `length` is the room on entry and the size written on return, or the
+// size needed with TCRYPTO_E_KEY_LENGTH.
 // *_to_file creates or replaces the file, readable by its owner only.
 [[nodiscard]] int tcrypto_key_to_mem(const tcrypto_key *key, void *out, std::size_t *length);
 [[nodiscard]] int tcrypto_pubkey_to_mem(const tcrypto_key *key, void *out, std::size_t *length,

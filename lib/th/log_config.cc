@@ -214,15 +214,6 @@ int th_log_add_entry(th_slist *entries, std::string_view name, const th_log_conf
     return 0;
 }
 
-th_log_entry *th_log_find_entry(const th_slist *entries, std::string_view name) {
-    th_log_entry *found = nullptr;
-    th_log_for_each<th_log_entry>(entries, [&](th_log_entry &entry) {
-        if (!found && entry.name == name)
-            found = &entry;
-    });
-    return found;
-}
-
 void th_log_destroy_entries(th_slist *entries) {
     th_slist_destroy(&entries, delete_entry);
 }

@@ -76,7 +76,6 @@ void th_log_print_config(const th_log_config &config, std::span<char> out);
 // Lists of entries, which own them.
 [[nodiscard]] int th_log_add_entry(th_slist *entries, std::string_view name, const th_log_config &config,
                                    th_log_entry **added = nullptr);
-[[nodiscard]] th_log_entry *th_log_find_entry(const th_slist *entries, std::string_view name);
 void th_log_destroy_entries(th_slist *entries);
 
 // Calls `visit` with each element of a list of T pointers.

@@ -47,7 +47,7 @@ int find_config(std::string_view name, th_log_config &config) {
         name == TH_LOG_DEFAULT_NAME
             ? &state.fallback
             : find_context([=](const th_log_context &candidate) { return candidate.name == name; });
-    if (!context && !th_log_find_entry(state.templates, name))
+    if (!context && !th_log_find_template(state.templates, name))
         return ENOENT;
     config = context ? context->config : th_log_config_for(name);
     return 0;

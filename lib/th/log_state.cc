@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "th/error.h"
 #include "th/log_format.h"
@@ -26,7 +27,7 @@ th_log_context *local_log = &th_log_shared.local;
     std::abort();
 }
 
-// A list of entries for the length of a scope.
+// The entries of a configuration text, for the length of a scope.
 class entry_list {
 public:
     entry_list() = default;
@@ -36,25 +37,26 @@ public:
 
     [[nodiscard]] int create() { return th_slist_create(&list_); }
     [[nodiscard]] th_slist *get() const { return list_; }
-    void swap(th_slist *&other) { std::swap(list_, other); }
 
 private:
     th_slist *list_ = nullptr;
 };
 
-int copy_entries(const th_slist *from, th_slist *to) {
-    int error = 0;
-    th_log_for_each<th_log_entry>(from, [&](const th_log_entry &entry) {
-        if (error == 0)
-            error = th_log_add_entry(to, entry.name, entry.config);
-    });
-    return error;
-}
+// A working copy of the templates.
+class template_copy {
+public:
+    template_copy() = default;
+    ~template_copy() { th_log_destroy_templates(copy); }
+    template_copy(const template_copy &) = delete;
+    template_copy &operator=(const template_copy &) = delete;
 
-int overlay_template(th_slist *templates, const th_log_entry &entry) {
-    th_log_entry *found = th_log_find_entry(templates, entry.name);
+    th_log_templates copy;
+};
+
+int overlay_template(th_log_templates &templates, const th_log_entry &entry) {
+    th_log_entry *found = th_log_find_template(templates, entry.name);
     if (!found) {
-        const int error = th_log_add_entry(templates, entry.name, TH_LOG_FOLLOW_DEFAULT, &found);
+        const int error = th_log_add_template(templates, entry.name, TH_LOG_FOLLOW_DEFAULT, &found);
         if (error != 0)
             return error;
     }
@@ -63,13 +65,13 @@ int overlay_template(th_slist *templates, const th_log_entry &entry) {
 }
 
 // Lays one entry over the default configuration or the templates that it names.
-int overlay_future(th_slist *templates, th_log_config &defaults, const th_log_entry &entry) {
+int overlay_future(th_log_templates &templates, th_log_config &defaults, const th_log_entry &entry) {
     const bool all = entry.name == TH_LOG_ALL_NAME;
     if (!all && entry.name != TH_LOG_DEFAULT_NAME)
         return overlay_template(templates, entry);
     th_log_overlay(defaults, entry.config);
     if (all) {
-        th_log_for_each<th_log_entry>(
+        th_log_for_each_template(
             templates, [&](th_log_entry &pattern) { th_log_overlay(pattern.config, entry.config); });
     }
     return 0;
@@ -96,18 +98,16 @@ void set_config(th_log_context &context, const th_log_config &config) {
 // Applies parsed entries, all or none.  The overall mutex is held.
 int apply_entries(const th_slist *entries) {
     th_log_state &state = th_log_shared;
-    entry_list templates;
-    int error = templates.create();
-    if (error == 0)
-        error = copy_entries(state.templates, templates.get());
+    template_copy templates;
+    int error = th_log_copy_templates(state.templates, templates.copy);
     th_log_config defaults = state.fallback.config;
     th_log_for_each<th_log_entry>(entries, [&](const th_log_entry &entry) {
         if (error == 0)
-            error = overlay_future(templates.get(), defaults, entry);
+            error = overlay_future(templates.copy, defaults, entry);
     });
     if (error != 0)
         return error;
-    templates.swap(state.templates);
+    std::swap(templates.copy, state.templates);
     set_config(state.fallback, defaults);
     th_log_for_each<th_log_entry>(entries, overlay_present);
     th_log_for_each<th_log_context>(state.contexts, [&](th_log_context &context) {
@@ -131,8 +131,8 @@ void reset_all(const th_log_config &defaults) {
     th_log_state &state = th_log_shared;
     const th_log_lock lock(state.mutex);
     set_config(state.fallback, defaults);
-    th_log_for_each<th_log_entry>(state.templates,
-                                  [](th_log_entry &pattern) { pattern.config = TH_LOG_FOLLOW_DEFAULT; });
+    th_log_for_each_template(state.templates,
+                             [](th_log_entry &pattern) { pattern.config = TH_LOG_FOLLOW_DEFAULT; });
     const th_log_config config = th_log_instantiate(TH_LOG_FOLLOW_DEFAULT, defaults);
     th_log_for_each<th_log_context>(state.contexts,
                                     [&](th_log_context &context) { set_config(context, config); });
@@ -206,9 +206,7 @@ int create_lists() {
     int error = th_slist_create(&state.contexts);
     if (error == 0)
         error = th_slist_append(state.contexts, &local);
-    if (error == 0)
-        error = th_slist_create(&state.templates);
-    return error ? error : th_log_add_entry(state.templates, TH_LOG_ALL_NAME, TH_LOG_FOLLOW_DEFAULT);
+    return error ? error : th_log_add_template(state.templates, TH_LOG_ALL_NAME, TH_LOG_FOLLOW_DEFAULT);
 }
 
 void start() {
@@ -252,9 +250,9 @@ int th_log_fail(int error) {
 
 th_log_config th_log_config_for(std::string_view name) {
     const th_log_state &state = th_log_shared;
-    const th_log_entry *pattern = th_log_find_entry(state.templates, name);
+    const th_log_entry *pattern = th_log_find_template(state.templates, name);
     if (!pattern)
-        pattern = th_log_find_entry(state.templates, TH_LOG_ALL_NAME);
+        pattern = th_log_find_template(state.templates, TH_LOG_ALL_NAME);
     return th_log_instantiate(pattern->config, state.fallback.config);
 }
 

@@ -6,7 +6,7 @@
 #include <pthread.h>
 #include <type_traits>
 
-#include "th/log_config.h"
+#include "th/log_template.h"
 
 // Holds a mutex for a scope.  A failure prints a message and aborts.
 class th_log_lock {
@@ -35,7 +35,7 @@ struct th_log_context {
 struct th_log_state {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;  // the overall mutex: guards what follows
     th_slist *contexts = nullptr;                       // th_log_context *, with the local one
-    th_slist *templates = nullptr;                      // th_log_entry *, owned, with the one named "all"
+    th_log_templates templates;                         // with the one named "all"
     bool locked = false;                                // the environment's configuration stays
 
     // The logger's own messages.

@@ -155,17 +155,18 @@ int tvo_acl_calc_mask(tvo_acl **acl) {
     for (tvo_acl_entry &entry : entries_of((*acl)->external))
         if (tag_of(entry) == TVO_ACL_GROUP_OBJ || is_named(tag_of(entry)))
             mask |= permissions_of(entry);
-    const auto find_tag = [&](std::uint32_t tag) {
-        return std::ranges::find(entries_of((*acl)->external), tag, tag_of);
+    const auto find_tag = [](std::span<tvo_acl_entry> entries, std::uint32_t tag) {
+        return std::ranges::find(entries, tag, tag_of);
     };
     if (count_tags(entries_of((*acl)->external))[TVO_ACL_MASK] > 0) {
-        store(*find_tag(TVO_ACL_MASK), TVO_ACL_MASK, mask);
+        store(*find_tag(entries_of((*acl)->external), TVO_ACL_MASK), TVO_ACL_MASK, mask);
         return 0;
     }
     if (append_entry(*acl, TVO_ACL_MASK, mask) != 0)
         return -1;
     const std::span entries = entries_of((*acl)->external);
-    std::rotate(find_tag(TVO_ACL_OTHER), entries.end() - 1, entries.end());
+    const auto added = entries.end() - 1;
+    std::rotate(find_tag(entries.first(entries.size() - 1), TVO_ACL_OTHER), added, entries.end());
     return 0;
 }
 

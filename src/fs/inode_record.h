@@ -51,9 +51,11 @@ struct mktfs_inode {
     std::uint64_t size = 0;        // bytes; links: length of the target
     mktfs_inode *hlink = nullptr;  // what a hard link refers to, set by resolution
     mktfs_inode *next = nullptr;
-    mktfs_inode **prev = nullptr;   // the previous element's next field, or the list head
-    mktfs_inode *parent = nullptr;  // null for the root
-    std::uint64_t nchildren = 0;    // insertions so far, never decreased
+    mktfs_inode **prev = nullptr;     // the previous element's next field, or the list head
+    mktfs_inode *parent = nullptr;    // null for the root
+    std::uint32_t depth = 0;          // 0 for the root
+    mktfs_inode *shortcut = nullptr;  // an ancestor, the farther up the deeper the node
+    std::uint64_t nchildren = 0;      // insertions so far, never decreased
     mktfs_inode_list children;
     mktfs_index_links index;
     tvo_acl *acl = nullptr;  // from the ACL text

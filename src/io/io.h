@@ -4,9 +4,9 @@
 //
 // Offsets and sizes are bytes.  Functions return 0 or an errno value and do not
 // log, except the constructors that open files.  An object serves one thread at a
-// time; reads of mappings may run in parallel.  Destroying owns up to nothing but
-// the object's own state (a wrapped buffer or borrowed descriptor stays the
-// caller's).
+// time; reads of mappings may run in parallel.  An object owns its state and what it
+// opened or allocated itself; a wrapped buffer or a borrowed descriptor stays the
+// caller's.
 #pragma once
 
 #include <sys/types.h>

@@ -67,6 +67,23 @@ void link_at(mktfs_inode **slot, mktfs_inode &inode) {
 // Counts the numbered inodes of the process.
 constinit std::uint32_t ino_count = 0;
 
+// The shortcut spans as far as the parent's two spans where these are equal, so that
+// spans double towards the root and any depth is reached in logarithmic time.
+void set_depth(mktfs_inode &inode, mktfs_inode &parent) {
+    inode.depth = parent.depth + 1;
+    const mktfs_inode *near = parent.shortcut;
+    const mktfs_inode *far = near ? near->shortcut : nullptr;
+    const bool equal_spans = far && parent.depth - near->depth == near->depth - far->depth;
+    inode.shortcut = equal_spans ? near->shortcut : &parent;
+}
+
+// The node itself, or its ancestor at `depth` where it lies deeper.
+const mktfs_inode *ancestor(const mktfs_inode *inode, std::size_t depth) {
+    while (inode->depth > depth)
+        inode = inode->shortcut->depth >= depth ? inode->shortcut : inode->parent;
+    return inode;
+}
+
 }  // namespace
 
 const char *mktfs_inode_type2str(std::int32_t type) {
@@ -114,8 +131,10 @@ void mktfs_inode_insert(mktfs_inode_list *list, mktfs_inode *inode) {
         link_at(&beside.previous->next, *inode);
     else
         link_at(&list->first, *inode);
-    if (inode->parent)
+    if (inode->parent) {
         ++inode->parent->nchildren;
+        set_depth(*inode, *inode->parent);
+    }
 }
 
 void mktfs_inode_unlink(mktfs_inode *inode) {
@@ -135,6 +154,8 @@ int mktfs_inode_full_path(const mktfs_inode *inode, char *buffer, std::size_t le
         return 0;
     const std::size_t limit = length - 1;
     std::size_t end = strnlen(buffer, length);
+    // A component takes two bytes at least: deeper ones cannot fit.
+    inode = ancestor(inode, limit / 2 + 1);
     for (const mktfs_inode *node = inode; node; node = node->parent)
         end += node->name.empty() ? 0 : node->name.size() + 1;
     // From the last component backwards, each one to the place where it ends up; what

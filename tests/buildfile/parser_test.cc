@@ -10,10 +10,6 @@
 
 namespace {
 
-using namespace std::literals;
-
-constexpr const char *FAILED = "4 \nParsing config file failed.\n";
-
 class parser : public build_file {
 protected:
     // "type path uid:gid mode source" of every node below the root, a line each.
@@ -67,113 +63,93 @@ TEST_F(parser, BuildsTheTreeThatTheFileDescribes) {
 }
 
 TEST_F(parser, ReportsAtThePositionOfTheLastTokenRead) {
-    const struct {
-        const char *name;
+    const std::string failed = ":syntax error\n4 \nParsing config file failed.\n";
+    struct row {
         const char *text;
         std::string messages;
-        const char *tree;
-    } rows[] = {
-        {"nothing", "", "", ""},
-        {"comments and blank lines", "# x\n \t\n", "", ""},
-        {"option without attribute", "[option]\n", "3 2:8:syntax error\n"s + FAILED, ""},
-        {"mode in an option", "[option mode=0644]", "3 2:9:syntax error\n"s + FAILED, ""},
-        {"time in an object", "[file mtime=0] /a", "3 2:7:syntax error\n"s + FAILED, ""},
-        {"mode of a link", "[link mode=0777] /a", "3 2:7:syntax error\n"s + FAILED, ""},
-        {"name in a link", "[link x] /a", "3 2:7:syntax error\n"s + FAILED, ""},
-        {"attribute of a hard link", "[hlink uid=1] /a = /b", "3 2:8:syntax error\n"s + FAILED, ""},
-        {"hard link without target", "[hlink] /a\n[dir] /b\n", "3 3:1:syntax error\n"s + FAILED, ""},
-        {"contents of a link", "[link] /a = {x}", "3 2:14:syntax error\n"s + FAILED, ""},
-        {"end in the header", "[file", "3 2:5:syntax error\n"s + FAILED, ""},
-        {"unknown statement", "[[", "3 2:2:syntax error\n"s + FAILED, ""},
-        {"a folder takes one path, and is placed first", "[dir] /a = /b", "3 2:10:syntax error\n"s + FAILED,
-         "dir /a 0:0 755\n"},
-        {"no statement after an error", "[dir] /a\n]\n[dir] /b\n", "3 3:1:syntax error\n"s + FAILED,
-         "dir /a 0:0 755\n"},
-        {"statements on one line need no separation", "[option uid=4][option gid=5][dir] /a", "",
-         "dir /a 4:5 755\n"},
-        {"a folder is placed without looking ahead", "[dir] /a\n[dir] /a\n",
-         "2 3:7:directory 'a' attributes overridden\n", "dir /a 0:0 755\n"},
-        {"a lone path only after the next token", "[file] /a\n\n\n[file] /b\n",
-         "2 5:1:failed to find matching target for file '/a'\n2 6:0:failed to find matching target for file "
-         "'/b'\n",
-         ""},
-        {"two paths at the second", "[file] /a = none\n\n",
-         "2 2:13:failed to find matching target for file 'none'\n", ""},
-        {"a value at the value, a lone name after it", "[file x=1 y mode=9] /a = {}",
-         "4 2:9:unsupported inode attribute 'x'\n4 2:13:unsupported inode attribute 'y'\n"
-         "4 2:18:invalid mode value '9'\n",
-         "file /a 0:0 0 \n"},
-        {"contents at the brace", "[dir]/a\n[file] /a = {\nx}",
-         "4 4:14:duplicate filesystem object at path '/a'\n", "dir /a 0:0 755\nfile /a 0:0 644 x\n"},
-        {"values of an object", "[file uid=-1 gid=x acl=u::r] /a = {}",
-         "4 2:11:invalid uid value '-1'\n4 2:18:invalid gid value 'x'\n"
-         "4 2:24:acls are not supported by this backend\n",
-         "file /a 0:0 644 \n"},
-        {"empty quoted strings",
-         "[file uid=\"\" gid=\"\" mode=\"\" acl=\"\" x=\"\"] \"\" = \"\"\n[option mtime=\"\"]",
-         "4 2:12:empty quoted string\n4 2:12:invalid uid value 'nil'\n"
-         "4 2:19:empty quoted string\n4 2:19:invalid gid value 'nil'\n"
-         "4 2:27:empty quoted string\n4 2:27:invalid mode value 'nil'\n"
-         "4 2:34:empty quoted string\n4 2:34:acls are not supported by this backend\n"
-         "4 2:34:invalid acl value 'nil'\n"
-         "4 2:39:empty quoted string\n4 2:39:unsupported inode attribute 'x'\n"
-         "4 2:43:empty quoted string\n4 2:48:empty quoted string\n"
-         "4 3:16:empty quoted string\n4 3:16:invalid value for option attribute 'mtime' ('nil')\n",
-         ""},
-        {"end in a quoted value", "[file uid=\"0",
-         "4 2:12:unterminated quoted string\n3 2:12:syntax error\n"s + FAILED, ""},
+        const char *tree = "";
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        start();
-        parse(row.text);
-        EXPECT_EQ(messages(), row.messages);
-        EXPECT_EQ(tree(), row.tree);
-        clear();
+    const row rows[] = {
+        {"", ""},
+        {"# x\n \t\n", ""},
+        {"[option]\n", "3 2:8" + failed},
+        {"[option mode=0644]", "3 2:9" + failed},
+        {"[file mtime=0] /a", "3 2:7" + failed},
+        {"[link mode=0777] /a", "3 2:7" + failed},
+        {"[link x] /a", "3 2:7" + failed},
+        {"[hlink uid=1] /a = /b", "3 2:8" + failed},
+        {"[hlink] /a\n[dir] /b\n", "3 3:1" + failed},
+        {"[link] /a = {x}", "3 2:14" + failed},
+        {"[file", "3 2:5" + failed},
+        {"[[", "3 2:2" + failed},
+        {"[file uid=\"0", "4 2:12:unterminated quoted string\n3 2:12" + failed},
+        // A folder takes one path and is placed first; nothing follows an error.
+        {"[dir] /a = /b\n[dir] /c", "3 2:10" + failed, "dir /a 0:0 755\n"},
+        {"[option uid=4][option gid=5][dir] /a", "", "dir /a 4:5 755\n"},
+        // A folder is placed without looking ahead, a lone path of a file only after the next token.
+        {"[dir] /a\n[dir] /a\n", "2 3:7:directory 'a' attributes overridden\n", "dir /a 0:0 755\n"},
+        {"[file] /a\n\n\n[file] /b\n", "2 5:1:failed to find matching target for file '/a'\n"
+                                       "2 6:0:failed to find matching target for file '/b'\n"},
+        {"[file] /a = none\n\n", "2 2:13:failed to find matching target for file 'none'\n"},
+        {"[dir]/a\n[file] /a = {\nx}", "4 4:14:duplicate filesystem object at path '/a'\n",
+         "dir /a 0:0 755\nfile /a 0:0 644 x\n"},
+        {"[file x=1 y mode=9 uid=-1 gid=x acl=u::r acl=z] /a = {}",
+         "4 2:9:unsupported inode attribute 'x'\n4 2:13:unsupported inode attribute 'y'\n"
+         "4 2:18:invalid mode value '9'\n4 2:24:invalid uid value '-1'\n4 2:31:invalid gid value 'x'\n"
+         "4 2:37:acls are not supported by this backend\n4 2:46:acls are not supported by this backend\n"
+         "4 2:46:invalid acl value 'z'\n",
+         "file /a 0:0 0 \n"},
+        {"[file uid=\"\" mode=\"\" x=\"\"] \"\" = \"\"\n[option mtime=\"\"]",
+         "4 2:12:empty quoted string\n4 2:12:invalid uid value 'nil'\n4 2:20:empty quoted string\n"
+         "4 2:20:invalid mode value 'nil'\n4 2:25:empty quoted string\n4 2:25:unsupported inode attribute "
+         "'x'\n"
+         "4 2:29:empty quoted string\n4 2:34:empty quoted string\n4 3:16:empty quoted string\n"
+         "4 3:16:invalid value for option attribute 'mtime' ('nil')\n"},
+    };
+    for (const row &each : rows) {
+        SCOPED_TRACE(each.text);
+        restart();
+        parse(each.text);
+        EXPECT_EQ(messages(), each.messages);
+        EXPECT_EQ(tree(), each.tree);
     }
 }
 
-TEST_F(parser, ReportsOptionsInTheOrderWritten) {
+TEST_F(parser, ReportsRefusedOptions) {
+    const auto range = [](const std::string &value) {
+        return "blksize value '" + value + "' must be a power of 2 in the range [512, 32768]\n";
+    };
     const struct {
-        const char *attribute;
-        const char *messages;
+        std::string attribute, messages;
     } rows[] = {
         {"blksize=512", ""},
         {"blksize=32768", ""},
-        {"blksize=256", "blksize value '256' must be a power of 2 in the range [512, 32768]\n"},
-        {"blksize=65536", "blksize value '65536' must be a power of 2 in the range [512, 32768]\n"},
-        {"blksize=3000", "blksize value '3000' must be a power of 2 in the range [512, 32768]\n"},
-        {"blksize=x", "invalid blksize attribute value 'x'\n"
-                      "blksize value 'x' must be a power of 2 in the range [512, 32768]\n"},
-        {"uid=abc", "invalid uid attribute value 'abc'\ninvalid value for option attribute 'uid' ('abc')\n"},
+        {"blksize=256", range("256")},
+        {"blksize=65536", range("65536")},
+        {"blksize=3000", range("3000")},
+        {"blksize=x", "invalid blksize attribute value 'x'\n" + range("x")},
+        {"uid=%s%n",
+         "invalid uid attribute value '%s%n'\ninvalid value for option attribute 'uid' ('%s%n')\n"},
         {"gid=2147483648", "invalid gid attribute value '2147483648'\n"
                            "invalid value for option attribute 'gid' ('2147483648')\n"},
         {"dmode=8", "invalid dmode attribute value '8'\ninvalid value for option attribute 'dmode' ('8')\n"},
-        {"fmode=7777777777777777777777777",
-         "invalid fmode attribute value '7777777777777777777777777'\n"
-         "failed to parse option attribute 'fmode' ('7777777777777777777777777')\n"},
+        {"fmode=7777777777777777777777",
+         "invalid fmode attribute value '7777777777777777777777'\n"
+         "failed to parse option attribute 'fmode' ('7777777777777777777777')\n"},
         {"mtimefmt=%Y mtime=x", "invalid mtime attribute value 'x' in conjunction with mtimefmt '%Y'\n"
                                 "invalid value for option attribute 'mtime' ('x')\n"},
         {"fmode", "invalid value for option attribute 'fmode' ('nil')\n"},
         {"blksize", "invalid value for option attribute 'blksize' ('nil')\n"},
-        {"foo", "unsupported option attribute 'foo'\n"},
         {"UID=1", "unsupported option attribute 'UID'\n"},
-        {"x=%s%n", "unsupported option attribute 'x'\n"},
-        {"uid=%s%n",
-         "invalid uid attribute value '%s%n'\ninvalid value for option attribute 'uid' ('%s%n')\n"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.attribute);
-        start();
-        parse("[option " + std::string(row.attribute) + "]");
+        restart();
+        parse("[option " + row.attribute + "]");
         std::string texts;
-        for (const log_line &line : log.lines()) {
-            EXPECT_EQ(line.level, MKTFS_LOG_FATAL);
-            texts +=
-                line.text.substr(line.text.find(':', line.text.find(':', line.text.find(':') + 1) + 1) + 1);
-        }
+        for (const log_line &line : log.lines())  // without "file:line:column:"
+            texts += line.text.substr(line.text.find(':', line.text.find(":2:") + 3) + 1);
         EXPECT_EQ(texts, row.messages);
-        clear();
     }
 }
 
@@ -181,20 +157,18 @@ TEST_F(parser, StoresTheAclOfATypeThatTakesThem) {
     backend.flags |= MKTFS_BACKEND_ACLS;
     parse("[dir acl=u::rw-,g::r--,o::r-- acl=u:5:r] /a\n[dir acl=z] /b");
     EXPECT_EQ(messages(), "4 3:10:invalid acl value 'z'\n");
-    ASSERT_NE(fs().root.children.first, nullptr);
-    ASSERT_NE(fs().root.children.first->acl, nullptr);
     EXPECT_EQ(tvo_acl_size(fs().root.children.first->acl), 16);
     EXPECT_EQ(fs().root.children.first->next->acl, nullptr);
 }
 
 TEST_F(parser, TheObjectTimeIsReadWithTheCurrentFormat) {
     mktfs_inode inode;
-    fs().mtimefmt = "%Y-%m-%d";
-    mktfs_backend_inode_setmtime(&inode, "2020-07-02");
-    EXPECT_GT(inode.mtime, 1593561600);
-    mktfs_backend_inode_setmtime(&inode, "1593561600");
+    fs().mtimefmt = "%Y";
+    mktfs_backend_inode_setmtime(&inode, "2020");
+    EXPECT_NE(inode.mtime, 0);
+    mktfs_backend_inode_setmtime(&inode, "%Y");
     EXPECT_EQ(inode.mtime, 0);
-    EXPECT_NE(log.text().find("invalid mtime value '1593561600'\n"), std::string::npos);
+    EXPECT_EQ(log.lines().size(), 1U);
 }
 
 TEST_F(parser, ContentsLoseOneLeadingNewlineAndEndAtANul) {

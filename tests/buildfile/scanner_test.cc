@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
-#include <map>
 #include <thread>
 
 #include "base_grammar.h"
@@ -14,17 +13,10 @@
 
 namespace {
 
-using namespace std::string_literals;
-
 std::string token_name(int token) {
-    static const std::map<int, std::string> names = {
-        {BASE_OPTION, "OPTION"}, {BASE_FILE, "FILE"},         {BASE_DIR, "DIR"},   {BASE_LINK, "LINK"},
-        {BASE_HLINK, "HLINK"},   {BASE_UID, "UID"},           {BASE_GID, "GID"},   {BASE_MODE, "MODE"},
-        {BASE_MTIME, "MTIME"},   {BASE_ACL, "ACL"},           {BASE_NAME, "NAME"}, {BASE_VALUE, "VALUE"},
-        {BASE_PATH, "PATH"},     {BASE_CONTENTS, "CONTENTS"},
-    };
-    const auto found = names.find(token);
-    return found != names.end() ? found->second : std::string(1, static_cast<char>(token));
+    static const char *const names[] = {"OPTION", "FILE",  "DIR", "LINK", "HLINK", "UID",  "GID",
+                                        "MODE",   "MTIME", "ACL", "NAME", "VALUE", "PATH", "CONTENTS"};
+    return token < BASE_OPTION ? std::string(1, static_cast<char>(token)) : names[token - BASE_OPTION];
 }
 
 class scanner : public build_file {
@@ -34,16 +26,16 @@ protected:
         std::string tokens;
         base_scanner_open(path.c_str());
         while (const int token = base_lex()) {
-            tokens += (tokens.empty() ? "" : " ") + token_name(token);
-            if (token == BASE_NAME || token == BASE_VALUE || token == BASE_PATH || token == BASE_CONTENTS) {
-                tokens += base_lval.text != nullptr ? "("s + base_lval.text + ")" : "(null)"s;
+            tokens.append(tokens.empty() ? "" : " ").append(token_name(token));
+            if (token >= BASE_NAME) {
+                tokens.append("(").append(base_lval.text != nullptr ? base_lval.text : "null").append(")");
                 std::free(base_lval.text);
             }
             if (with_positions)
                 tokens += position();
         }
         if (with_positions)
-            tokens += " end" + position();
+            tokens.append(" end").append(position());
         EXPECT_EQ(base_scanner_close(), 0);
         return tokens;
     }
@@ -53,64 +45,55 @@ protected:
         int line = 0;
         int column = 0;
         base_scanner_context(&file, &line, &column);
-        return "@" + std::to_string(line) + ":" + std::to_string(column);
+        return "@"s.append(std::to_string(line)).append(":").append(std::to_string(column));
     }
 
     bool with_positions = false;
 };
 
 TEST_F(scanner, TakesCharactersByTheirPlaceInAStatement) {
-    const struct {
-        const char *name;
-        std::string text;
-        std::string tokens;
-        std::string messages;
-        std::string echo;
-    } rows[] = {
-        {"a statement", "[file uid=0 mode=0644] /etc/passwd\n#[x\n[",
-         "[ FILE UID = VALUE(0) MODE = VALUE(0644) ] PATH(/etc/passwd) [", "", ""},
-        {"every keyword", "[option gid acl mtime]\nlink]\nhlink]\ndir",
-         "[ OPTION GID ACL MTIME ] LINK ] HLINK ] DIR", "", ""},
-        {"no path after an option", "[option]\t\r\nhlink", "[ OPTION ] HLINK", "", ""},
-        {"no word boundary", "options", "OPTION NAME(s)", "", ""},
-        {"longest name", "dir uid2 modes ACL _9", "DIR NAME(uid2) NAME(modes) NAME(ACL) NAME(_9)", "", ""},
-        {"line state", "F\x01\xff", "",
-         "4 2:1:Invalid character 'F'\n4 2:2:Invalid character <0x01>\n4 2:3:Invalid character <0xff>\n", ""},
-        {"header state", "file -\r\nuid", "FILE UID", "", "-\r\n"},
-        {"blank before a value", "file uid= ]\n0", "FILE UID = VALUE(0)", "", " ]\n"},
-        {"value", "file x==[#{\r}]", "FILE NAME(x) = VALUE(=[#{\r}) ]", "", ""},
-        {"value with quotes inside", "file x=a\"b", "FILE NAME(x) = VALUE(a) NAME(b)", "", "\""},
-        {"quoted value", "file x=\"a b\n]=\\\"]", "FILE NAME(x) = VALUE(a b\n]=\\) ]", "", ""},
-        {"empty quoted value", "file x=\"\"]", "FILE NAME(x) = VALUE(null) ]", "4 2:9:empty quoted string\n",
-         ""},
-        {"lone newline", "file x=\"\n\"]", "FILE NAME(x) = VALUE(null) ]",
-         "4 3:9:unterminated quoted string\n4 3:10:empty quoted string\n", ""},
-        {"path", "dir]/a#b[c] \t\"d e=#[]\"=f", "DIR ] PATH(/a#b[c]) PATH(d e=#[]) = PATH(f)", "", ""},
-        {"path state", "dir]a*b\\c|d?<>}\r\n", "DIR ] PATH(a) PATH(b) PATH(c) PATH(d)", "", "*\\|?<>}\r"},
-        {"last run of a quoted path", "dir]\"a*b{c d\"", "DIR ] PATH(c d)", "", "*{"},
-        {"newline in a quoted path", "dir]\"a\nb\"", "DIR ] PATH(b)", "4 3:7:unterminated quoted string\n",
-         ""},
-        {"empty quoted path", "dir]\"\"x", "DIR ] PATH(null) PATH(x)", "4 2:6:empty quoted string\n", ""},
-        {"contents", "file]/a={\nl=\"1\"\n{}\n[", "FILE ] PATH(/a) = CONTENTS(\nl=\"1\"\n{) [", "", ""},
-        {"empty contents", "file]{}", "FILE ] CONTENTS()", "", ""},
-        {"end in a quoted value", "file x=\"a", "FILE NAME(x) =", "4 2:9:unterminated quoted string\n", ""},
-        {"end in a quoted path", "dir]\"", "DIR ]", "4 2:5:unterminated quoted string\n", ""},
-        {"end in contents", "file]{a\n", "FILE ]", "4 3:8:unterminated quoted string\n", ""},
-        {"NUL in the line state", "#a\0b\n\0dir"s, "DIR", "4 3:1:Invalid character <0x00>\n", ""},
-        {"NUL in header and values", "file a\0b=c\0=\"d\0e\""s, "FILE NAME(a) NAME(b) = VALUE(c) = VALUE(e)",
-         "", "\0\0\0"s},
-        {"NUL in targets", "file]a\0b\"c\0d\"{e\0f}x"s, "FILE ] PATH(a) PATH(b) PATH(d) CONTENTS(e) PATH(x)",
-         "", "\0\0"s},
-        {"lone newline after a NUL", "file a=\"b\0\n\""s, "FILE NAME(a) = VALUE(b)",
-         "4 3:11:unterminated quoted string\n", "\0"s},
+    struct row {
+        std::string text, tokens, echo = "", messages = "";
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
+    const row rows[] = {
+        {"[file uid=0 mode=0644] /etc/passwd\n#[x\n[",
+         "[ FILE UID = VALUE(0) MODE = VALUE(0644) ] PATH(/etc/passwd) ["},
+        {"[option gid acl mtime]\nlink]\nhlink]\ndir", "[ OPTION GID ACL MTIME ] LINK ] HLINK ] DIR"},
+        {"[option]\t\r\nhlink", "[ OPTION ] HLINK"},  // no path after an option
+        {"options", "OPTION NAME(s)"},
+        {"dir uid2 modes ACL _9", "DIR NAME(uid2) NAME(modes) NAME(ACL) NAME(_9)"},
+        {"F\x01\xff", "", "",
+         "4 2:1:Invalid character 'F'\n4 2:2:Invalid character <0x01>\n4 2:3:Invalid character <0xff>\n"},
+        {"file -\r\nuid", "FILE UID", "-\r\n"},
+        {"file uid= ]\n0", "FILE UID = VALUE(0)", " ]\n"},
+        {"file x==[#{\r}]", "FILE NAME(x) = VALUE(=[#{\r}) ]"},
+        {"file x=a\"b", "FILE NAME(x) = VALUE(a) NAME(b)", "\""},
+        {"file x=\"a b\n]=\\\"]", "FILE NAME(x) = VALUE(a b\n]=\\) ]"},
+        {"file x=\"\"]", "FILE NAME(x) = VALUE(null) ]", "", "4 2:9:empty quoted string\n"},
+        {"file x=\"\n\"]", "FILE NAME(x) = VALUE(null) ]", "",
+         "4 3:9:unterminated quoted string\n4 3:10:empty quoted string\n"},
+        {"dir]/a#b[c] \t\"d e=#[]\"=f", "DIR ] PATH(/a#b[c]) PATH(d e=#[]) = PATH(f)"},
+        {"dir]a*b\\c|d?<>}\r\n", "DIR ] PATH(a) PATH(b) PATH(c) PATH(d)", "*\\|?<>}\r"},
+        {"dir]\"a*b{c d\"", "DIR ] PATH(c d)", "*{"},
+        {"dir]\"a\nb\"", "DIR ] PATH(b)", "", "4 3:7:unterminated quoted string\n"},
+        {"dir]\"\"x", "DIR ] PATH(null) PATH(x)", "", "4 2:6:empty quoted string\n"},
+        {"file]/a={\nl=\"1\"\n{}\n[", "FILE ] PATH(/a) = CONTENTS(\nl=\"1\"\n{) ["},
+        {"file]{}", "FILE ] CONTENTS()"},
+        {"file x=\"a", "FILE NAME(x) =", "", "4 2:9:unterminated quoted string\n"},
+        {"dir]\"", "DIR ]", "", "4 2:5:unterminated quoted string\n"},
+        {"file]{a\n", "FILE ]", "", "4 3:8:unterminated quoted string\n"},
+        {"#a\0b\n\0dir"s, "DIR", "", "4 3:1:Invalid character <0x00>\n"},
+        {"file a\0b=c\0=\"d\0e\""s, "FILE NAME(a) NAME(b) = VALUE(c) = VALUE(e)", "\0\0\0"s},
+        {"file]a\0b\"c\0d\"{e\0f}x"s, "FILE ] PATH(a) PATH(b) PATH(d) CONTENTS(e) PATH(x)", "\0\0"s},
+        {"file a=\"b\0\n\""s, "FILE NAME(a) = VALUE(b)", "\0"s, "4 3:11:unterminated quoted string\n"},
+    };
+    for (const row &each : rows) {
+        SCOPED_TRACE(each.text);
         testing::internal::CaptureStdout();
-        const std::string tokens = scan(write(row.text));
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), row.echo);
-        EXPECT_EQ(tokens, row.tokens);
-        EXPECT_EQ(messages(), row.messages);
+        const std::string tokens = scan(write(each.text));
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), each.echo);
+        EXPECT_EQ(tokens, each.tokens);
+        EXPECT_EQ(messages(), each.messages);
     }
 }
 
@@ -133,30 +116,13 @@ TEST_F(scanner, ReadsAFifoToItsEnd) {
     writer.join();
 }
 
-TEST_F(scanner, AFileThatCannotBeOpenedIsEmptyAfterTheReport) {
-    const std::string path = dir / "none";
-    EXPECT_EQ(scan(path), "");
-    EXPECT_EQ(log.text(), "failed to open input file '" + path + "'\n");
-}
-
-TEST_F(scanner, AFolderEndsTheProcessWithStatus2) {
+TEST_F(scanner, AnUnreadableFileEndsTheProcessWithStatus2AMissingOneIsEmpty) {
     EXPECT_EXIT(scan(dir.path()), testing::ExitedWithCode(2), "^input in flex scanner failed\n$");
+    EXPECT_EQ(scan(dir / "none"), "");
+    EXPECT_EQ(log.text(), "failed to open input file '" + dir / "none" + "'\n");
 }
 
 TEST_F(scanner, LongTokensTakeLinearTime) {
-    const struct {
-        const char *name;
-        const char *begin;
-        char repeated;
-        const char *end;
-    } rows[] = {
-        {"quoted value", "[file x=\"", 'a', "\"]"},
-        {"quoted path", "[file]\"", 'a', "\""},
-        {"name", "[file ", 'a', "]"},
-        {"contents", "[file]{", 'a', "}"},
-        {"NULs in contents", "[file]{", '\0', "}"},
-        {"NULs in a comment", "#", '\0', "\n"},
-    };
     const auto seconds = [&](const auto &row, std::size_t mebibytes) {
         const std::string path = write(row.begin + std::string(mebibytes << 20, row.repeated) + row.end);
         double best = 1e9;
@@ -167,8 +133,13 @@ TEST_F(scanner, LongTokensTakeLinearTime) {
         }
         return best;
     };
+    const struct {
+        const char *begin, *end;
+        char repeated;
+    } rows[] = {{"[file x=\"", "\"]", 'a'}, {"[file]\"", "\"", 'a'}, {"[file ", "]", 'a'},
+                {"[file]{", "}", 'a'},      {"[file]{", "}", '\0'},  {"#", "\n", '\0'}};
     for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
+        SCOPED_TRACE(testing::Message() << row.begin << static_cast<int>(row.repeated));
         // Four times the input: quadratic work would take sixteen times as long.
         EXPECT_LT(seconds(row, 4), 10 * seconds(row, 1) + 0.05);
     }

@@ -12,6 +12,7 @@
 namespace {
 
 using bytes = std::vector<std::uint8_t>;
+using sizes = std::vector<std::size_t>;
 
 constexpr const char *DIGESTS[] = {
     "md5",        "sha1",       "sha224",     "sha256",     "sha384",     "sha512",     "sha512-224",
@@ -148,9 +149,9 @@ TEST_F(Digest, BlocksEqualTheOneByOneResult) {
     for (const char *name : DIGESTS) {
         SCOPED_TRACE(name);
         const tcrypto_ctx_ptr ctx = request(name), single = request(name);
-        for (const std::size_t salt : {0, 1, 33, 64, 127, 128, 201}) {
-            for (const std::size_t length : {0, 1, 512, 4099})
-                for (const std::size_t count : {1, 3, 21})
+        for (const std::size_t salt : sizes{0, 1, 33, 64, 127, 128, 201}) {
+            for (const std::size_t length : sizes{0, 1, 512, 4099})
+                for (const std::size_t count : sizes{1, 3, 21})
                     expect_blocks(ctx.get(), single.get(), salt, length, count);
         }
         expect_blocks(ctx.get(), single.get(), 100, 70000, 1);

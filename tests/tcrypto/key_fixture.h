@@ -68,18 +68,13 @@ protected:
         EXPECT_EQ(tcrypto_keygen_request(name, nullptr, 0, th_out(ctx)), 0) << name;
         return ctx;
     }
-    static tcrypto_key_ptr load(const char *generator, const std::string &name, std::uint32_t type) {
+    // The public half for a name with ".pub.", else the private one.
+    static tcrypto_key_ptr load(const char *generator, const std::string &name) {
+        const auto type = name.find(".pub.") != name.npos ? TCRYPTO_KEY_PUBLIC : TCRYPTO_KEY_PRIVATE;
+        const std::string path = key_file(name);
         tcrypto_key_ptr key;
-        EXPECT_EQ(tcrypto_load_key_from_file(keygen(generator).get(), th_out(key), key_file(name).c_str(),
-                                             type, TCRYPTO_FORMAT_PEM),
-                  0)
+        EXPECT_EQ(tcrypto_load_key_from_file(keygen(generator).get(), th_out(key), path.c_str(), type, 3), 0)
             << name;
         return key;
-    }
-    static tcrypto_key_ptr private_key(const char *generator, const std::string &stem) {
-        return load(generator, stem + ".pem", TCRYPTO_KEY_PRIVATE);
-    }
-    static tcrypto_key_ptr public_key(const char *generator, const std::string &stem) {
-        return load(generator, stem + ".pub.pem", TCRYPTO_KEY_PUBLIC);
     }
 };

@@ -130,8 +130,8 @@ TEST_F(key_test, RefusesEverythingElseAtOnce) {
 }
 
 TEST_F(key_test, ExportsTheMatchingTypeOnly) {
-    const tcrypto_key_ptr secret = private_key("ed25519", "ed25519");
-    const tcrypto_key_ptr open_half = public_key("ed25519", "ed25519");
+    const tcrypto_key_ptr secret = load("ed25519", "ed25519.pem");
+    const tcrypto_key_ptr open_half = load("ed25519", "ed25519.pub.pem");
     char room[200];
     std::size_t length = 47;
     EXPECT_EQ(tcrypto_privkey_to_mem(secret.get(), room, &length, DER), -305);

@@ -3,6 +3,7 @@
 // tree, says which of those images are still proven; the type has to agree.
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <span>
@@ -35,9 +36,10 @@ constexpr field MAGIC = {"magic", 0, 4}, VERSION = {"version", 4, 4}, FLAGS = {"
                 RESERVED = {"reserved", 192, 4}, ROOTHASH = {"roothash", 196, 8},
                 ROOTHASH_TAIL = {"end of roothash", 252, 8}, SIGSIZE = {"sigsize", 260, 4};
 
-constexpr field fields[] = {MAGIC,     VERSION,   FLAGS,    BLKSIZE,  HBLKSIZE,      HASHTYPE,
-                            FSSIZE,    TOTALSIZE, OFFSET,   SIGTYPE,  SALTSIZE,      SALT,
-                            SALT_TAIL, ROLLBACK,  RESERVED, ROOTHASH, ROOTHASH_TAIL, SIGSIZE};
+constexpr field fields[] = {BLKSIZE,   HBLKSIZE, FSSIZE,   TOTALSIZE, OFFSET,        FLAGS,
+                            MAGIC,     VERSION,  HASHTYPE, SIGTYPE,   SALTSIZE,      SALT,
+                            SALT_TAIL, ROLLBACK, RESERVED, ROOTHASH,  ROOTHASH_TAIL, SIGSIZE};
+constexpr std::size_t PLACING_FIELDS = 6;  // the first ones, which say where things are
 
 constexpr std::uint64_t extremes[] = {0,           1,           2,
                                       3,           4,           5,
@@ -72,8 +74,11 @@ std::vector<std::uint64_t> values_for(const image_bytes &image) {
     const std::uint64_t block = get(image, BLKSIZE);
     for (const std::uint64_t place : {image.size(), image.size() - SUPERBLOCK, get(image, FSSIZE),
                                       get(image, OFFSET), get(image, TOTALSIZE)})
-        for (const std::uint64_t distance : {0 - block, ~0ull, 0ull, 1ull, block})
+        for (const std::uint64_t distance :
+             std::initializer_list<std::uint64_t>{0 - block, UINT64_MAX, 0, 1, block})
             values.push_back(place + distance);
+    std::ranges::sort(values);
+    values.erase(std::ranges::unique(values).begin(), values.end());
     return values;
 }
 
@@ -199,8 +204,9 @@ protected:
         ttd_superblock superblock;
         std::memcpy(&superblock, superblock_of(image), sizeof superblock);
         const std::uint32_t key = superblock.sigtype - 1;
-        if (key < std::size(private_keys))
+        if (key < std::size(private_keys)) {
             EXPECT_EQ(ttd_sign_superblock(&superblock, test_key(private_keys[key]).c_str()), 0);
+        }
         std::memcpy(superblock_of(image), &superblock, sizeof superblock);
         apply(image, changes);  // the signature's length once more
         return image;
@@ -237,7 +243,8 @@ TEST_F(hostile, NoFieldMakesAnUnprovenImageAcceptable) {
         ASSERT_TRUE(model(images_[i]).accepts());
         for (const std::uint64_t value : values_for(images_[i]))
             for (const field &what : fields)
-                expect_agreement(images_[i], std::vector<change>{{&what, value}});
+                if (what.width == sizeof value || value <= UINT32_MAX)
+                    expect_agreement(images_[i], std::vector<change>{{&what, value}});
     }
     EXPECT_GT(accepted_, 0);
 }

@@ -107,8 +107,8 @@ private:
     static mktfs_io_ptr wrap(image_bytes &image) {
         mktfs_io_ptr io;
         EXPECT_EQ(mktfs_io_memwrap_create(image.data(), image.size(), th_out(io)), 0);
-        if (!image.empty())
-            EXPECT_EQ(mktfs_io_write(io.get(), 0, image.data(), image.size()), 0);  // sets the data size
+        // Writing the bytes in place sets the data size.
+        EXPECT_TRUE(image.empty() || mktfs_io_write(io.get(), 0, image.data(), image.size()) == 0);
         return io;
     }
 

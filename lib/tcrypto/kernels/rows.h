@@ -8,8 +8,8 @@
 [[nodiscard]] bool cpu_has_avx2();  // enabled by the operating system, too
 
 // Clears the upper halves of the vector registers.  The SHA instructions have
-// only the old encoding, which after code that left an upper half in use runs
-// up to a hundred times slower; compilers do leave one in use around a call.
+// only the old encoding, which processors can run many times slower while an
+// upper half is in use, and compilers may leave one in use around a call.
 void cpu_clear_upper_halves();
 
 extern const digest_kernel sha1_sha_x2;

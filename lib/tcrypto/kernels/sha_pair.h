@@ -14,9 +14,8 @@
 #include "tcrypto/kernels/rows.h"
 #include "tcrypto/kernels/salted_lanes.h"
 
-// Without AVX, so that no function mixes the two encodings of vector code.
-#define SHA_TARGET __attribute__((target("sha,sse4.1,ssse3,no-avx")))
-#define SHA_INLINE __attribute__((target("sha,sse4.1,ssse3,no-avx"), always_inline)) inline
+#define SHA_TARGET __attribute__((target("sha,sse4.1,ssse3")))
+#define SHA_INLINE __attribute__((target("sha,sse4.1,ssse3"), always_inline)) inline
 
 namespace sha_pair {
 
