@@ -9,6 +9,7 @@
 // all of them inlined into functions of the AVX2 target.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>

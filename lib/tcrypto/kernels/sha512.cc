@@ -4,6 +4,7 @@
 
 #if defined(__x86_64__)
 
+#include <algorithm>
 #include <utility>
 
 #include "tcrypto/kernels/avx2.h"
