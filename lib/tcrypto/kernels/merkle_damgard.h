@@ -19,6 +19,7 @@ struct merkle_damgard {
         const std::size_t blocks = used + 1 + LENGTH_FIELD <= BLOCK ? 1 : 2;
         std::memset(tail + used, 0, blocks * BLOCK - used);
         tail[used] = 0x80;
+        // The length in bits can take three bits more than `total` has room for.
         std::uint8_t *last = tail + blocks * BLOCK - 1;
         *last-- = static_cast<std::uint8_t>(total << 3);
         total >>= 5;
