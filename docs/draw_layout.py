@@ -3,7 +3,7 @@
 
 The words of the source, one a line:
     strip TITLE                         a row of parts that lie one behind the other
-    part WIDTH KIND LABEL | BELOW       a part of the strip; WIDTH is its share
+    box WIDTH KIND LABEL | BELOW        a part of the strip; WIDTH is its share
     tree BLOCKS PER TITLE               the hash tree over BLOCKS data blocks, PER hashes in a hash block
     disk BLOCKS PER TITLE               the hash blocks of that tree in their order in the image
 Levels and counts are worked out here.  With --check nothing is written; the status is 1 when the
@@ -120,7 +120,7 @@ def draw(source):
     drawing, strip = Drawing(), None
     for line in [*source.splitlines(), "end "]:
         word, _, rest = line.partition(" ")
-        if word == "part":
+        if word == "box":
             width, kind, words = rest.split(" ", 2)
             label, _, below = words.partition(" | ")
             strip[1].append((int(width), kind, label, below))

@@ -88,6 +88,10 @@ void mktfs_io_drop(mktfs_io *io, std::uint64_t offset, std::uint64_t length) {
         io->ops->drop(*io, offset, length);
 }
 
+std::uint64_t mktfs_io_hole(mktfs_io *io, std::uint64_t offset) {
+    return io && io->ops->hole ? io->ops->hole(*io, offset) : 0;
+}
+
 int mktfs_io_extend(mktfs_io *io, std::uint64_t size) {
     if (!io)
         return EINVAL;

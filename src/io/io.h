@@ -39,6 +39,7 @@ struct mktfs_io_ops {
     // them from the source as it goes.
     int (*append)(mktfs_io &io, mktfs_io &source, const std::uint8_t *bytes, std::uint64_t length) = nullptr;
     void (*drop)(mktfs_io &io, std::uint64_t offset, std::uint64_t length) = nullptr;
+    std::uint64_t (*hole)(mktfs_io &io, std::uint64_t offset) = nullptr;
     int (*extend)(mktfs_io &io, std::uint64_t size) = nullptr;
     int (*descriptor)(const mktfs_io &io) = nullptr;
     int (*close)(mktfs_io &io) = nullptr;
@@ -116,6 +117,10 @@ void mktfs_io_destroy(mktfs_io *io);
 // no longer count as the process's memory (reading them again works, and is slower).
 // Nothing for other kinds and for ranges outside the file.
 void mktfs_io_drop(mktfs_io *io, std::uint64_t offset, std::uint64_t length);
+
+// Bytes from `offset` on that a mapping knows to be zeros without looking: a hole of
+// a sparse file.  0 where there is data, for other kinds and for null.
+[[nodiscard]] std::uint64_t mktfs_io_hole(mktfs_io *io, std::uint64_t offset);
 
 // Makes a file longer by a hole, which reads as zeros.  0; ERANGE when the file is
 // longer already; EOPNOTSUPP when a hole cannot be had (another kind of object, a

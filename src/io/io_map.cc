@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <new>
 
 #include "base/log.h"
 #include "io/io_state.h"
@@ -54,6 +55,11 @@ public:
         return static_cast<std::uint8_t *>(bytes);
     }
 
+    // Null when memory is out, which only costs speed.
+    [[nodiscard]] io_holes *find_holes(std::uint64_t size) const {
+        return new (std::nothrow) io_holes(descriptor_, size);
+    }
+
 private:
     int descriptor_;
     int error_;
@@ -66,6 +72,7 @@ void unmap(std::uint8_t *bytes, std::uint64_t size) {
 
 void map_destroy(mktfs_io &io) {
     unmap(io_mem(io).buffer, io_mem(io).capacity);
+    delete io_mem(io).holes;
     delete &io_mem(io);
 }
 
@@ -80,6 +87,11 @@ void map_drop(mktfs_io &io, std::uint64_t offset, std::uint64_t length) {
     const std::uint64_t last_page = end == mem.capacity ? end : end / page * page;
     if (first_page < last_page)
         madvise(mem.buffer + first_page, last_page - first_page, MADV_DONTNEED);
+}
+
+std::uint64_t map_hole(mktfs_io &io, std::uint64_t offset) {
+    const io_mem_state &mem = io_mem(io);
+    return mem.holes ? mem.holes->length_at(offset) : 0;
 }
 
 int overflow_read(mktfs_io &io, std::int64_t offset, void *buffer, std::uint64_t length) {
@@ -107,15 +119,19 @@ int map_file(const mktfs_io_ops &ops, const char *path, std::uint64_t virtual_si
     std::uint8_t *bytes = file.map(size, err);
     if (err != 0)
         return MKTFS_FAIL(err, "failed to mmap '%s' (%s)\n", path, strerror(err));
+    io_holes *holes = file.find_holes(size);
     err = io_mem_make(ops,
                       {.capacity = size,
                        .buffer = bytes,
                        .data_size = size,
                        .flags = IO_FIXED | IO_READ_ONLY,
-                       .virtual_size = virtual_size},
+                       .virtual_size = virtual_size,
+                       .holes = holes},
                       io);
-    if (err != 0)
+    if (err != 0) {
+        delete holes;
         unmap(bytes, size);
+    }
     return err;
 }
 
@@ -133,6 +149,7 @@ constinit const mktfs_io_ops mmap_io_ops = {
     .prune = io_mem_prune,
     .bytes = io_mem_bytes,
     .drop = map_drop,
+    .hole = map_hole,
 };
 
 constinit const mktfs_io_ops mmap_overflow_io_ops = {
@@ -147,6 +164,7 @@ constinit const mktfs_io_ops mmap_overflow_io_ops = {
     .prune = io_mem_prune,
     .bytes = io_mem_bytes,
     .drop = map_drop,
+    .hole = map_hole,
 };
 
 int mktfs_io_mmap_create(const char *path, mktfs_io **io) {

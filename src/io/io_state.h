@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "io/holes.h"
 #include "io/io.h"
 
 inline constexpr std::uint32_t IO_FIXED = 0x1;       // the store may not be resized
@@ -18,6 +19,7 @@ struct io_mem_state {
     std::uint64_t data_size = 0;     // highest byte written plus one
     std::uint32_t flags = 0;
     std::uint64_t virtual_size = 0;  // overflow mapping: how far reads may reach
+    io_holes *holes = nullptr;       // mapping kinds: owned
 };
 
 inline io_mem_state &io_mem(mktfs_io &io) {

@@ -52,8 +52,7 @@ public:
         if (const int err = hash_one_by_one(whole_end, read_end, out + (whole_end - first) * hash_size);
             err != 0)
             return err;
-        for (std::uint64_t i = read_end; i < end; ++i)
-            std::memcpy(out + (i - first) * hash_size, ctx_.zero_hash.data(), hash_size);
+        fill_with_zero_hash(out + (read_end - first) * hash_size, end - read_end);
         return 0;
     }
 
@@ -62,12 +61,21 @@ private:
         if (first == end)
             return 0;
         const std::uint64_t offset = first * ctx_.info.block_size;
+        if (mktfs_io_hole(&image_, offset) >= (end - first) * ctx_.info.block_size) {
+            fill_with_zero_hash(out, end - first);
+            return 0;
+        }
         if (const int err =
                 ttd_hash_blocks(&ctx_, bytes_ + offset, ctx_.info.block_size, end - first, digest_, out);
             err != 0)
             return MKTFS_FAIL(err, "ttd: failed to hash data block %lu\n", first);
         release_behind(end * ctx_.info.block_size);
         return 0;
+    }
+
+    void fill_with_zero_hash(std::uint8_t *out, std::uint64_t count) const {
+        for (std::uint64_t i = 0; i < count; ++i)
+            std::memcpy(out + i * ctx_.info.hash_size, ctx_.zero_hash.data(), ctx_.info.hash_size);
     }
 
     void release_behind(std::uint64_t offset) {

@@ -267,4 +267,24 @@ TEST(Extend, MakesAHoleInARegularFileOnly) {
     EXPECT_EQ(mktfs_io_extend(make(mktfs_io_mem_create, 1u).get(), 10), EOPNOTSUPP);
 }
 
+TEST(Hole, IsKnownOfASparseFileOnly) {
+    const temp_dir dir;
+    constexpr std::uint64_t hole = 1 << 20;
+    const std::string path = dir.file("sparse", "data");
+    {
+        const mktfs_io_ptr file = open_io(path);
+        ASSERT_EQ(mktfs_io_extend(file.get(), hole), 0);
+        ASSERT_EQ(append(file.get(), "end"), 0);
+    }
+    const mktfs_io_ptr sparse = make(mktfs_io_mmap_create, path.c_str());
+    EXPECT_EQ(mktfs_io_hole(sparse.get(), 0), 0u);
+    EXPECT_EQ(mktfs_io_hole(sparse.get(), hole / 2), hole / 2);
+    EXPECT_EQ(mktfs_io_hole(sparse.get(), hole + 1), 0u);
+    EXPECT_EQ(mktfs_io_hole(sparse.get(), hole + 3), 0u);
+    const mktfs_io_ptr full =
+        make(mktfs_io_mmap_create, dir.file("full", std::string(hole, '\0')).c_str());
+    EXPECT_EQ(mktfs_io_hole(full.get(), 0), 0u);
+    EXPECT_EQ(mktfs_io_hole(nullptr, 0), 0u);
+}
+
 }  // namespace

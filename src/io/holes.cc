@@ -1,0 +1,43 @@
+#include "io/holes.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace {
+
+// Smaller holes are as quickly read; more of them are not worth their memory.
+constexpr std::uint64_t SMALLEST = 64 * 1024;
+constexpr std::size_t MOST = 4096;
+constexpr blkcnt_t STATUS_BLOCK = 512;  // unit of st_blocks, bytes
+
+bool is_sparse(int descriptor) {
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+           status.st_blocks * STATUS_BLOCK < status.st_size;
+}
+
+// The next place of a kind (SEEK_HOLE, SEEK_DATA), or the end when there is none.
+std::uint64_t next(int descriptor, std::uint64_t from, int kind, std::uint64_t size) {
+    const off_t found = lseek(descriptor, static_cast<off_t>(from), kind);
+    return found < 0 ? size : std::min(static_cast<std::uint64_t>(found), size);
+}
+
+}  // namespace
+
+io_holes::io_holes(int descriptor, std::uint64_t size) {
+    if (!is_sparse(descriptor))
+        return;
+    for (std::uint64_t at = 0; at < size && ranges_.size() < MOST;) {
+        const std::uint64_t start = next(descriptor, at, SEEK_HOLE, size);
+        at = next(descriptor, start, SEEK_DATA, size);
+        if (at - start >= SMALLEST)
+            ranges_.push_back({start, at});
+    }
+}
+
+std::uint64_t io_holes::length_at(std::uint64_t offset) const {
+    const auto hole = std::ranges::upper_bound(ranges_, offset, {}, &range::end);
+    return hole != ranges_.end() && hole->start <= offset ? hole->end - offset : 0;
+}

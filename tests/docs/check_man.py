@@ -1,0 +1,64 @@
+#!/usr/bin/env python3
+"""Holds the manual pages against the program: check_man.py MKTFS
+
+Every option of the usage texts has an entry in mktfs.1, and the reverse; so have the values that
+the texts list.  man, or else groff, formats every page without a warning.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+PAGES = Path(__file__).resolve().parent.parent.parent / "docs" / "man"
+USAGE_OPTION = re.compile(r"^  -([A-Za-z])", re.M)
+PAGE_OPTION = re.compile(r"^\.TP\n\.BI? \\-([A-Za-z])(?: |$)", re.M)
+VALUES = re.compile(r"\b(?:sha\d+(?:-\d+)?|blake\w+|(?:rsa|ecdsa|eddsa)-\w+)\b")
+
+
+def usage_faults(mktfs, page):
+    usage = "".join(subprocess.run([mktfs, *arguments], check=True, capture_output=True, text=True).stdout
+                    for arguments in (["-h"], ["ttd", "-h"]))
+    page_text = page.replace("\\-", "-").replace("\\e", "\\")
+    entries = PAGE_OPTION.findall(page)
+    for letter in sorted(set(USAGE_OPTION.findall(usage)) ^ set(entries)):
+        yield f"-{letter} is in the usage or in mktfs.1 only"
+    for letter in sorted(set(entries)):
+        if entries.count(letter) > 1:
+            yield f"-{letter} has two entries in mktfs.1"
+    for value in sorted(set(VALUES.findall(usage))):
+        if not re.search(rf"(?<![\w-]){re.escape(value)}(?![\w-])", page_text):
+            yield f"{value} is missing in mktfs.1"
+
+
+def formatter():
+    """The command that formats a page and prints its warnings, or None."""
+    if shutil.which("man"):
+        return ["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z"]
+    return ["groff", "-ww", "-t", "-man", "-Tutf8", "-z"] if shutil.which("groff") else None
+
+
+def warnings(page):
+    command = formatter()
+    if not command:
+        print("neither man nor groff is here: pages not formatted")
+        return
+    result = subprocess.run([*command, page], capture_output=True, text=True, check=False,
+                            env={**os.environ, "LC_ALL": "C.UTF-8", "MANWIDTH": "80"})
+    if result.returncode != 0 or result.stderr:
+        yield f"{page.name}: status {result.returncode}\n{result.stderr}"
+
+
+def main():
+    faults = list(usage_faults(Path(sys.argv[1]).resolve(), (PAGES / "mktfs.1").read_text()))
+    pages = sorted(PAGES.glob("*.[1-8]"))
+    for page in pages:
+        faults += warnings(page)
+    print("\n".join(faults) or f"{len(pages)} pages agree")
+    return 1 if faults or not pages else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
