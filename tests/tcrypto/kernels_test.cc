@@ -111,7 +111,7 @@ TEST(Kernels, BlockSizesOfImages) {
 TEST(Kernels, RandomLengths) {
     std::mt19937 source(1);
     for (const digest_kernel *kernel : usable_kernels())
-        for (int i = 0; i < 200; ++i)
+        for (int i = 0; i < 100; ++i)
             ASSERT_NO_FATAL_FAILURE(expect_digests(*kernel, source() % 129, source() % 20000,
                                                    kernel->lanes * (1 + source() % 5)));
 }

@@ -97,10 +97,7 @@ public:
             lanes[lane] = data + lane * length_ + cut_.head_data;
         if (cut_.body_blocks != 0)
             ENGINE::absorb(running, lanes, cut_.body_blocks, before);
-        if (cut_.tail_data != INPUT_BLOCK)
-            fill_tails(data, lanes);
-        else
-            skip_body(lanes);
+        fill_tails(data, lanes);
         ENGINE::finish(running, lanes, tail_blocks_, total_, out);
     }
 
@@ -124,12 +121,6 @@ private:
             copy(tail_[lane] + cut_.tail_salt, end - cut_.tail_data, cut_.tail_data);
             lanes[lane] = tail_[lane];
         }
-    }
-
-    // A tail that is one full input block of data needs no copy.
-    void skip_body(const std::uint8_t **lanes) const {
-        for (std::size_t lane = 0; lane < LANES; ++lane)
-            lanes[lane] += cut_.body_blocks * INPUT_BLOCK;
     }
 
     const message_cut cut_;
