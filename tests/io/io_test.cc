@@ -281,8 +281,7 @@ TEST(Hole, IsKnownOfASparseFileOnly) {
     EXPECT_EQ(mktfs_io_hole(sparse.get(), hole / 2), hole / 2);
     EXPECT_EQ(mktfs_io_hole(sparse.get(), hole + 1), 0u);
     EXPECT_EQ(mktfs_io_hole(sparse.get(), hole + 3), 0u);
-    const mktfs_io_ptr full =
-        make(mktfs_io_mmap_create, dir.file("full", std::string(hole, '\0')).c_str());
+    const mktfs_io_ptr full = make(mktfs_io_mmap_create, dir.file("full", std::string(hole, '\0')).c_str());
     EXPECT_EQ(mktfs_io_hole(full.get(), 0), 0u);
     EXPECT_EQ(mktfs_io_hole(nullptr, 0), 0u);
 }

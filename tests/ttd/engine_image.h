@@ -28,7 +28,9 @@ inline int read_bytes(ttd_io *io, std::int64_t offset, void *buffer, std::uint64
     return 0;
 }
 
-[[gnu::format(printf, 2, 3)]] inline int ignore_message(int, const char *, ...) { return 0; }
+[[gnu::format(printf, 2, 3)]] inline int ignore_message(int, const char *, ...) {
+    return 0;
+}
 
 class engine_image {
 public:
