@@ -21,6 +21,7 @@ LAYERS = {
     "src/ttd": [
         "src/ttd/engine", "src/buildfile", "src/tree", "src/fs", "src/io", "src/base", "lib/tcrypto", "lib/th",
     ],
+    "src/info": ["src/ttd/engine", "src/io", "src/base", "lib/tcrypto", "lib/th"],
     "src/driver": ["src/ttd", "src/buildfile", "src/tree", "src/fs", "src/io", "src/base", "lib/th"],
 }
 # Single files that sit above their folder: they tie two layers together.

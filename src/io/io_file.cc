@@ -12,6 +12,7 @@
 #include <new>
 #include <utility>
 
+#include "base/cleanup.h"
 #include "base/log.h"
 #include "io/io_state.h"
 
@@ -142,9 +143,7 @@ int file_resize(mktfs_io &io, std::uint64_t size) {
         return ERANGE;
     if (size > MAX_SIZE)
         return EFBIG;
-    if (TEMP_FAILURE_RETRY(ftruncate(state.descriptor, static_cast<off_t>(size))) != 0)
-        return errno;
-    return restore_offset(state);
+    return TEMP_FAILURE_RETRY(ftruncate(state.descriptor, static_cast<off_t>(size))) == 0 ? 0 : errno;
 }
 
 int file_extend(mktfs_io &io, std::uint64_t size) {
@@ -268,7 +267,10 @@ int mktfs_io_file_create(const char *path, int flags, mode_t mode, mktfs_io **io
         return MKTFS_FAIL(err, "failed to open '%s' (%s)\n", path, strerror(err));
     }
     const int err = make_file(descriptor, 0, io);
-    if (err != 0)
+    if (err != 0) {
+        if (flags & O_TRUNC)  // it holds nothing any more, and the caller cannot know it by its descriptor
+            mktfs_cleanup_remove(mktfs_cleanup_add(path, descriptor));
         close(descriptor);
+    }
     return err;
 }

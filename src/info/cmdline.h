@@ -1,0 +1,7 @@
+// The program ttdinfo: prints what the superblock of an image says, and checks it
+// as far as that needs no other byte of the image.
+#pragma once
+
+// The exit status: 0, 1 for wrong usage, else the error number of the first step
+// that failed or of the first problem of the image.
+[[nodiscard]] int ttdinfo_main(int argc, char **argv);
