@@ -1,0 +1,213 @@
+#!/usr/bin/env python3
+"""Ends, races and starves whole builds: signals_test.py [--quick] MKTFS
+
+Whatever happens, a build leaves a complete image and status 0, or neither an image nor
+temporary files; and what surrounds it does not show in the bytes.
+"""
+
+import hashlib
+import itertools
+import os
+import random
+import resource
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+DATA = Path(__file__).resolve().parent.parent / "data"
+SIGNALS = [signal.Signals[f"SIG{name}"] for name in ("INT", "TERM", "HUP", "QUIT", "PIPE", "XCPU")]
+OPTIONS = ["ttd", "-H", "sha256", "-B", "4096", "-S", "rsa-sha256", "-A", "5a" * 32]
+KEY = ["-K", str(DATA / "rsa.pem")]
+SLEEPING_SIGNER = ["-Z", ": <hashfile> <sigfile>; >signer_runs; exec sleep 5"]
+MEBIBYTE = 1 << 20
+LARGE = 64 * MEBIBYTE
+NOBODY = 65534
+
+quick = "--quick" in sys.argv
+mktfs = str(Path(sys.argv[-1]).resolve())
+failures = []
+counts = {}
+
+
+def check(rule, holds, detail=""):
+    counts[rule] = counts.get(rule, 0) + 1
+    if not holds:
+        failures.append(f"{rule}: {detail}")
+        print("FAILED:", failures[-1], flush=True)
+
+
+def start(folder, *arguments, **how):
+    environment = {**os.environ, "TMPDIR": str(folder / "tmp"), **how.pop("environment", {})}
+    how = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.PIPE, **how}
+    return subprocess.Popen([mktfs, *arguments], cwd=folder, env=environment, **how)
+
+
+def build(folder, out="out", source="small", sign=KEY, **how):
+    return start(folder, *OPTIONS, *sign, "-o", str(out), source, **how)
+
+
+def verified(folder, image):
+    return start(folder, "ttd", "-y", "-K", str(DATA / "rsa.pub.pem"), str(image)).wait() == 0
+
+
+def left(folder):
+    """What a failed build may not leave; removes it."""
+    found = [path for path in [folder / "out", *(folder / "tmp").iterdir()] if path.exists()]
+    for path in found:
+        path.unlink()
+    return [path.name for path in found]
+
+
+def signals_at_any_moment(folder):
+    began = time.monotonic()
+    build(folder, source="large").wait()
+    duration = time.monotonic() - began
+    left(folder)
+    for number in SIGNALS * (8 if quick else 200):
+        moment = random.uniform(0, 1.1 * duration)
+        run = build(folder, source="large")
+        time.sleep(moment)
+        run.send_signal(number)
+        status = run.wait(60)
+        image = (folder / "out").exists() and (folder / "out").stat().st_size
+        found = left(folder)
+        # A signal before main or after the end finds a program that has made nothing or everything.
+        complete = status == 0 and found == ["out"] and image > LARGE
+        check("a signal leaves nothing", complete or (status == -number and not found),
+              f"{number.name} after {moment:.3f} s: status {status}, left {found}")
+
+
+def signals_during_the_signer(folder):
+    # system() ignores SIGINT and SIGQUIT in the build: sent to it alone they do nothing, and
+    # from a terminal they reach the signer too, whose end by them ends the build.
+    for number, whole_group in itertools.product(SIGNALS, (False, True)):
+        if number in (signal.SIGINT, signal.SIGQUIT) and not whole_group:
+            continue
+        (folder / "signer_runs").unlink(missing_ok=True)
+        run = build(folder, sign=SLEEPING_SIGNER, start_new_session=True, stderr=subprocess.DEVNULL)
+        while not (folder / "signer_runs").exists():
+            time.sleep(0.005)
+        time.sleep(0.02)  # the shell becomes the sleeping program
+        (os.killpg if whole_group else os.kill)(run.pid, number)
+        status = run.wait(4)
+        found = left(folder)
+        check("a signal during -Z leaves nothing", status == -number and not found,
+              f"{number.name}, group {whole_group}: status {status}, left {found}")
+        try:
+            os.killpg(run.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+    left(folder)
+
+
+def builds_at_once(folder, expected):
+    for _ in range(2 if quick else 20):
+        runs = [build(folder, f"many.{i}") for i in range(8)]
+        for i, run in enumerate(runs):
+            check("builds at once are complete", run.wait() == 0 and verified(folder, f"many.{i}"), f"build {i}")
+            (folder / f"many.{i}").unlink(missing_ok=True)
+        runs = [build(folder), build(folder)]
+        statuses = [run.wait() for run in runs]
+        if (folder / "out").exists():
+            check("two builds to one output leave a whole image or none",
+                  (folder / "out").read_bytes() == expected or not verified(folder, "out"), statuses)
+        left(folder)
+
+
+def limits(folder, expected):
+    """A limit is survived, or the build fails and leaves nothing."""
+    values = {
+        resource.RLIMIT_AS: [step * MEBIBYTE for step in range(8, 200, 24 if quick else 4)],
+        resource.RLIMIT_FSIZE: [0, 1, 4096, MEBIBYTE, len(expected) - 1, len(expected)],
+        resource.RLIMIT_NOFILE: range(3, 12),
+    }
+    for kind, limit in ((kind, limit) for kind in values for limit in values[kind]):
+        run = build(folder, preexec_fn=lambda: resource.setrlimit(kind, (limit, limit)))
+        message = run.communicate()[1]
+        image = (folder / "out").read_bytes() if (folder / "out").exists() else None
+        found = left(folder)
+        # A limit of the size ends by its signal, which cleans up.
+        failed = not found and message and run.returncode > 0 or not found and run.returncode == -signal.SIGXFSZ
+        check("limits", failed or (run.returncode == 0 and image == expected),
+              f"limit {kind} at {limit}: status {run.returncode}, left {found}, {message}")
+
+
+def full_disk(folder):
+    (folder / "disk").mkdir()
+    script = 'mount -t tmpfs -o size=64k none disk || exit 77; "$@"; s=$?; ls disk; exit $s'
+    done = subprocess.run(["unshare", "-Urm", "sh", "-c", script, "sh", mktfs, *OPTIONS, *KEY, "-o", "disk/out",
+                           "small"], cwd=folder, capture_output=True, text=True)
+    if "unshare" in done.stderr or done.returncode == 77:
+        print("skipped: a full disk (no user namespaces)")
+        return
+    check("a full disk", done.returncode == 28 and "out" not in done.stdout.split(), (done.returncode, done.stdout))
+
+
+def folders_that_refuse(folder):
+    if os.geteuid() != 0:
+        print("skipped: folders of somebody else (needs root)")
+        return
+    for where, sign in [("closed/out", KEY), ("out", SLEEPING_SIGNER)]:
+        (folder / "closed").mkdir(exist_ok=True)
+        (folder / "closed").chmod(0o555)
+        folder.chmod(0o777)
+        run = build(folder, where, sign=sign, user=NOBODY, group=NOBODY, extra_groups=[],
+                    environment={"TMPDIR": str(folder / "closed")})
+        message = run.communicate()[1]
+        check("a folder that refuses", run.returncode == 13 and message and not left(folder), (where, run.returncode))
+
+
+def surroundings(folder, expected):
+    """What surrounds the build does not show in the image."""
+    closed = [set(which) for count in range(4) for which in itertools.combinations(range(3), count)]
+    cases = [(f"closed {which}", {"preexec_fn": lambda which=which: [os.close(i) for i in which]}) for which in closed]
+    cases += [(str(variables), {"environment": variables}) for variables in (
+        {"POSIXLY_CORRECT": "1"}, {"TZ": "Asia/Tokyo"}, {"LANG": "tr_TR.UTF-8", "LC_ALL": "de_DE.UTF-8"},
+        {"TMPDIR": "/nowhere"}, {"TCRYPTO_KERNELS": "off"}, {"HOME": "", "PATH": ""})]
+    cases.append(("umask 0777", {"umask": 0o777}))
+    for (name, how), traced in itertools.product(cases, ([], ["-v"] * 3)):
+        run = build(folder, sign=[*KEY, *traced], **how)
+        run.communicate()
+        image = (folder / "out").read_bytes() if (folder / "out").exists() else b""
+        left(folder)
+        # Messages that cannot be written fail a build; what is in the image never changes.
+        check("surroundings do not show", run.returncode == 0 and image == expected,
+              f"{name} {traced}: status {run.returncode}, {hashlib.sha256(image).hexdigest()}")
+
+
+def removed_current_folder(folder, expected):
+    script = f'mkdir {folder}/gone && cd {folder}/gone && rmdir {folder}/gone && exec "$@"'
+    done = subprocess.run(["sh", "-c", script, "sh", mktfs, *OPTIONS, *KEY, "-o", str(folder / "out"),
+                           str(folder / "small")], capture_output=True)
+    check("a removed current folder", done.returncode == 0 and (folder / "out").read_bytes() == expected, done)
+    left(folder)
+
+
+def main():
+    with tempfile.TemporaryDirectory(prefix="mktfs-signals-") as name:
+        folder = Path(name)
+        (folder / "tmp").mkdir()
+        (folder / "small").write_bytes(bytes(i * i % 251 for i in range(4096)) * 512)
+        with open(folder / "large", "wb") as large:
+            large.writelines([random.randbytes(MEBIBYTE)] * (LARGE // MEBIBYTE))
+        check("an undisturbed build", build(folder).wait() == 0 and verified(folder, "out"))
+        expected = (folder / "out").read_bytes()
+        left(folder)
+        signals_at_any_moment(folder)
+        signals_during_the_signer(folder)
+        builds_at_once(folder, expected)
+        limits(folder, expected)
+        full_disk(folder)
+        folders_that_refuse(folder)
+        surroundings(folder, expected)
+        removed_current_folder(folder, expected)
+    print("\n".join(f"{count} times: {rule}" for rule, count in counts.items()))
+    print(f"{sum(counts.values())} checks, {len(failures)} failed")
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
