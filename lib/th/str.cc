@@ -31,7 +31,7 @@ int refuse_rest(th_str_request &request) {
     return *request.cursor && !request.partial ? EINVAL : 0;
 }
 
-int skip_blanks(th_str_request &request) {
+int parse_ws_suffix(th_str_request &request) {
     th_str_skip_space(request);
     return refuse_rest(request);
 }
@@ -45,18 +45,18 @@ int multiply(th_str_request &request, unsigned shift) {
     return 0;
 }
 
-int apply_size_suffix(th_str_request &request) {
+int parse_size_suffix(th_str_request &request) {
     static constexpr char letters[] = "KkMmGgTt";  // two cases for each power of 1024
     const char *letter = *request.cursor ? std::strchr(letters, *request.cursor) : nullptr;
     if (!letter)
-        return skip_blanks(request);
+        return parse_ws_suffix(request);
     request.cursor++;
-    if (const int error = skip_blanks(request); error != 0)
+    if (const int error = parse_ws_suffix(request); error != 0)
         return error;
     return multiply(request, 10 * (static_cast<unsigned>(letter - letters) / 2 + 1));
 }
 
-int check_mode(th_str_request &request) {
+int parse_mode_range(th_str_request &request) {
     const bool fits = request.value <= MODE_BITS;
     request.value &= MODE_BITS;
     return fits ? 0 : ERANGE;
@@ -69,7 +69,7 @@ int parse_into(th_str_request request, const char *text, T *value, std::size_t *
         return fail(EINVAL);
     request.cursor = text;
     request.partial = end != nullptr;
-    const int error = th_str_parse(request);
+    const int error = parse_string_to_number(request);
     if (end)
         *end = static_cast<std::size_t>(request.cursor - text);
     if (error == 0 || error == ERANGE)
@@ -85,7 +85,7 @@ int parse_integer(const char *text, int base, T *value, std::size_t *end) {
         .is_signed = std::is_signed_v<T>,
         .minimum = static_cast<std::uint64_t>(limits::min()),
         .maximum = static_cast<std::uint64_t>(limits::max()),
-        .suffix = skip_blanks,
+        .suffix = parse_ws_suffix,
     };
     return parse_into(request, text, value, end);
 }
@@ -146,11 +146,11 @@ int th_str_to_uint64(const char *text, int base, std::uint64_t *value, std::size
 }
 
 int th_str_to_bytes(const char *text, std::uint64_t *value, std::size_t *end) {
-    return parse_into({.suffix = apply_size_suffix}, text, value, end);
+    return parse_into({.suffix = parse_size_suffix}, text, value, end);
 }
 
 int th_str_to_mode(const char *text, mode_t *mode, std::size_t *end) {
-    return parse_into({.base = 8, .suffix = skip_blanks, .range = check_mode}, text, mode, end);
+    return parse_into({.base = 8, .suffix = parse_ws_suffix, .range = parse_mode_range}, text, mode, end);
 }
 
 int th_str_username_to_uid(const char *text, uid_t *uid) {
@@ -166,7 +166,7 @@ int th_str_to_signal(const char *text, int *signo, std::size_t *end) {
         .is_signed = true,
         .minimum = 1,
         .maximum = LARGEST_SIGNAL,
-        .label = th_str_signal_label,
+        .label = parse_signo_label,
         .suffix = refuse_rest,
     };
     return parse_into(request, text, signo, end);

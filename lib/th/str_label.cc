@@ -79,7 +79,7 @@ int th_str_group_label(th_str_request &request) {
     });
 }
 
-int th_str_signal_label(th_str_request &request) {
+int parse_signo_label(th_str_request &request) {
     constexpr std::string_view prefix = "SIG";
     const char *text = request.cursor;
     if (starts_with_any_case(text, prefix))

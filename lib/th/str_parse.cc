@@ -56,7 +56,7 @@ int run_steps(th_str_request &request) {
 
 }  // namespace
 
-int th_str_parse(th_str_request &request) {
+int parse_string_to_number(th_str_request &request) {
     const int saved = errno;
     const int error = run_steps(request);
     errno = error ? error : saved;

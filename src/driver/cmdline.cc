@@ -182,6 +182,7 @@ int mktfs_main(int argc, char **argv) {
     mktfs_cleanup_install();
     mktfs_set_backend(nullptr);
     *mktfs_get_filesystem() = mktfs_filesystem{};
+    host_endian = 0;
     const int status = run_command_line(argc, argv);
     mktfs_clean_search_paths();
     return status != 0 ? status : mktfs_complete_stdout();

@@ -6,6 +6,8 @@
 #include "fs/diag.h"
 #include "io/io.h"
 
+int host_endian = 0;
+
 namespace {
 
 constexpr std::uint32_t DEFAULT_BLOCK_SIZE = 4096;

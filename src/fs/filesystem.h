@@ -6,6 +6,9 @@
 #include "fs/backend_record.h"
 #include "fs/filesystem_record.h"
 
+// Byte order in which a type's images are written on this host: 0, little-endian.
+extern int host_endian;
+
 void mktfs_set_backend(const mktfs_backend *backend);
 [[nodiscard]] const mktfs_backend *mktfs_get_backend();  // null before selection
 [[nodiscard]] mktfs_filesystem *mktfs_get_filesystem();  // never null

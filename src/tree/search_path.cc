@@ -13,11 +13,14 @@
 
 namespace {
 
+// A folder as it was given, with its length.
+using mktfs_search_path = std::string;
+
 // In the order of the text and of the command line.
-constinit std::vector<std::string> search_paths;
+constinit std::vector<mktfs_search_path> search_paths;
 
 // Skips the folder without a word when memory is out.
-void append_search_path(std::string &&folder) {
+void append_search_path(mktfs_search_path &&folder) {
     try {
         search_paths.push_back(std::move(folder));
     } catch (const std::exception &) {
@@ -25,7 +28,7 @@ void append_search_path(std::string &&folder) {
 }
 
 void add_search_path(std::string_view field) {
-    std::string folder;
+    mktfs_search_path folder;
     struct stat status {};
     if (!mktfs_set_text(folder, {field}))
         return;

@@ -210,7 +210,7 @@ int write_image(const ttd_run_context &run, mktfs_io &image, const ttd_bytes &tr
     return 0;
 }
 
-int build_filesystem(ttd_run_context &run, mktfs_io &output) {
+int ttd_build_filesystem(ttd_run_context &run, mktfs_io &output) {
     ttd_ctx &engine = run.engine;
     if (const int err = choose_salt(engine); err != 0)
         return err;
@@ -246,5 +246,5 @@ int ttd_fsys_build(mktfs_filesystem *fs, mktfs_io *output) {
         return MKTFS_FAIL(EINVAL, "ttd: missing -S option\n");
     if (!output)
         return EINVAL;
-    return build_filesystem(run, *output);
+    return ttd_build_filesystem(run, *output);
 }

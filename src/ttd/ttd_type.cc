@@ -103,6 +103,13 @@ void ttd_fsys_build_finit(mktfs_filesystem *fs) {
     fs->priv = nullptr;
 }
 
+constexpr auto ttd_fsys_verify_init = ttd_fsys_build_init;
+constexpr auto ttd_fsys_verify_finit = ttd_fsys_build_finit;
+
+int ttd_fsys_verify(mktfs_filesystem *fs, mktfs_io *image) {
+    return ttd_verify_filesystem(fs, image);
+}
+
 int ttd_fsys_extract_init(mktfs_filesystem *fs) {
     ttd_register_log_fct(ttd_mktfs_log_fct);
     fs->priv = new (std::nothrow) ttd_superblock{};
@@ -114,6 +121,11 @@ void ttd_fsys_extract_finit(mktfs_filesystem *fs) {
     fs->priv = nullptr;
 }
 
+constexpr mktfs_parser ttd_base_parser = {
+    .parse_cfg_file = ttd_parse_cfg_file,
+    .scanner_context = ttd_scanner_context,
+};
+
 constinit const mktfs_backend backend = {
     .name = "TTD",
     .flags = MKTFS_BACKEND_EXTRACT | MKTFS_BACKEND_VERIFY,
@@ -122,7 +134,7 @@ constinit const mktfs_backend backend = {
     .optstring = "A:B:C:H:K:MP:R:S:Z:",
     .cmdopt_handler = ttd_cmdopt_handler,
     .print_stats = ttd_print_stats,
-    .parser = {.parse_cfg_file = ttd_parse_cfg_file, .scanner_context = ttd_scanner_context},
+    .parser = ttd_base_parser,
     .option_handler = base_option_handler,
     .inode_attr = base_inode_attr_fct,
     .build_init = ttd_fsys_build_init,
@@ -135,9 +147,9 @@ constinit const mktfs_backend backend = {
     .readdir = ttd_fsys_readdir,
     .readlnk = ttd_fsys_readlnk,
     .readfile = ttd_fsys_readfile,
-    .verify_init = ttd_fsys_build_init,
-    .verify_finit = ttd_fsys_build_finit,
-    .verify = ttd_verify_filesystem,
+    .verify_init = ttd_fsys_verify_init,
+    .verify_finit = ttd_fsys_verify_finit,
+    .verify = ttd_fsys_verify,
     .inputs = ttd_input_files,
 };
 

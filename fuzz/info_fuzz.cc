@@ -1,0 +1,43 @@
+// The last 4096 bytes of an image, shown as text and as JSON.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "info/print.h"
+#include "info/report.h"
+#include "tcrypto/tcrypto.h"
+
+static std::FILE *discarded;
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    discarded = std::fopen("/dev/null", "w");
+    // A reference of its own: the provider is not started anew for every input.
+    if (!discarded || tcrypto_init(0, nullptr) != TCRYPTO_OK)
+        std::abort();
+    return 0;
+}
+
+// With and without magic number and version, which few inputs would hit.
+static void show(const std::uint8_t *data, std::size_t size, bool identified) {
+    const auto report = std::make_unique<ttdinfo_report>();
+    ttd_superblock &superblock = report->engine.superblock;
+    std::copy_n(data, std::min(size, sizeof superblock), reinterpret_cast<std::uint8_t *>(&superblock));
+    if (identified) {
+        superblock.magic = TTD_MAGIC;
+        superblock.version = TTD_VERSION;
+    }
+    report->file_size = TTD_SUPERBLOCK_SIZE + superblock.totalsize % (std::uint64_t{1} << 40);
+    report->min_rollback = "1";
+    if ((ttdinfo_examine(report.get()) == 0) != (report->problem_count == 0) ||
+        (report->problem_count == 0 && !report->has_geometry))
+        std::abort();
+    ttdinfo_print_text(*report, discarded);
+    ttdinfo_print_json(*report, discarded);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    show(data, size, false);
+    show(data, size, true);
+    return 0;
+}
