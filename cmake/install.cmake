@@ -90,8 +90,11 @@ set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libssl-dev, libb2-dev, libdivide-dev")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "filesystem images that prove every block")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-    "builds, extracts and verifies filesystem images\n mktfs wraps the image of a filesystem in a salted hash tree and a signed\n superblock, so that its reader can prove every block. ttdinfo shows what a\n superblock says. The engine that verifies is included as static libraries\n for readers of such images."
-)
+    "mktfs wraps the image of a filesystem in a salted hash tree and a signed
+superblock, so that its reader can prove every block. ttdinfo shows what a
+superblock says. The engine that verifies is included as static libraries,
+for readers of such images.")
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/package/debian.cmake)
 include(CPack)

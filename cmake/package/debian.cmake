@@ -12,6 +12,6 @@ endif()
 
 file(GLOB compressed ${root}/share/man/man[1-8]/*.[1-8])
 execute_process(COMMAND gzip -9nf ${compressed} ${doc}/changelog COMMAND_ERROR_IS_FATAL ANY)
-file(GLOB archives ${root}/lib/mktfs/*.a)
+file(GLOB_RECURSE archives ${root}/lib/*.a)
 execute_process(COMMAND strip --strip-debug --enable-deterministic-archives ${archives}
                 COMMAND_ERROR_IS_FATAL ANY)

@@ -81,8 +81,8 @@ def signals_at_any_moment(folder):
 
 
 def signals_during_the_signer(folder):
-    # system() ignores SIGINT and SIGQUIT in the build: sent to it alone they do nothing, and
-    # from a terminal they reach the signer too, whose end by them ends the build.
+    # system() ignores SIGINT and SIGQUIT in the build while the command runs: sent to it alone they do
+    # nothing, the build goes on; from a terminal they reach the signer too, whose end ends the build.
     for number, whole_group in itertools.product(SIGNALS, (False, True)):
         if number in (signal.SIGINT, signal.SIGQUIT) and not whole_group:
             continue
@@ -107,7 +107,8 @@ def builds_at_once(folder, expected):
     for _ in range(2 if quick else 20):
         runs = [build(folder, f"many.{i}") for i in range(8)]
         for i, run in enumerate(runs):
-            check("builds at once are complete", run.wait() == 0 and verified(folder, f"many.{i}"), f"build {i}")
+            complete = run.wait() == 0 and verified(folder, f"many.{i}")
+            check("builds at once are complete", complete, f"build {i}")
             (folder / f"many.{i}").unlink(missing_ok=True)
         runs = [build(folder), build(folder)]
         statuses = [run.wait() for run in runs]
@@ -130,21 +131,21 @@ def limits(folder, expected):
         message = run.communicate()[1]
         image = (folder / "out").read_bytes() if (folder / "out").exists() else None
         found = left(folder)
-        # A limit of the size ends by its signal, which cleans up.
-        failed = not found and message and run.returncode > 0 or not found and run.returncode == -signal.SIGXFSZ
-        check("limits", failed or (run.returncode == 0 and image == expected),
+        # The limit of a file's size ends the run by its signal.
+        failed = message and run.returncode > 0 or run.returncode == -signal.SIGXFSZ
+        check("limits", (failed and not found) or (run.returncode == 0 and image == expected),
               f"limit {kind} at {limit}: status {run.returncode}, left {found}, {message}")
 
 
 def full_disk(folder):
     (folder / "disk").mkdir()
     script = 'mount -t tmpfs -o size=64k none disk || exit 77; "$@"; s=$?; ls disk; exit $s'
-    done = subprocess.run(["unshare", "-Urm", "sh", "-c", script, "sh", mktfs, *OPTIONS, *KEY, "-o", "disk/out",
-                           "small"], cwd=folder, capture_output=True, text=True)
+    command = ["unshare", "-Urm", "sh", "-c", script, "sh", mktfs, *OPTIONS, *KEY, "-o", "disk/out", "small"]
+    done = subprocess.run(command, cwd=folder, capture_output=True, text=True)
     if "unshare" in done.stderr or done.returncode == 77:
         print("skipped: a full disk (no user namespaces)")
         return
-    check("a full disk", done.returncode == 28 and "out" not in done.stdout.split(), (done.returncode, done.stdout))
+    check("a full disk", done.returncode == 28 and "out" not in done.stdout.split(), done)
 
 
 def folders_that_refuse(folder):
@@ -158,13 +159,15 @@ def folders_that_refuse(folder):
         run = build(folder, where, sign=sign, user=NOBODY, group=NOBODY, extra_groups=[],
                     environment={"TMPDIR": str(folder / "closed")})
         message = run.communicate()[1]
-        check("a folder that refuses", run.returncode == 13 and message and not left(folder), (where, run.returncode))
+        refused = run.returncode == 13 and message and not left(folder)
+        check("a folder that refuses", refused, (where, run.returncode))
 
 
 def surroundings(folder, expected):
     """What surrounds the build does not show in the image."""
     closed = [set(which) for count in range(4) for which in itertools.combinations(range(3), count)]
-    cases = [(f"closed {which}", {"preexec_fn": lambda which=which: [os.close(i) for i in which]}) for which in closed]
+    cases = [(f"closed {which}", {"preexec_fn": lambda which=which: [os.close(i) for i in which]})
+             for which in closed]
     cases += [(str(variables), {"environment": variables}) for variables in (
         {"POSIXLY_CORRECT": "1"}, {"TZ": "Asia/Tokyo"}, {"LANG": "tr_TR.UTF-8", "LC_ALL": "de_DE.UTF-8"},
         {"TMPDIR": "/nowhere"}, {"TCRYPTO_KERNELS": "off"}, {"HOME": "", "PATH": ""})]
@@ -174,7 +177,6 @@ def surroundings(folder, expected):
         run.communicate()
         image = (folder / "out").read_bytes() if (folder / "out").exists() else b""
         left(folder)
-        # Messages that cannot be written fail a build; what is in the image never changes.
         check("surroundings do not show", run.returncode == 0 and image == expected,
               f"{name} {traced}: status {run.returncode}, {hashlib.sha256(image).hexdigest()}")
 
@@ -183,7 +185,8 @@ def removed_current_folder(folder, expected):
     script = f'mkdir {folder}/gone && cd {folder}/gone && rmdir {folder}/gone && exec "$@"'
     done = subprocess.run(["sh", "-c", script, "sh", mktfs, *OPTIONS, *KEY, "-o", str(folder / "out"),
                            str(folder / "small")], capture_output=True)
-    check("a removed current folder", done.returncode == 0 and (folder / "out").read_bytes() == expected, done)
+    complete = done.returncode == 0 and (folder / "out").read_bytes() == expected
+    check("a removed current folder", complete, done)
     left(folder)
 
 

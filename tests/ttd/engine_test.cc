@@ -330,7 +330,7 @@ TEST(Verify, ReadErrorsFailTheirBlocksOnly) {
 // Another program reads on demand: threads with random ranges, some of them over
 // damage, on one context.
 TEST(Verify, ThreadsShareOneContext) {
-    for (const std::size_t slots : {0, 1, 8, 100}) {
+    for (const std::size_t slots : {0UL, 1UL, 8UL, 100UL}) {
         SCOPED_TRACE(slots);
         engine_image image(BLOCKS, 512);
         ASSERT_EQ(ttd_create_caches(&image.ctx, slots), 0);
