@@ -78,7 +78,7 @@ std::vector<std::uint64_t> values_for(const image_bytes &image) {
              std::initializer_list<std::uint64_t>{0 - block, UINT64_MAX, 0, 1, block})
             values.push_back(place + distance);
     std::ranges::sort(values);
-    values.erase(std::ranges::unique(values).begin(), values.end());
+    values.erase(std::unique(values.begin(), values.end()), values.end());
     return values;
 }
 
