@@ -56,6 +56,14 @@ void remove_pending_files() {
     ::_exit(128 + signal);
 }
 
+void hold_ending_signals(sigset_t *previous) {
+    sigset_t held;
+    ::sigemptyset(&held);
+    for (const int signal : ending_signals)
+        ::sigaddset(&held, signal);
+    ::pthread_sigmask(SIG_BLOCK, &held, previous);
+}
+
 void on_ending_signal(int signal) {
     remove_pending_files();
     die_by(signal);
@@ -172,12 +180,13 @@ void mktfs_cleanup_remove(int slot) {
     mktfs_cleanup_forget(slot);
 }
 
+void mktfs_cleanup_finish(int slot) {
+    hold_ending_signals(nullptr);
+    mktfs_cleanup_forget(slot);
+}
+
 mktfs_signal_guard::mktfs_signal_guard() {
-    sigset_t held;
-    ::sigemptyset(&held);
-    for (const int signal : ending_signals)
-        ::sigaddset(&held, signal);
-    ::pthread_sigmask(SIG_BLOCK, &held, &previous_);
+    hold_ending_signals(&previous_);
 }
 
 mktfs_signal_guard::~mktfs_signal_guard() {

@@ -25,6 +25,10 @@ void mktfs_cleanup_install();
 // The file is complete (or already removed): leave it alone from now on.
 void mktfs_cleanup_forget(int slot);
 
+// The run is over but for its exit: the file stays, and signals that would end the
+// process from here on find it done.
+void mktfs_cleanup_finish(int slot);
+
 // Removes the file now and forgets it.
 void mktfs_cleanup_remove(int slot);
 

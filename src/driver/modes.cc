@@ -33,7 +33,7 @@ public:
     [[nodiscard]] int close() { return mktfs_io_close(io_.get()); }
     [[nodiscard]] mktfs_io *io() const { return io_.get(); }
     void keep() {
-        mktfs_cleanup_forget(slot_);
+        mktfs_cleanup_finish(slot_);
         slot_ = -1;
     }
     void remove() {

@@ -207,6 +207,11 @@ int write_image(const ttd_run_context &run, mktfs_io &image, const ttd_bytes &tr
         writes_partition() ? static_cast<std::int64_t>(sb.totalsize - TTD_SUPERBLOCK_SIZE) : -1;
     if (const int err = mktfs_io_write(&output, superblock_offset, &sb, sizeof sb); err != 0)
         return MKTFS_FAIL(err, "ttd: failed to write superblock\n");
+    const std::uint64_t size =
+        has_option(TTD_OPT_META_ONLY) ? ttd_meta_data_size(run.engine.info) : sb.totalsize;
+    if (mktfs_io_size(&output) > size)
+        return MKTFS_FAIL(EIO,
+                          "ttd: the output holds more than the image, does another process write to it?\n");
     return 0;
 }
 

@@ -25,7 +25,7 @@ int set_salt(mktfs_filesystem_opts &, const char *argument) {
                           static_cast<unsigned>(digits / 2), static_cast<int>(TTD_MAX_SALT));
     ttd_bytes &salt = ttd_opts.geometry.salt;
     if (!salt.allocate(digits / 2))
-        return MKTFS_FAIL(ENOMEM, "ttd: failed to allocate memory for salt\n");
+        return ENOMEM;
     if (mktfs_hex2bin(salt.data(), argument, salt.size()) != 0) {
         salt.clear();
         return MKTFS_FAIL(EINVAL, "ttd: failed to convert salt hex string to binary\n");

@@ -24,18 +24,11 @@ ssize_t write(int descriptor, const void *bytes, std::size_t length) {
     return syscall(SYS_write, descriptor, bytes, shortened(length));
 }
 
-ssize_t pread(int descriptor, void *bytes, std::size_t length, off_t offset) {
+// What pread and pwrite are called with 64-bit offsets.
+ssize_t pread64(int descriptor, void *bytes, std::size_t length, off64_t offset) {
     return syscall(SYS_pread64, descriptor, bytes, shortened(length), offset);
 }
 
-ssize_t pwrite(int descriptor, const void *bytes, std::size_t length, off_t offset) {
+ssize_t pwrite64(int descriptor, const void *bytes, std::size_t length, off64_t offset) {
     return syscall(SYS_pwrite64, descriptor, bytes, shortened(length), offset);
-}
-
-ssize_t pread64(int descriptor, void *bytes, std::size_t length, off_t offset) {
-    return pread(descriptor, bytes, length, offset);
-}
-
-ssize_t pwrite64(int descriptor, const void *bytes, std::size_t length, off_t offset) {
-    return pwrite(descriptor, bytes, length, offset);
 }

@@ -22,21 +22,67 @@ constexpr std::size_t PIECE_SIZE = 256 * 1024;
 // Shorter ranges are left to the plain walk and its caches.
 constexpr std::uint32_t FAST_MINIMUM = 16;
 
-// The proven hash blocks from the root down to one level-0 block.
+// The proven hash blocks from the root down to level 1, and a window of neighbouring
+// level-0 blocks, which are read and hashed together.
 class proven_path {
 public:
     proven_path(ttd_ctx &ctx, tcrypto_ctx *digest) : ctx_(ctx), digest_(digest) {}
 
     [[nodiscard]] bool allocate() {
-        return blocks_.allocate(std::size_t{ctx_.info.levels} * ctx_.info.hash_block_size) &&
-               computed_.allocate(ctx_.info.hash_size);
+        const std::size_t block = ctx_.info.hash_block_size;
+        return blocks_.allocate(std::size_t{ctx_.info.levels} * block) &&
+               window_.allocate(window_room() * block) &&
+               computed_.allocate(window_room() * ctx_.info.hash_size);
     }
 
     // The hashes of the data blocks from `block` on that share its level-0 hash
     // block, or null when the path does not prove.
     [[nodiscard]] const std::uint8_t *hashes_from(std::uint32_t block) {
+        const ttd_path_step step = ttd_path_step_at(ctx_.info, block, 0);
+        if (!window_holds(step.local) && !load_window(block, step))
+            return nullptr;
+        const std::size_t index = step.local - window_first_;
+        const std::uint8_t *hash_block = window_.data() + index * ctx_.info.hash_block_size;
+        return matches(index) ? hash_block + std::size_t{step.entry} * ctx_.info.hash_size : nullptr;
+    }
+
+private:
+    [[nodiscard]] std::size_t window_room() const { return PIECE_SIZE / ctx_.info.hash_block_size; }
+
+    [[nodiscard]] bool window_holds(std::uint32_t local) const {
+        return local >= window_first_ && local - window_first_ < window_count_;
+    }
+
+    [[nodiscard]] bool matches(std::size_t index) const {
+        const std::size_t at = index * ctx_.info.hash_size;
+        return std::memcmp(computed_.data() + at, window_expected_ + at, ctx_.info.hash_size) == 0;
+    }
+
+    // Level-0 blocks from this one on, as far as they share the block above them.
+    [[nodiscard]] bool load_window(std::uint32_t block, const ttd_path_step &step) {
+        window_count_ = 0;
+        const std::uint8_t *expected = expected_at_level_0(block);
+        if (!expected || step.local >= ctx_.info.level_blocks[0])
+            return false;
+        const std::uint32_t under_parent =
+            ctx_.info.hashes_per_block - step.local % ctx_.info.hashes_per_block;
+        const std::size_t count =
+            std::min<std::size_t>({window_room(), under_parent, ctx_.info.level_blocks[0] - step.local});
+        const std::size_t size = ctx_.info.hash_block_size;
+        if (ttd_io_read(ctx_.hash_io, step.offset, window_.data(), count * size) != 0 ||
+            ttd_hash_blocks(&ctx_, window_.data(), size, count, digest_, computed_.data()) != 0)
+            return false;
+        window_expected_ = expected;
+        window_first_ = step.local;
+        window_count_ = count;
+        return true;
+    }
+
+    // The hash that the levels above hold of the block's level-0 hash block, and
+    // behind it those of its neighbours; null when they do not prove.
+    [[nodiscard]] const std::uint8_t *expected_at_level_0(std::uint32_t block) {
         const std::uint8_t *expected = ctx_.info.root_hash.data();
-        for (unsigned level = ctx_.info.levels; level-- > 0;) {
+        for (unsigned level = ctx_.info.levels; level-- > 1;) {
             const ttd_path_step step = ttd_path_step_at(ctx_.info, block, level);
             if (!prove(level, step, expected))
                 return nullptr;
@@ -45,7 +91,6 @@ public:
         return expected;
     }
 
-private:
     [[nodiscard]] std::uint8_t *at(unsigned level) {
         return blocks_.data() + std::size_t{level} * ctx_.info.hash_block_size;
     }
@@ -66,10 +111,14 @@ private:
 
     ttd_ctx &ctx_;
     tcrypto_ctx *const digest_;
-    ttd_bytes blocks_;  // one a level, level 0 first
-    ttd_bytes computed_;
+    ttd_bytes blocks_;  // one a level; level 0 has the window instead
     bool valid_[TTD_MAX_LEVELS] = {};
     std::uint32_t local_[TTD_MAX_LEVELS] = {};
+    ttd_bytes window_;                               // level-0 blocks
+    ttd_bytes computed_;                             // their hashes
+    const std::uint8_t *window_expected_ = nullptr;  // what the level above says of them
+    std::uint32_t window_first_ = 0;
+    std::size_t window_count_ = 0;
 };
 
 class range_verifier {
