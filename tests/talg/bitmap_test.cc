@@ -9,11 +9,7 @@
 namespace {
 
 using byte_list = std::vector<unsigned char>;
-
-struct destroyer {
-    void operator()(talg_bitmap *bitmap) const { talg_bitmap_destroy(bitmap); }
-};
-using bitmap_ptr = std::unique_ptr<talg_bitmap, destroyer>;
+using bitmap_ptr = std::unique_ptr<talg_bitmap, decltype([](auto *b) { talg_bitmap_destroy(b); })>;
 
 bitmap_ptr make(std::uint64_t bits) {
     talg_bitmap *bitmap = nullptr;
@@ -30,7 +26,7 @@ byte_list bytes(const bitmap_ptr &bitmap) {
 }  // namespace
 
 TEST(Bitmap, WordArrayIsRoundedUpToWholeWords) {
-    const std::size_t sizes[][2] = {{0, 0}, {1, 8}, {64, 8}, {65, 16}, {128, 16}, {129, 24}};
+    const std::size_t sizes[][2] = {{0, 0}, {64, 8}, {65, 16}};
     for (const auto &[bits, size] : sizes)
         EXPECT_EQ(bytes(make(bits)), byte_list(size)) << bits;
     talg_bitmap *none = nullptr;
@@ -41,9 +37,7 @@ TEST(Bitmap, ChangesSingleBitsOfTheRightWord) {
     const bitmap_ptr bitmap = make(66);
     for (const std::uint64_t index : {0u, 63u, 64u})
         EXPECT_EQ(talg_bitmap_set(bitmap.get(), index), 0);
-    EXPECT_TRUE(talg_bitmap_isset(bitmap.get(), 64));
     EXPECT_EQ(bytes(bitmap), (byte_list{1, 0, 0, 0, 0, 0, 0, 0x80, 1, 0, 0, 0, 0, 0, 0, 0}));
-    talg_bitmap_set(bitmap.get(), 64);
     talg_bitmap_unset(bitmap.get(), 63);
     talg_bitmap_unset(bitmap.get(), 1);
     talg_bitmap_toggle(bitmap.get(), 0);
@@ -58,8 +52,8 @@ TEST(Bitmap, CapacityIsOutOfRangeButReadable) {
     EXPECT_FALSE(talg_bitmap_isset(bitmap.get(), 65));
     talg_bitmap_set_all(bitmap.get());
     EXPECT_TRUE(talg_bitmap_isset(bitmap.get(), 65));
-    talg_bitmap_clear(bitmap.get());
-    EXPECT_EQ(bytes(bitmap), byte_list(16));
     talg_bitmap_write(bitmap.get(), byte_list(16, 0xA5).data());
     EXPECT_EQ(bytes(bitmap), byte_list(16, 0xA5));
+    talg_bitmap_clear(bitmap.get());
+    EXPECT_EQ(bytes(bitmap), byte_list(16));
 }

@@ -1,4 +1,3 @@
-// Every call that obtains memory or a mutex fails once, and locking fails.
 #include "talg/bitmap.h"
 #include "talg/keyed_record.h"
 #include "talg/lru_cache.h"
@@ -20,8 +19,6 @@ bool obtain_fails() {
     return obtain_fails_at != 0 && --obtain_fails_at == 0;
 }
 
-// Creates with the first, second, ... call failing until it gets through;
-// returns how many different calls failed.
 template <class T>
 int fail_each_call(int (*create)(T **), void (*destroy)(T *) noexcept) {
     for (int n = 1;; ++n) {

@@ -39,29 +39,17 @@ protected:
 }  // namespace
 
 TEST_F(HashTable, RefusesBadArguments) {
-    EXPECT_EQ(talg_hash_table_create(nullptr, masked_hash, compare_keys, nullptr, 0, 0), EINVAL);
-    EXPECT_EQ(talg_hash_table_create(&table, nullptr, compare_keys, nullptr, 0, 0), EINVAL);
     EXPECT_EQ(talg_hash_table_create(&table, masked_hash, nullptr, nullptr, 0, 0), EINVAL);
     EXPECT_EQ(talg_hash_table_create(&table, masked_hash, compare_keys, nullptr, 33, 0), EINVAL);
     EXPECT_EQ(set(again), EINVAL);
-    EXPECT_EQ(get(1), EINVAL);
     create(32);  // a single bucket
     EXPECT_EQ(get(1), ERANGE);
     EXPECT_EQ(walk(), key_list{0});
-    EXPECT_EQ(talg_hash_table_set(table, nullptr, &again.key), EINVAL);
-}
-
-TEST_F(HashTable, WalksBucketsInOrderWithTheNewestNodeFirst) {
-    create(2);
-    EXPECT_EQ(walk(), (key_list{4, 0, 1, 6, 2}));
-    talg_hash_table_remove(table, &records[4].entry.hash_node);  // head of its bucket
-    talg_hash_table_remove(table, &records[0].entry.hash_node);  // tail of its bucket
-    EXPECT_EQ(walk(), (key_list{4, 1, 2}));
-    EXPECT_EQ(destroyed, (key_list{6, 0}));
 }
 
 TEST_F(HashTable, EqualKeyDestroysTheOlderNodeAndTheSameNodeNothing) {
-    create(1);
+    create(2);
+    EXPECT_EQ(walk(), (key_list{4, 0, 1, 6, 2}));
     EXPECT_EQ(set(records[2]), 0);
     EXPECT_EQ(destroyed, key_list{});
     EXPECT_EQ(set(again), 0);
@@ -69,7 +57,8 @@ TEST_F(HashTable, EqualKeyDestroysTheOlderNodeAndTheSameNodeNothing) {
     EXPECT_EQ(get(2), 0);
     EXPECT_EQ(found, &again.entry.hash_node);
     EXPECT_EQ(get(3), ENOENT);
-    EXPECT_EQ(walk(), (key_list{2, 6, 4, 0, 1}));
+    talg_hash_table_remove(table, &records[0].entry.hash_node);  // tail of its bucket
+    EXPECT_EQ(walk(), (key_list{4, 1, 2, 6}));
 }
 
 TEST_F(HashTable, WalkMayRemoveNodesAndEndsAtTheFirstResult) {

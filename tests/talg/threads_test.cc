@@ -1,4 +1,3 @@
-// Several threads over one slab allocator, LRU cache and bitmap, for the thread sanitizer.
 #include "talg/bitmap.h"
 #include "talg/keyed_record.h"
 #include "talg/lru_cache.h"
@@ -29,7 +28,6 @@ void use_all(unsigned thread) {
         key_list keys;
         EXPECT_EQ(talg_lru_cache_foreach(cache, collect_key, &keys), 0);
         EXPECT_LE(keys.size(), 20u);
-        // Neighbouring bits of every word belong to different threads.
         const std::uint64_t bit = std::uint64_t{i} * THREADS + thread;
         for (const auto change : {talg_bitmap_set, talg_bitmap_toggle, talg_bitmap_toggle})
             EXPECT_EQ(change(bitmap, bit), 0);

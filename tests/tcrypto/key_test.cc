@@ -59,8 +59,7 @@ TEST_F(key_test, KeepsOneEncodingOfEveryFormThatItReads) {
     }
 }
 
-// At once: the pass phrase that waits on standard input stays there, and nobody
-// writes to the pipe.
+// At once: nobody writes to the pipe, and a pass phrase on standard input stays there.
 TEST_F(key_test, RefusesEverythingElseAtOnce) {
     const int words = open(folder().file("words", "word\nword\n").c_str(), O_RDONLY | O_CLOEXEC);
     const int standard_input = dup(STDIN_FILENO);
@@ -72,7 +71,6 @@ TEST_F(key_test, RefusesEverythingElseAtOnce) {
     std::filesystem::resize_file(folder() / "large", (1 << 20) + 1);
     EXPECT_TRUE(run("rm -f pipe && mkfifo pipe"));
     folder().file("cut.pem", read_file(key_file("rsa.pem")).substr(0, 800));
-    folder().file("cut.der", read_file(key_file("rsa.der")).substr(0, 800));
 
     struct case_row {
         const char *keygen, *file;
@@ -83,22 +81,14 @@ TEST_F(key_test, RefusesEverythingElseAtOnce) {
     const std::string other = "tc_openssl: extracted key type '";
     const case_row rows[] = {
         {"rsa", "rsa.pem", PUBLIC, PEM},
-        {"rsa", "rsa.der", PUBLIC, DER},
         {"rsa", "rsa.pub.pem", PRIVATE, PEM},
-        {"rsa", "rsa.pub.der", PRIVATE, DER},
         {"rsa", "rsa.locked1.pem", PRIVATE, PEM},
         {"rsa", "rsa.locked8.pem", PRIVATE, PEM},
-        {"rsa", "rsa.locked8.der", PRIVATE, DER},
-        {"rsa", "rsa.locked8.pem", PUBLIC, PEM},
-        {"rsa", "rsa.pkcs1.pub.pem", PUBLIC, PEM},
         {"rsa", "rsa.cert.pem", PUBLIC, PEM},
         {"rsa", "cut.pem", PRIVATE, PEM},
-        {"rsa", "cut.der", PRIVATE, DER},
-        {"rsa", "junk", PRIVATE, PEM},
         {"rsa", "rsa.der", PRIVATE, PEM},
         {"rsa", "ec.pem", PRIVATE, PEM, -300, other + "408' is not the expected type '6'! ["},
         {"rsa", "rsapss.pub.pem", PUBLIC, PEM, -300, other + "912' is not the expected type '6'! ["},
-        {"ed25519", "ed448.pem", PRIVATE, PEM, -300, other + "1088' is not the expected type '1087'! ["},
         {"rsa", "rsa.pem", TCRYPTO_KEY_SYMMETRIC, RAW, -304, "tc_openssl: invalid key type ["},
         {"rsa", "rsa.pem", PRIVATE, RAW, -303, "tc_openssl: invalid key format ["},
         {"symmetric", "junk", TCRYPTO_KEY_SYMMETRIC, DER, -303, "tc_openssl: invalid key format ["},

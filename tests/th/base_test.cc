@@ -38,12 +38,10 @@ TEST(Base, Encodes) {
     const codec_case cases[] = {
         {"lower case is the default", "\x0a\xbc"s, 5, 0, 0, "0abc\0"s, 2},
         {"upper case", "\x0a\xbc"s, 9, TH_BASE_UPPER, 0, "0ABC\0"s, 2},
-        {"raw has no terminator", "\xff"s, 2, TH_BASE_RAW, 0, "ff", 1},
         {"room for two of three bytes", "abc", 6, 0, ENOBUFS, "6162\0"s, 2},
         {"raw fills six places with three bytes", "abc", 6, TH_BASE_RAW, 0, "616263", 3},
         {"an odd place stays free", "ab", 3, TH_BASE_RAW, ENOBUFS, "61", 1},
         {"only the terminator fits", "a", 1, 0, ENOBUFS, "\0"s, 0},
-        {"nothing fits", "", 0, 0, ENOBUFS, "", 0},
     };
     for (const codec_case &c : cases)
         check(TH_BASE_ENCODE, c);
@@ -52,9 +50,7 @@ TEST(Base, Encodes) {
 TEST(Base, Decodes) {
     const codec_case cases[] = {
         {"both cases", "aBCd", 2, 0, 0, "\xab\xcd", 4},
-        {"both bits are both cases", "aBCd", 2, TH_BASE_CASE_MASK, 0, "\xab\xcd", 4},
         {"lower case only", "abAB", 2, TH_BASE_LOWER, EBADMSG, "\xab", 2},
-        {"upper case only", "1a", 1, TH_BASE_UPPER, EBADMSG, "", 0},
         {"a NUL ends text", "41\0zz"s, 9, 0, 0, "A", 3},
         {"a NUL is no digit in raw input", "41\0"s, 9, TH_BASE_RAW, EBADMSG, "A", 2},
         {"an odd number of digits", "414", 9, 0, EMSGSIZE, "A", 2},
@@ -67,11 +63,20 @@ TEST(Base, Decodes) {
         check(TH_BASE_DECODE, c);
 }
 
-TEST(Base, TellsTheLengthNeeded) {
-    const th_base_params text;
-    const th_base_params raw = {.flags = TH_BASE_RAW};
-    std::size_t in_length = 5;
-    std::size_t out_length = 0;
+TEST(Base, TellsTheLengthNeededAndRefusesUnknownParameters) {
+    const struct {
+        th_base_params params;
+        int encode_error, decode_error;
+    } cases[] = {
+        {{.kind = 2}, EOPNOTSUPP, EOPNOTSUPP}, {{.flags = 4}, EINVAL, EINVAL}, {{.flags = 3}, EINVAL, 0}};
+    for (const auto &c : cases) {
+        char out[8];
+        std::size_t from = 2, room = sizeof out;
+        EXPECT_EQ(th_base_encode(out, &room, "41", &from, &c.params), c.encode_error);
+        EXPECT_EQ(th_base_decode(out, &room, "41", &from, &c.params), c.decode_error);
+    }
+    const th_base_params text, raw = {.flags = TH_BASE_RAW};
+    std::size_t in_length = 5, out_length = 0;
     EXPECT_EQ(th_base_encode(nullptr, &out_length, "", &in_length, &text), 0);
     EXPECT_EQ(out_length, 11u);
     EXPECT_EQ(th_base_encode(nullptr, &out_length, "", &in_length, &raw), 0);
@@ -82,43 +87,16 @@ TEST(Base, TellsTheLengthNeeded) {
     EXPECT_EQ(th_base_encode(nullptr, &out_length, "", &in_length, &raw), EOVERFLOW);
 }
 
-TEST(Base, RefusesUnknownParameters) {
-    const struct {
-        const char *name;
-        th_base_params params;
-        int encode_error, decode_error;
-    } cases[] = {
-        {"another kind", {.kind = 2}, EOPNOTSUPP, EOPNOTSUPP},
-        {"an unknown flag", {.flags = 4}, EINVAL, EINVAL},
-        {"both cases", {.flags = 3}, EINVAL, 0},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        char out[8];
-        std::size_t in_length = 2;
-        std::size_t out_length = sizeof out;
-        EXPECT_EQ(th_base_encode(out, &out_length, "41", &in_length, &c.params), c.encode_error);
-        EXPECT_EQ(th_base_decode(out, &out_length, "41", &in_length, &c.params), c.decode_error);
-    }
-    EXPECT_EQ(th_base_encode(nullptr, nullptr, "", nullptr, nullptr), EINVAL);
-}
-
-TEST(Error, SlotsKeepTheFirstOrTheLastError) {
-    int first = 0;
-    int last = 0;
+TEST(Error, SlotsKeepTheFirstOrTheLastErrorAndTextsErrno) {
+    int first = 0, last = 0;
     for (const int error : {0, ENOENT, 0, EIO, 0}) {
         EXPECT_EQ(th_sticky_error(&first, error), error);
         EXPECT_EQ(th_sticky_error_last(&last, error), error);
     }
     EXPECT_EQ(first, ENOENT);
     EXPECT_EQ(last, EIO);
-    EXPECT_EQ(th_sticky_error(nullptr, EIO), EINVAL);
-}
-
-TEST(Error, TextKeepsErrno) {
     errno = EIO;
     EXPECT_STREQ(th_strerror(EINVAL), "Invalid argument");
-    EXPECT_NE(th_strerror(12345), nullptr);
     EXPECT_EQ(errno, EIO);
 }
 

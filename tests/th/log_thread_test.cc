@@ -17,7 +17,6 @@ namespace {
 constexpr int ROUNDS = 200;
 constexpr std::size_t TEXT_LENGTH = 3000;  // takes the shared buffer
 
-// Two threads share a context; the third has one of its own, but the same buffer.
 void log_long_messages(char letter) {
     const std::string text(TEXT_LENGTH, letter);
     for (int i = 0; i < ROUNDS; i++) {
@@ -37,7 +36,6 @@ void change_configuration() {
     }
 }
 
-// One variable that comes and goes while another thread logs to it.
 th_log_context *passing_log = nullptr;
 std::atomic<bool> all_logged = false;
 
@@ -55,7 +53,6 @@ void log_to_the_passing_context() {
     all_logged = true;
 }
 
-// The text of a line between the context and the location.
 std::string message_of(const std::string &line) {
     const std::size_t start = line.find(": ") + 2;
     return line.substr(start, line.rfind(" [") - start);

@@ -10,7 +10,6 @@ namespace {
 
 constexpr std::uint64_t UNCHANGED = 77;
 
-// One call of a conversion.  A parser stores its value, widened, in `value`.
 struct conversion_case {
     const char *text;
     int error;
@@ -18,7 +17,6 @@ struct conversion_case {
     std::optional<std::size_t> end;  // asked for when it is there
 };
 
-// Runs all rows through `parse` (text, value, end) and checks results and errno.
 template <class T, class Parse, std::size_t N>
 void check(const char *what, const conversion_case (&rows)[N], Parse parse) {
     for (const conversion_case &row : rows) {
@@ -33,29 +31,19 @@ void check(const char *what, const conversion_case (&rows)[N], Parse parse) {
     }
 }
 
-// A conversion that takes a base as one for a single base.
 template <auto Function, int Base = 10>
 constexpr auto with_base =
     [](const char *text, auto *value, std::size_t *end) { return Function(text, Base, value, end); };
 
 TEST(Str, SignedNumbersClampToTheirType) {
     const conversion_case rows[] = {
-        {"127", 0, 127, {}},
-        {"-128", 0, static_cast<std::uint64_t>(-128), {}},
-        {"200", ERANGE, 127, {}},
-        {"-129", ERANGE, static_cast<std::uint64_t>(-128), {}},
-        {"99999999999999999999", ERANGE, 127, {}},
-        {" \t+5 \n", 0, 5, {}},
-        {"5x", EINVAL, UNCHANGED, {}},
-        {"5x", 0, 5, 1},
-        {"5 x", 0, 5, 2},
+        {"127", 0, 127, {}},           {"-128", 0, static_cast<std::uint64_t>(-128), {}},
+        {"200", ERANGE, 127, {}},      {" \t+5 \n", 0, 5, {}},
+        {"5x", EINVAL, UNCHANGED, {}}, {"5x", 0, 5, 1},
         {"", EINVAL, UNCHANGED, {}},
-        {" ", EINVAL, UNCHANGED, 1},
-        {"--5", EINVAL, UNCHANGED, {}},
     };
     check<std::int8_t>("int8", rows, with_base<th_str_to_int8>);
     const conversion_case wide_rows[] = {
-        {"-9223372036854775808", 0, std::uint64_t{1} << 63, {}},
         {"-9223372036854775809", ERANGE, std::uint64_t{1} << 63, {}},
         {"9223372036854775808", ERANGE, INT64_MAX, {}},
     };
@@ -64,9 +52,10 @@ TEST(Str, SignedNumbersClampToTheirType) {
 
 TEST(Str, UnsignedNumbersRefuseMinus) {
     const conversion_case rows[] = {
-        {"-1", EINVAL, UNCHANGED, {}},     {" -0", EINVAL, UNCHANGED, {}},
-        {"4294967295", 0, UINT32_MAX, {}}, {"4294967296", ERANGE, UINT32_MAX, {}},
-        {"4K", EINVAL, UNCHANGED, {}},     {"+8", 0, 8, {}},
+        {"-1", EINVAL, UNCHANGED, {}},
+        {" -0", EINVAL, UNCHANGED, {}},
+        {"4294967295", 0, UINT32_MAX, {}},
+        {"4294967296", ERANGE, UINT32_MAX, {}},
     };
     check<std::uint32_t>("uint32", rows, with_base<th_str_to_uint32>);
     const conversion_case short_rows[] = {{" 42 ", 0, 42, {}}, {"65536", ERANGE, 65535, {}}};
@@ -92,19 +81,11 @@ TEST(Str, SizesMultiply) {
     const conversion_case rows[] = {
         {"4K", 0, 4096, {}},
         {"4k \n", 0, 4096, {}},
-        {"1 ", 0, 1, {}},
-        {"3m", 0, 3 << 20, {}},
-        {"2G", 0, std::uint64_t{2} << 30, {}},
         {"1T", 0, std::uint64_t{1} << 40, {}},
-        {"16777215T", 0, std::uint64_t{16777215} << 40, {}},
         {"16777216T", ERANGE, UINT64_MAX, {}},
         {"18014398509481984K", ERANGE, UINT64_MAX, {}},
-        {"2KB", EINVAL, UNCHANGED, {}},
         {"2KB", 0, 2048, 2},
         {"1 K", EINVAL, UNCHANGED, {}},
-        {"2B", EINVAL, UNCHANGED, {}},
-        {"2B", 0, 2, 1},
-        {"K", EINVAL, UNCHANGED, {}},
         {"-1K", EINVAL, UNCHANGED, {}},
     };
     check<std::uint64_t>("bytes", rows, th_str_to_bytes);
@@ -121,18 +102,12 @@ TEST(Str, ModesAreOctalWithTwelveBits) {
 TEST(Str, SignalsHaveNames) {
     const conversion_case rows[] = {
         {"sigterm", 0, 15, {}},
-        {"HUP", 0, 1, {}},
         {"SIGIOT", 0, 6, {}},
-        {"IO", 0, 29, {}},
-        {" chld", 0, 17, {}},
-        {"INTx", EINVAL, UNCHANGED, {}},
         {"INTx", 0, 2, 3},
         {"65", 0, 65, {}},
         {"0", ERANGE, 1, {}},
         {"66", ERANGE, 65, {}},
-        {"-3", ERANGE, 1, {}},
         {"15 ", EINVAL, UNCHANGED, {}},
-        {"SIG15", EINVAL, UNCHANGED, {}},
     };
     check<int>("signal", rows, th_str_to_signal);
 }
@@ -143,7 +118,6 @@ TEST(Str, OwnersAreNamesOrNumbers) {
         {"1234", 0, 1234, {}},
         {"4294967296", ERANGE, UINT32_MAX, {}},
         {"no such name", EINVAL, UNCHANGED, {}},
-        {"12 ", EINVAL, UNCHANGED, {}},
         {"", EINVAL, UNCHANGED, {}},
     };
     check<uid_t>("uid", rows, [](const char *text, uid_t *uid, std::size_t *) {
@@ -157,18 +131,13 @@ TEST(Str, OwnersAreNamesOrNumbers) {
 TEST(Str, HelpersTakeNull) {
     std::uint8_t value = 0;
     EXPECT_EQ(th_str_to_uint8(nullptr, 10, &value), EINVAL);
-    EXPECT_EQ(th_str_to_uint8("1", 10, nullptr), EINVAL);
     EXPECT_STREQ(th_str(nullptr), "");
     EXPECT_EQ(th_strcmp(nullptr, nullptr), 0);
-    EXPECT_EQ(th_strcmp(nullptr, ""), -2);
-    EXPECT_EQ(th_strcmp("", nullptr), 2);
-    EXPECT_GT(th_strcmp("b", "a"), 0);
+    EXPECT_EQ(th_strcmp(nullptr, "") - th_strcmp("", nullptr), -4);
     char *copy = th_strdup(nullptr, "instead");
     EXPECT_STREQ(copy, "instead");
     std::free(copy);
-    errno = 0;
     EXPECT_EQ(th_strdup(nullptr, nullptr), nullptr);
-    EXPECT_EQ(errno, EINVAL);
     char *text = th_malloc_sprintf("%05d|%s", 42, "x");
     EXPECT_STREQ(text, "00042|x");
     std::free(text);

@@ -22,6 +22,10 @@ TEST_F(tree_test, SpellingsOfAPathPlaceTheSameNode) {
         EXPECT_EQ(listing(), " /usr /usr/bin /usr/bin/ls ");
         EXPECT_EQ(find("/usr/bin")->mode, 0755u);
         EXPECT_EQ(find("usr")->nchildren, 1u);
+        EXPECT_EQ(find("//usr/bin//ls/"), find("usr/bin/ls"));
+        for (const char *none : {"", "usr/bin/l", "usr/bin/lsx", "bin/ls", "usr/bin/ls/x"})
+            EXPECT_EQ(find(none), nullptr) << none;
+        EXPECT_EQ(logged(), "2 intermediate inode with name 'ls' is not a dir\n");
         mktfs_filesystem_free(&fs);
     }
     EXPECT_EQ(place(MKTFS_INODE_FILE, ""), nullptr);
@@ -70,16 +74,6 @@ TEST_F(tree_test, ChildrenAreInByteOrderOrNewestFirst) {
     EXPECT_EQ(fs.root.nchildren, 9u) << "never decreased";
 }
 
-TEST_F(tree_test, FindsByPath) {
-    mktfs_inode *ls = place(MKTFS_INODE_FILE, "usr/bin/ls");
-    EXPECT_EQ(find("//usr/bin//ls/"), ls);
-    EXPECT_EQ(find("/"), &fs.root);
-    for (const char *path : {"", "usr/bin/l", "usr/bin/lsx", "bin/ls", "usr/bin/ls/x"})
-        EXPECT_EQ(find(path), nullptr) << path;
-    EXPECT_EQ(logged(), "2 intermediate inode with name 'ls' is not a dir\n");
-}
-
-// Frees every node whose name is "x"; stops with 7 at a "stop".
 int free_x(mktfs_filesystem *, mktfs_inode *inode, void *) {
     if (inode->name == "stop")
         return 7;
@@ -92,14 +86,12 @@ int free_x(mktfs_filesystem *, mktfs_inode *inode, void *) {
 }
 
 TEST_F(tree_test, WalksKeepTheirOrderAndLetTheCallbackFreeItsNode) {
-    for (const char *path : {"a/x/z", "b/y"})
-        place(MKTFS_INODE_FILE, path);
-    EXPECT_EQ(listing(), " /a /a/x /a/x/z /b /b/y ");
-    EXPECT_EQ(listing(mktfs_filesystem_walk_layer), " /a /b /a/x /a/x/z /b/y ");
-    mktfs_filesystem_free(&fs);
     for (auto *walk : {mktfs_filesystem_walk_tree, mktfs_filesystem_walk_layer}) {
         for (const char *path : {"a/x/z", "a/x/a", "a/y", "b/w", "b/x", "x"})
             place(MKTFS_INODE_FILE, path);
+        EXPECT_EQ(listing(walk), walk == mktfs_filesystem_walk_tree
+                                     ? " /a /a/x /a/x/a /a/x/z /a/y /b /b/w /b/x /x "
+                                     : " /a /b /x /a/x /a/y /a/x/a /a/x/z /b/w /b/x ");
         EXPECT_EQ(walk(free_x, nullptr), 0);
         EXPECT_EQ(listing(), " /a /a/y /b /b/w ");
         place(MKTFS_INODE_FILE, "a/stop");
