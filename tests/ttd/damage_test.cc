@@ -62,6 +62,10 @@ struct region {
     std::size_t bit_step;  // for the pass that changes one bit
 };
 
+void PrintTo(const region &value, std::ostream *out) {
+    *out << value.name;
+}
+
 constexpr region regions[] = {
     {"Data", 0, 8192, 7}, {"Tree", 8192, 12288, 7}, {"Superblock", 12288, 16384, 1}};
 
