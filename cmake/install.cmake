@@ -71,10 +71,12 @@ install(
     FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.txt" PATTERN "man" EXCLUDE)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${doc_folder} USE_SOURCE_PERMISSIONS)
 set(completions ${PROJECT_SOURCE_DIR}/completions)
-install(FILES ${completions}/mktfs.bash RENAME mktfs
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-install(FILES ${completions}/_mktfs DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
-install(FILES ${completions}/mktfs.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+foreach(program mktfs ttdinfo)
+    install(FILES ${completions}/${program}.bash RENAME ${program}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    install(FILES ${completions}/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+    install(FILES ${completions}/${program}.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+endforeach()
 
 # The Debian package.
 set(CPACK_GENERATOR DEB)

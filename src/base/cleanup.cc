@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/progress.h"
+
 namespace {
 
 // One registered file.  `pending` is set last and cleared first, so that a signal
@@ -66,6 +68,7 @@ void hold_ending_signals(sigset_t *previous) {
 }
 
 void on_ending_signal(int signal) {
+    mktfs_progress_wipe();
     remove_pending_files();
     die_by(signal);
 }
@@ -74,6 +77,7 @@ void on_bus_error(int signal, siginfo_t *info, void *) {
     static constexpr char message[] =
         "mktfs: an input file changed or failed while it was read (Input/output error)\n";
     const bool raised_by_a_fault = info->si_code > 0;
+    mktfs_progress_wipe();
     if (raised_by_a_fault && ::write(STDERR_FILENO, message, sizeof message - 1) < 0) {
         // nobody is left to be told
     }

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "base/progress.h"
+
 constinit mktfs_log_function mktfs_log = mktfs_log_default;
 constinit int verbose = 0;
 constinit int abort_on_warning = 0;
@@ -48,6 +50,7 @@ void flush_stdout() {
 
 int mktfs_log_default(int level, const char *format, ...) {
     const int saved_errno = errno;
+    mktfs_progress_wipe();
     std::va_list arguments;
     va_start(arguments, format);
     const int result =

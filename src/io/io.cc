@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <new>
 
+#include "base/progress.h"
 #include "io/io_state.h"
 
 namespace {
@@ -22,6 +23,7 @@ int copy_in_chunks(mktfs_io *destination, mktfs_io *source, std::uint64_t length
         if (err != 0)
             return err;
         done += step;
+        mktfs_progress_add(step);
     }
     return 0;
 }

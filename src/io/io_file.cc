@@ -14,6 +14,7 @@
 
 #include "base/cleanup.h"
 #include "base/log.h"
+#include "base/progress.h"
 #include "io/io_state.h"
 
 namespace {
@@ -203,6 +204,7 @@ int file_append(mktfs_io &io, mktfs_io &source, const std::uint8_t *bytes, std::
         err = write_piece(state, start + static_cast<off_t>(written), bytes + written,
                           std::min(MERGE_PIECE, length - written), done);
         written += done;
+        mktfs_progress_add(done);
         if (written - dropped >= DROP_WINDOW || written == length) {
             mktfs_io_drop(&source, dropped, written - dropped);
             dropped = written;

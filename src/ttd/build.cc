@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "base/log.h"
+#include "base/progress.h"
 #include "fs/filesystem_record.h"
 #include "io/io.h"
 #include "ttd/context.h"
@@ -174,14 +175,20 @@ int sign(ttd_ctx &engine) {
 // Zeros from the end of the output up to `size`: a hole where the output can have
 // one, written zeros anywhere else.
 int fill_with_zeros(mktfs_io &output, std::uint64_t count, std::uint64_t size) {
-    if (mktfs_io_extend(&output, size) == 0)
+    if (mktfs_io_extend(&output, size) == 0) {
+        mktfs_progress_add(count);
         return 0;
+    }
     ttd_bytes zeros;
     if (!zeros.allocate(ZERO_PIECE))
         return ENOMEM;
     int err = 0;
-    for (; err == 0 && count > 0; count -= std::min(count, ZERO_PIECE))
-        err = mktfs_io_write(&output, -1, zeros.data(), std::min(count, ZERO_PIECE));
+    while (err == 0 && count > 0) {
+        const std::uint64_t piece = std::min(count, ZERO_PIECE);
+        err = mktfs_io_write(&output, -1, zeros.data(), piece);
+        mktfs_progress_add(piece);
+        count -= piece;
+    }
     return err;
 }
 
@@ -224,6 +231,7 @@ int ttd_build_filesystem(ttd_run_context &run, mktfs_io &output) {
     mktfs_io_ptr image;
     if (const int err = open_input(run, image); err != 0)
         return err;
+    const mktfs_progress progress(engine.info.covered_size, has_option(TTD_OPT_META_ONLY) ? 1 : 2);
     ttd_bytes tree;
     if (const int err = ttd_build_tree(engine, *image, tree); err != 0)
         return err;

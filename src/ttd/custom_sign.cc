@@ -15,6 +15,7 @@
 #include "base/hex.h"
 #include "base/host.h"
 #include "base/log.h"
+#include "base/progress.h"
 #include "io/io.h"
 #include "tcrypto/tcrypto.h"
 #include "ttd/engine/format.h"
@@ -172,6 +173,7 @@ private:
     // empty on purpose.
     [[nodiscard]] int run_command(bool &signature_is_there) {
         std::fflush(nullptr);
+        mktfs_progress_wipe();  // the terminal is the command's now
         errno = 0;
         const int status = std::system(command_);
         const int err = errno;

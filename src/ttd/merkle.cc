@@ -6,6 +6,7 @@
 
 #include "base/hex.h"
 #include "base/log.h"
+#include "base/progress.h"
 #include "ttd/engine/hash.h"
 
 namespace {
@@ -43,6 +44,7 @@ public:
     [[nodiscard]] int hash(std::uint64_t first, std::uint64_t count, std::uint8_t *out) {
         if (verbose > 2)
             return hash_one_by_one(first, first + count, out);
+        mktfs_progress_add(count * ctx_.info.block_size);
         const std::uint64_t end = first + count;
         const std::uint64_t whole_end = std::clamp(in_place_, first, end);
         const std::uint64_t read_end = std::clamp(read_, first, end);

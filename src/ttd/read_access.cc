@@ -1,8 +1,10 @@
 #include "ttd/read_access.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include "base/log.h"
+#include "base/progress.h"
 #include "fs/filesystem_record.h"
 #include "io/io.h"
 #include "tree/inode.h"
@@ -54,5 +56,7 @@ int ttd_fsys_readlnk(mktfs_filesystem *, mktfs_io *, mktfs_inode *, mktfs_io *) 
 }
 
 int ttd_fsys_readfile(mktfs_filesystem *fs, mktfs_io *image, mktfs_inode *, mktfs_io *output) {
-    return mktfs_io_merge(output, image, mounted(*fs).fssize);
+    const std::uint64_t size = std::min(mounted(*fs).fssize, mktfs_io_datasize(image));
+    const mktfs_progress progress(size, 1);
+    return mktfs_io_merge(output, image, size);
 }

@@ -9,6 +9,7 @@
 
 #include "base/host.h"
 #include "base/log.h"
+#include "base/progress.h"
 #include "buildfile/options.h"
 #include "fs/filesystem.h"
 #include "ttd/build.h"
@@ -49,6 +50,7 @@ bool ends_the_run(int level) {
     const bool known = level >= 0 && level < static_cast<int>(std::size(sinks));
     const sink_row &sink = sinks[known ? level : TTD_LOG_INFO];
     FILE *stream = sink.stream();
+    mktfs_progress_wipe();
     if (stream == stderr)
         std::fflush(stdout);
     std::fputs(sink.prefix, stream);

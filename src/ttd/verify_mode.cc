@@ -5,6 +5,7 @@
 #include <new>
 
 #include "base/log.h"
+#include "base/progress.h"
 #include "io/io.h"
 #include "th/handle.h"
 #include "ttd/context.h"
@@ -146,6 +147,7 @@ private:
         ttd_range whole;
         if (const int err = ttd_setup_verify(&engine_, 0, size, size, &whole); err != 0)
             return err;
+        const mktfs_progress progress(size, 1);
         const auto window_blocks = static_cast<std::uint32_t>(WINDOW / engine_.info.block_size);
         int err = 0;
         for (std::uint32_t first = whole.first; first < whole.end;) {
@@ -167,6 +169,7 @@ private:
         const int err = ttd_verify_range(&engine_, &window, digest_.get(), mapped ? bytes + offset : nullptr,
                                          nullptr, nullptr);
         mktfs_io_drop(&image_, offset, length);
+        mktfs_progress_add(length);
         return err;
     }
 

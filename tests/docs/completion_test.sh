@@ -1,28 +1,32 @@
 #!/bin/bash
-# Holds the completions against the program: completion_test.sh MKTFS
+# Holds the completions against the programs: completion_test.sh MKTFS TTDINFO
 set -euo pipefail
 mktfs=$(realpath "$1")
+ttdinfo=$(realpath "$2")
 completions=$(realpath "$(dirname "$0")/../../completions")
 # shellcheck source=/dev/null
 source "$completions/mktfs.bash"
+# shellcheck source=/dev/null
+source "$completions/ttdinfo.bash"
 
 fail() {
     echo "FAILED: $*" >&2
     exit 1
 }
 # What the bash function offers for the last word, sorted, on one line.
-offered() { # word...
-    COMP_WORDS=(mktfs "$@")
-    COMP_CWORD=$#
-    _mktfs
+offered() { # program, word...
+    COMP_WORDS=("$@")
+    COMP_CWORD=$(($# - 1))
+    "_$1"
     printf '%s\n' "${COMPREPLY[@]}" | LC_ALL=C sort | xargs
 }
-expect() { # expected words, word...
-    local expected=$1 got
-    shift
-    got=$(offered "$@")
-    [ "$got" = "$expected" ] || fail "mktfs $*: offers '$got', expected '$expected'"
+expect_of() { # program, expected words, word...
+    local program=$1 expected=$2 got
+    shift 2
+    got=$(offered "$program" "$@")
+    [ "$got" = "$expected" ] || fail "$program $*: offers '$got', expected '$expected'"
 }
+expect() { expect_of mktfs "$@"; }
 sorted() { LC_ALL=C sort | xargs; }
 letters() { "$mktfs" "$@" | grep -oE '^  -[A-Za-z]' | tr -d ' '; }
 
@@ -58,6 +62,17 @@ for file in _mktfs mktfs.fish; do
         done
     done
 done
-! command -v zsh >/dev/null || zsh -n "$completions/_mktfs"
-! command -v fish >/dev/null || fish -n "$completions/mktfs.fish"
+
+long_options=$("$ttdinfo" --help | grep -oE -- '--[a-z-]+' | sorted)
+expect_of ttdinfo "$long_options -h" -
+expect_of ttdinfo "" --min-rollback -
+expect_of ttdinfo "" --verify-signature ""
+for option in $long_options; do
+    grep -qE -- "$option[['}]" "$completions/_ttdinfo" || fail "zsh: $option"
+    grep -q -- " -l ${option#--} " "$completions/ttdinfo.fish" || fail "fish: $option"
+done
+for program in mktfs ttdinfo; do
+    zsh -n "$completions/_$program"
+    fish -n "$completions/$program.fish"
+done
 echo "completions agree"
