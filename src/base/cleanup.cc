@@ -34,15 +34,19 @@ constexpr int ending_signals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIG
 
 void remove_if_still_ours(const cleanup_slot &slot) {
     struct stat status;
-    if (::lstat(slot.path, &status) == 0 && S_ISREG(status.st_mode) && status.st_dev == slot.device &&
-        status.st_ino == slot.inode)
+    if (::lstat(slot.path, &status) != 0 || status.st_dev != slot.device || status.st_ino != slot.inode)
+        return;
+    if (S_ISREG(status.st_mode))
         ::unlink(slot.path);
+    else if (S_ISDIR(status.st_mode))
+        ::rmdir(slot.path);
 }
 
+// The last one first: a file before its folder.
 void remove_pending_files() {
-    for (cleanup_slot &slot : slots) {
-        if (slot.pending.load(std::memory_order_acquire))
-            remove_if_still_ours(slot);
+    for (int number = SLOT_COUNT; number-- > 0;) {
+        if (slots[number].pending.load(std::memory_order_acquire))
+            remove_if_still_ours(slots[number]);
     }
 }
 
@@ -161,7 +165,8 @@ void mktfs_cleanup_install() {
 int mktfs_cleanup_add(const char *path, int descriptor) {
     struct stat status;
     const int number = free_slot();
-    if (number < 0 || path == nullptr || ::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode))
+    if (number < 0 || path == nullptr || ::fstat(descriptor, &status) != 0 ||
+        !(S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)))
         return -1;
     cleanup_slot &slot = slots[number];
     if (!store_path(path, slot.path))

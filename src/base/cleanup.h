@@ -1,11 +1,11 @@
-// Files that must not survive an unfinished run: the output of a build and the
-// temporary files of the signing command.  A registered file is removed when the
-// process exits by any route (return, exit of a library, fatal message) or is
+// What must not survive an unfinished run: the output of a build, the temporary files
+// of the signing command, the file that an extraction is writing and its folder while
+// that is empty.  A registered file is removed when the process exits by any route (return, exit of a library, fatal message) or is
 // ended by SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGXFSZ or SIGBUS,
 // unless it was forgotten before.
 //
-// Only a regular file that still has the device and inode number of the
-// registered descriptor is removed: never a device node, never a file that
+// Only a regular file or empty folder that still has the device and inode number of
+// the registered descriptor is removed: never a device node, never a file that
 // somebody else put in its place.  Not thread-safe (the tool runs one thread);
 // safe against signals at any moment.
 #pragma once
@@ -16,10 +16,10 @@
 // /dev/null where the caller left them closed.  Called once, first in main.
 void mktfs_cleanup_install();
 
-// Registers the file open at `descriptor` under `path` (copied; at most 4095
-// bytes; a symbolic link stands for the file it leads to).  Returns a slot number,
-// or -1 when it is no regular file, the path is too long or all slots are taken:
-// then nothing will be removed.
+// Registers the file or folder open at `descriptor` under `path` (copied; at most 4095
+// bytes; a symbolic link stands for the file it leads to).  Returns a slot number, or
+// -1 when it is something else, the path is too long or all slots are taken: then
+// nothing will be removed.
 [[nodiscard]] int mktfs_cleanup_add(const char *path, int descriptor);
 
 // The file is complete (or already removed): leave it alone from now on.

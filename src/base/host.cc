@@ -29,15 +29,26 @@ bool same_object(const struct stat &a, const struct stat &b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// True when the absolute, resolved path or one of its parents is `folder`.
-// Shortens the path on its way up.
-bool climbs_to(std::string path, const struct stat &folder) {
+bool leads_nowhere(int error) {
+    return error == ENOENT || error == ENOTDIR || error == EACCES || error == ELOOP || error == ENAMETOOLONG;
+}
+
+// The status of what the path leads to; `found` is false when that is nothing.
+int look_at(const char *path, struct stat &status, bool &found) {
+    found = path != nullptr && ::stat(path, &status) == 0;
+    return found || path == nullptr || leads_nowhere(errno) ? 0 : errno;
+}
+
+// Whether the absolute, resolved path or one of its parents is `folder`.  Shortens the
+// path on its way up.
+int climb_to(std::string path, const struct stat &folder, bool &reached) {
     for (;;) {
         struct stat status {};
-        if (::stat(path.empty() ? "/" : path.c_str(), &status) == 0 && same_object(status, folder))
-            return true;
-        if (path.empty())
-            return false;
+        if (::stat(path.empty() ? "/" : path.c_str(), &status) != 0)
+            return errno;
+        reached = same_object(status, folder);
+        if (reached || path.empty())
+            return 0;
         path.erase(path.rfind('/'));
     }
 }
@@ -52,9 +63,11 @@ std::string parent_of(std::string_view path) {
     return std::string(path.substr(0, slash == 0 ? 1 : slash));
 }
 
-bool resolves_below(const char *path, const struct stat &folder) {
+int resolve_below(const char *path, const struct stat &folder, bool &below) {
     char resolved[PATH_MAX];
-    return ::realpath(path, resolved) != nullptr && climbs_to(resolved, folder);
+    if (::realpath(path, resolved) != nullptr)
+        return climb_to(resolved, folder, below);
+    return leads_nowhere(errno) ? 0 : errno;
 }
 
 const char *first_set_variable() {
@@ -135,16 +148,42 @@ const char *mktfs_tmpdir() {
     return folder.c_str();
 }
 
-bool mktfs_same_file(const char *a, const char *b) {
+int mktfs_same_file(const char *a, const char *b, bool *same) {
     struct stat status_a {
     }, status_b{};
-    return a != nullptr && b != nullptr && ::stat(a, &status_a) == 0 && ::stat(b, &status_b) == 0 &&
-           same_object(status_a, status_b);
+    bool found_a = false, found_b = false;
+    int err = look_at(a, status_a, found_a);
+    if (err == 0)
+        err = look_at(b, status_b, found_b);
+    *same = err == 0 && found_a && found_b && same_object(status_a, status_b);
+    return err;
 }
 
-bool mktfs_path_is_inside(const char *path, const char *folder) {
+int mktfs_path_is_inside(const char *path, const char *folder, bool *inside) {
+    *inside = false;
     struct stat status {};
-    if (path == nullptr || folder == nullptr || ::stat(folder, &status) != 0)
-        return false;
-    return resolves_below(path, status) || resolves_below(parent_of(path).c_str(), status);
+    bool found = false;
+    int err = look_at(folder, status, found);
+    if (err != 0 || !found || path == nullptr)
+        return err;
+    err = resolve_below(path, status, *inside);
+    if (err == 0 && !*inside)
+        err = resolve_below(parent_of(path).c_str(), status, *inside);
+    return err;
+}
+
+int mktfs_claim_file(const char *path, int descriptor) {
+    struct stat status {
+    }, named{};
+    if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode))
+        return 0;
+    struct flock whole_file {};
+    whole_file.l_type = F_WRLCK;
+    whole_file.l_whence = SEEK_SET;
+    if (::fcntl(descriptor, F_OFD_SETLK, &whole_file) != 0 && (errno == EAGAIN || errno == EACCES))
+        return EAGAIN;
+    // Its last owner may have removed it between the caller's open and the lock.
+    bool found = false;
+    const bool known = look_at(path, named, found) == 0;
+    return known && !(found && same_object(status, named)) ? EAGAIN : 0;
 }

@@ -32,10 +32,19 @@ int mktfs_unlink_cb(const char *path, const struct stat *status, int kind, struc
 // process.
 [[nodiscard]] const char *mktfs_tmpdir();
 
-// True when both paths lead to the same existing file or folder, through
-// whatever links and spellings.
-[[nodiscard]] bool mktfs_same_file(const char *a, const char *b);
+// The next two tell what may not be overwritten or removed, so a path that cannot be
+// looked at is an error; only one that leads to nothing, or to nothing that this
+// process may reach, is not the same and not inside.  Do not log.
 
-// True when `path`, or what it leads to, is `folder` or lies anywhere below it (both
-// must exist).
-[[nodiscard]] bool mktfs_path_is_inside(const char *path, const char *folder);
+// Whether both paths lead to the same existing file or folder, through whatever links
+// and spellings.  Returns 0 or the error number (`same` is then false).
+[[nodiscard]] int mktfs_same_file(const char *a, const char *b, bool *same);
+
+// Whether `path`, or what it leads to, is `folder` or lies anywhere below it (both
+// must exist).  Returns 0 or the error number (`inside` is then false).
+[[nodiscard]] int mktfs_path_is_inside(const char *path, const char *folder, bool *inside);
+
+// Claims a regular file for this descriptor until it is closed, as far as the file
+// system has locks; other kinds of files are for everybody.  0, or EAGAIN when another
+// descriptor has it or `path` does not lead to it any more.  Does not log.
+[[nodiscard]] int mktfs_claim_file(const char *path, int descriptor);

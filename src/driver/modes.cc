@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "base/cleanup.h"
 #include "base/host.h"
@@ -46,12 +48,25 @@ private:
     int slot_ = -1;
 };
 
+int truncate(int descriptor) {
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0)
+        return errno;
+    return S_ISREG(status.st_mode) && TEMP_FAILURE_RETRY(::ftruncate(descriptor, 0)) != 0 ? errno : 0;
+}
+
+// Truncated only when it is this run's alone: what another run is writing stays.
 int build_output::open(const char *path) {
     const mktfs_signal_guard guard;
-    const int err = mktfs_io_file_create(path, O_RDWR | O_CREAT | O_TRUNC, OUTPUT_FILE_MODE, th_out(io_));
-    if (err == 0)
-        slot_ = mktfs_cleanup_add(path, mktfs_io_descriptor(io_.get()));
-    return err;
+    int err = mktfs_io_file_create(path, O_RDWR | O_CREAT, OUTPUT_FILE_MODE, th_out(io_));
+    if (err != 0)
+        return err;
+    const int descriptor = mktfs_io_descriptor(io_.get());
+    err = mktfs_claim_file(path, descriptor);
+    if (err != 0)
+        return MKTFS_FAIL(err, "another build is writing '%s', wait for it or choose another output\n", path);
+    slot_ = mktfs_cleanup_add(path, descriptor);
+    return truncate(descriptor);
 }
 
 const char *shown(const char *path) {
@@ -62,18 +77,42 @@ bool option_set(std::uint32_t flag) {
     return (mktfs_get_filesystem_opts()->flags & flag) != 0;
 }
 
-// Calls test(path) for the operand and every further input of the type; the first
-// path for which it answers true, or null.
-template <class Test>
-const char *find_input(const mktfs_run &run, Test test) {
-    if (run.input != nullptr && test(run.input))
-        return run.input;
-    if (run.backend->inputs == nullptr)
-        return nullptr;
-    const char *const *path = run.backend->inputs(mktfs_get_filesystem_opts());
-    while (path != nullptr && *path != nullptr && !test(*path))
-        ++path;
-    return path != nullptr ? *path : nullptr;
+// How a path that is of value lies to the output.
+using path_relation = int (*)(const char *path, const char *output, bool *holds);
+
+int compare(const char *path, path_relation relation, const char *output, bool &holds) {
+    const int err = relation(path, output, &holds);
+    if (err != 0)
+        return MKTFS_FAIL(err, "unable to compare '%s' with '%s' (%s)\n", path, output, std::strerror(err));
+    return 0;
+}
+
+// The operand and every further input of the type.
+std::vector<const char *> inputs_of(const mktfs_run &run) {
+    std::vector<const char *> inputs;
+    if (run.input != nullptr)
+        inputs.push_back(run.input);
+    if (run.backend->inputs != nullptr)
+        for (const char *const *path = run.backend->inputs(mktfs_get_filesystem_opts());
+             path != nullptr && *path != nullptr; ++path)
+            inputs.push_back(*path);
+    return inputs;
+}
+
+// `found` is the first input of which the relation holds, or null.
+int find_input(const mktfs_run &run, path_relation relation, const char *&found) {
+    found = nullptr;
+    for (const char *path : inputs_of(run)) {
+        bool holds = false;
+        const int err = compare(path, relation, run.output, holds);
+        if (err != 0)
+            return err;
+        if (holds) {
+            found = path;
+            return 0;
+        }
+    }
+    return 0;
 }
 
 int init_filesystem(int (*init)(mktfs_filesystem *), mktfs_filesystem *fs) {
@@ -97,9 +136,10 @@ int default_search_paths() {
 }
 
 int refuse_input_as_output(const mktfs_run &run) {
-    const char *input = find_input(run, [&](const char *path) { return mktfs_same_file(run.output, path); });
-    if (input == nullptr)
-        return 0;
+    const char *input = nullptr;
+    const int err = find_input(run, mktfs_same_file, input);
+    if (err != 0 || input == nullptr)
+        return err;
     return MKTFS_FAIL(EINVAL, "output file '%s' is also an input ('%s')\n", run.output, input);
 }
 
@@ -179,18 +219,26 @@ int build_steps(const mktfs_run &run, mktfs_filesystem *fs, build_output &output
 
 // ---- Extraction
 
+int refuse_folder(const mktfs_run &run, const char *path, path_relation relation, const char *what) {
+    bool holds = false;
+    const int err = compare(path, relation, run.output, holds);
+    if (err != 0 || !holds)
+        return err;
+    return MKTFS_FAIL(EINVAL, "output folder '%s' is %s\n", run.output, what);
+}
+
 // -f removes the folder with everything in it: never the root directory, the
 // current one or what the run reads.
 int refuse_valuable_folder(const mktfs_run &run) {
-    const char *folder = run.output;
-    if (mktfs_same_file("/", folder))
-        return MKTFS_FAIL(EINVAL, "output folder '%s' is the root directory\n", folder);
-    if (mktfs_path_is_inside(".", folder))
-        return MKTFS_FAIL(EINVAL, "output folder '%s' is or holds the current directory\n", folder);
-    const char *input = find_input(run, [&](const char *path) { return mktfs_path_is_inside(path, folder); });
-    if (input != nullptr)
-        return MKTFS_FAIL(EINVAL, "output folder '%s' is or holds an input ('%s')\n", folder, input);
-    return 0;
+    int err = refuse_folder(run, "/", mktfs_same_file, "the root directory");
+    if (err == 0)
+        err = refuse_folder(run, ".", mktfs_path_is_inside, "or holds the current directory");
+    const char *input = nullptr;
+    if (err == 0)
+        err = find_input(run, mktfs_path_is_inside, input);
+    if (err != 0 || input == nullptr)
+        return err;
+    return MKTFS_FAIL(EINVAL, "output folder '%s' is or holds an input ('%s')\n", run.output, input);
 }
 
 int clear_output_folder(const mktfs_run &run) {
@@ -202,9 +250,15 @@ int clear_output_folder(const mktfs_run &run) {
     return err;
 }
 
-int make_output_folder(const char *folder) {
-    if (::mkdir(folder, OUTPUT_FOLDER_MODE) == 0)
+// `slot`: while the folder is empty it goes with an unfinished run.
+int make_output_folder(const char *folder, int &slot) {
+    const mktfs_signal_guard guard;
+    if (::mkdir(folder, OUTPUT_FOLDER_MODE) == 0) {
+        const int descriptor = ::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        slot = mktfs_cleanup_add(folder, descriptor);
+        ::close(descriptor);
         return 0;
+    }
     if (errno == EEXIST)
         return MKTFS_FAIL(EEXIST, "Output folder '%s' already exists, use -f option to replace folder\n",
                           folder);
@@ -271,11 +325,13 @@ int mktfs_run_extract(const mktfs_run &run) {
         return 1;  // only with a log function that returns
     }
     mktfs_filesystem *fs = mktfs_get_filesystem();
+    int slot = -1;
     int err = clear_output_folder(run);
     if (err == 0)
-        err = make_output_folder(run.output);
+        err = make_output_folder(run.output, slot);
     if (err == 0)
         err = fill_output_folder(run, fs);
+    mktfs_cleanup_forget(slot);
     mktfs_filesystem_free(fs);
     return err;
 }

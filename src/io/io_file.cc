@@ -220,6 +220,11 @@ int file_descriptor(const mktfs_io &io) {
     return static_cast<const file_state *>(io.state)->descriptor;
 }
 
+bool is_empty(int descriptor) {
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 && status.st_size == 0;
+}
+
 // An object around the descriptor, which stays the caller's on failure.
 int make_file(int descriptor, std::uint32_t flags, mktfs_io **io) {
     std::unique_ptr<file_state> state(new (std::nothrow)
@@ -270,7 +275,7 @@ int mktfs_io_file_create(const char *path, int flags, mode_t mode, mktfs_io **io
     }
     const int err = make_file(descriptor, 0, io);
     if (err != 0) {
-        if (flags & O_TRUNC)  // it holds nothing any more, and the caller cannot know it by its descriptor
+        if (flags & O_CREAT && is_empty(descriptor))  // the caller does not get to know it
             mktfs_cleanup_remove(mktfs_cleanup_add(path, descriptor));
         close(descriptor);
     }

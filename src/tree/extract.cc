@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/cleanup.h"
 #include "base/log.h"
 #include "fs/diag.h"
 #include "fs/filesystem.h"
@@ -35,15 +36,29 @@ int extract_directory(mktfs_filesystem *, mktfs_inode *inode, mktfs_io *) {
     return 0;
 }
 
-// Not through a link that an earlier entry of the same name has put there.
+// Not through a link that an earlier entry of the same name has put there.  `slot`: the
+// file is not complete before it is forgotten there.
+int create_file(const char *path, mktfs_io_ptr &file, int &slot) {
+    const mktfs_signal_guard guard;
+    const int err =
+        mktfs_io_file_create(path, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW, FILE_MODE, th_out(file));
+    if (err != 0)
+        return MKTFS_FAIL(err, "unable to open output file '%s' (%s)\n", path, strerror(err));
+    slot = mktfs_cleanup_add(path, mktfs_io_descriptor(file.get()));
+    return 0;
+}
+
 int extract_file(mktfs_filesystem *fs, mktfs_inode *inode, mktfs_io *image) {
     mktfs_io_ptr file;
-    int err = mktfs_io_file_create(inode->path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW, FILE_MODE,
-                                   th_out(file));
+    int slot = -1;
+    int err = create_file(inode->path.c_str(), file, slot);
     if (err != 0)
-        return MKTFS_FAIL(err, "unable to open output file '%s' (%s)\n", inode->path.c_str(), strerror(err));
+        return err;
     err = call_backend(&mktfs_backend::readfile, fs, image, inode, file.get());
-    return err != 0 ? err : mktfs_io_close(file.get());
+    if (err == 0)
+        err = mktfs_io_close(file.get());
+    (err == 0 ? mktfs_cleanup_forget : mktfs_cleanup_remove)(slot);
+    return err;
 }
 
 // How long a link target may be in this folder, in bytes.

@@ -102,6 +102,10 @@ TEST(CleanupDeathTest, ExitRemovesOnlyWhatIsStillPendingAndOurs) {
             fs::remove(dir / "replaced");
             dir.file("replaced", "somebody else's");
             static_cast<void>(create_registered(dir / "link"));
+            for (const std::string &folder : {dir.folder("folder"), dir.folder("full")})
+                static_cast<void>(mktfs_cleanup_add(folder.c_str(), open(folder.c_str(), O_RDONLY)));
+            static_cast<void>(create_registered(dir / "folder/pending"));
+            mktfs_cleanup_forget(create_registered(dir / "full/complete"));
             for (int i = 0; i < 100; ++i)  // a slot is offered again
                 mktfs_cleanup_remove(create_registered(dir / "removed"));
             std::exit(create_registered("/dev/null") == -1 && !fs::exists(dir / "removed") ? 3 : 9);
@@ -111,6 +115,8 @@ TEST(CleanupDeathTest, ExitRemovesOnlyWhatIsStillPendingAndOurs) {
     EXPECT_TRUE(fs::exists(dir / "forgotten"));
     EXPECT_EQ(read_file(dir / "replaced"), "somebody else's");
     EXPECT_FALSE(fs::exists(dir / "target"));
+    EXPECT_FALSE(fs::exists(dir / "folder"));
+    EXPECT_TRUE(fs::exists(dir / "full/complete"));
     EXPECT_TRUE(fs::exists("/dev/null"));
 }
 

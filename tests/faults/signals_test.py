@@ -5,11 +5,14 @@ Whatever happens, a build leaves a complete image and status 0, or neither an im
 temporary files; and what surrounds it does not show in the bytes.
 """
 
+import errno
 import hashlib
 import itertools
+import operator
 import os
 import random
 import resource
+import shutil
 import signal
 import subprocess
 import sys
@@ -80,6 +83,22 @@ def signals_at_any_moment(folder):
               f"{number.name} after {moment:.3f} s: status {status}, left {found}")
 
 
+def signals_during_an_extraction(folder):
+    build(folder, "image", source="large").wait()
+    for number in SIGNALS * (2 if quick else 50):
+        run = start(folder, "ttd", "-x", "-o", "extracted", "image")
+        moment = random.uniform(0, 0.05)
+        time.sleep(moment)
+        run.send_signal(number)
+        status = run.wait(60)
+        file = folder / "extracted" / "fs.img"
+        whole = file.exists() and file.stat().st_size == LARGE
+        check("a signal leaves a whole file or no folder",
+              status in (0, -number) and (whole or status != 0 and not file.parent.exists()),
+              f"{number.name} after {moment:.3f} s: status {status}, {whole}")
+        shutil.rmtree(file.parent, ignore_errors=True)
+
+
 def signals_during_the_signer(folder):
     # system() ignores SIGINT and SIGQUIT in the build while the command runs: sent to it alone they do
     # nothing, the build goes on; from a terminal they reach the signer too, whose end ends the build.
@@ -103,20 +122,36 @@ def signals_during_the_signer(folder):
     left(folder)
 
 
-def builds_at_once(folder, expected):
+def builds_at_once(folder, expected, other):
     for _ in range(2 if quick else 20):
         runs = [build(folder, f"many.{i}") for i in range(8)]
         for i, run in enumerate(runs):
             complete = run.wait() == 0 and verified(folder, f"many.{i}")
             check("builds at once are complete", complete, f"build {i}")
             (folder / f"many.{i}").unlink(missing_ok=True)
-        runs = [build(folder), build(folder)]
-        statuses = [run.wait() for run in runs]
-        # They are not kept apart, and the second may append to the first; but a mix never verifies.
+        runs = [build(folder), build(folder, sign=[*KEY, "-R", "7"])]
+        done = [run.wait() == 0 for run in runs]
+        refused = [run.returncode == errno.EAGAIN for run in runs]
         image = (folder / "out").read_bytes() if (folder / "out").exists() else b""
-        check("of two builds to one output, only a whole image verifies",
-              not image or image.startswith(expected) or not verified(folder, "out"), statuses)
+        whole = [made and image == wanted for made, wanted in zip(done, (expected, other))]
+        check("two builds to one output: one is whole, the other done or refused",
+              any(whole) and all(map(operator.or_, done, refused)), [run.returncode for run in runs])
         left(folder)
+
+
+def output_in_use(folder):
+    (folder / "signer_runs").unlink(missing_ok=True)
+    first = build(folder, sign=SLEEPING_SIGNER, start_new_session=True)
+    while not (folder / "signer_runs").exists():
+        time.sleep(0.005)
+    second = build(folder)
+    message = second.communicate()[1]
+    kept = (folder / "out").exists()
+    os.killpg(first.pid, signal.SIGTERM)
+    first.communicate()
+    check("an output in use is refused and kept",
+          second.returncode == errno.EAGAIN and b"another build is writing 'out'" in message and kept
+          and not left(folder), (second.returncode, message, kept))
 
 
 def limits(folder, expected):
@@ -205,8 +240,11 @@ def main():
         expected = (folder / "out").read_bytes()
         left(folder)
         signals_at_any_moment(folder)
+        signals_during_an_extraction(folder)
         signals_during_the_signer(folder)
-        builds_at_once(folder, expected)
+        build(folder, sign=[*KEY, "-R", "7"]).wait()
+        builds_at_once(folder, expected, (folder / "out").read_bytes())
+        output_in_use(folder)
         limits(folder, expected)
         full_disk(folder)
         folders_that_refuse(folder)
