@@ -1,5 +1,7 @@
-// The program with one allocation of its own failing: the one that FAIL_ALLOCATION
-// numbers, from 1.  When the number is never reached, "not reached" ends standard error.
+// The program with one allocation failing: of its own the one that FAIL_ALLOCATION
+// numbers, from 1, or of the crypto library's the one that FAIL_CRYPTO_ALLOCATION
+// numbers.  When the number is never reached, "not reached" ends standard error.
+#include <openssl/crypto.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -8,15 +10,17 @@
 
 namespace {
 
-long until_failure = 0;  // 0: none fails
+// Allocations up to and with the one that fails; 0: none does.
+long own = 0;
+long crypto = 0;
 
-bool fails() {
+bool fails(long &until_failure) {
     return until_failure > 0 && --until_failure == 0;
 }
 
 void report_not_reached() {
     static constexpr char text[] = "not reached\n";
-    if (until_failure > 0 && ::write(STDERR_FILENO, text, sizeof text - 1) < 0)
+    if ((own > 0 || crypto > 0) && ::write(STDERR_FILENO, text, sizeof text - 1) < 0)
         std::abort();
 }
 
@@ -27,25 +31,46 @@ void report_not_reached() {
     extern "C" result __real_##name parameters;                                                              \
     extern "C" result __wrap_##name parameters;                                                              \
     extern "C" result __wrap_##name parameters {                                                             \
-        return fails() ? failure : __real_##name(__VA_ARGS__);                                               \
+        return fails(own) ? failure : __real_##name(__VA_ARGS__);                                               \
     }
 WRAP(void *, malloc, nullptr, (std::size_t size), size)
 WRAP(void *, calloc, nullptr, (std::size_t count, std::size_t size), count, size)
 WRAP(void *, realloc, nullptr, (void *memory, std::size_t size), memory, size)
 WRAP(char *, strdup, nullptr, (const char *text), text)
 
+namespace {
+
+long number_in(const char *variable) {
+    const char *number = std::getenv(variable);
+    return number != nullptr ? std::atol(number) : 0;
+}
+
+void *crypto_malloc(std::size_t size, const char *, int) {
+    return fails(crypto) ? nullptr : __real_malloc(size);
+}
+void *crypto_realloc(void *memory, std::size_t size, const char *, int) {
+    return fails(crypto) ? nullptr : __real_realloc(memory, size);
+}
+void crypto_free(void *memory, const char *, int) {
+    std::free(memory);
+}
+
+}  // namespace
+
 extern "C" int __real_main(int argc, char **argv);
 extern "C" int __wrap_main(int argc, char **argv);
 extern "C" int __wrap_main(int argc, char **argv) {
-    const char *number = std::getenv("FAIL_ALLOCATION");
-    until_failure = number != nullptr ? std::atol(number) : 0;
+    own = number_in("FAIL_ALLOCATION");
+    crypto = number_in("FAIL_CRYPTO_ALLOCATION");
+    if (crypto > 0 && CRYPTO_set_mem_functions(crypto_malloc, crypto_realloc, crypto_free) != 1)
+        std::abort();
     std::atexit(report_not_reached);
     return __real_main(argc, argv);
 }
 
 // The other forms of operator new and delete end in these.
 void *operator new(std::size_t size) {
-    void *memory = fails() ? nullptr : __real_malloc(size);
+    void *memory = fails(own) ? nullptr : __real_malloc(size);
     if (memory == nullptr)
         throw std::bad_alloc();
     return memory;
