@@ -172,15 +172,20 @@ def limits(folder, expected):
               f"limit {kind} at {limit}: status {run.returncode}, left {found}, {message}")
 
 
-def full_disk(folder):
+def full_or_unchangeable_disk(folder):
     (folder / "disk").mkdir()
-    script = 'mount -t tmpfs -o size=64k none disk || exit 77; "$@"; s=$?; ls disk; exit $s'
+    for options, status in (("size=64k", errno.ENOSPC), ("ro", errno.EROFS)):
+        build_on_disk(folder, options, status)
+
+
+def build_on_disk(folder, options, status):
+    script = f'mount -t tmpfs -o {options} none disk || exit 77; "$@"; s=$?; ls disk; exit $s'
     command = ["unshare", "-Urm", "sh", "-c", script, "sh", mktfs, *OPTIONS, *KEY, "-o", "disk/out", "small"]
     done = subprocess.run(command, cwd=folder, capture_output=True, text=True)
     if "unshare" in done.stderr or done.returncode == 77:
-        print("skipped: a full disk (no user namespaces)")
+        print("skipped: disks (no user namespaces)")
         return
-    check("a full disk", done.returncode == 28 and "out" not in done.stdout.split(), done)
+    check("a full or unchangeable disk", done.returncode == status and "out" not in done.stdout.split(), done)
 
 
 def folders_that_refuse(folder):
@@ -246,7 +251,7 @@ def main():
         builds_at_once(folder, expected, (folder / "out").read_bytes())
         output_in_use(folder)
         limits(folder, expected)
-        full_disk(folder)
+        full_or_unchangeable_disk(folder)
         folders_that_refuse(folder)
         surroundings(folder, expected)
         removed_current_folder(folder, expected)

@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
-"""The progress line on a pseudo-terminal: progress_test.py MKTFS
+"""What the program does on a terminal: terminal_test.py MKTFS
 
-A step of each run is held up for more than a second, so that the line must come
-however quick the machine is.
+Shows its progress: a step of each run is held up for more than a second, so that the
+line must come however quick the machine is.  Asks nobody for a pass phrase.
 """
 
 import os
 import pty
 import re
+import select
+import signal
 import subprocess
 import sys
 import tempfile
@@ -26,7 +28,7 @@ def check(rule, holds, seen):
     global failures
     if not holds:
         failures += 1
-        print(f"FAILED: {rule}: {seen[:400]!r}")
+        print(f"FAILED: {rule}: {str(seen)[:400]}")
 
 
 def run(folder, slow_call, arguments, columns=None, **environment):
@@ -49,6 +51,25 @@ def run(folder, slow_call, arguments, columns=None, **environment):
         seen += piece
     os.close(main)
     return seen, process.wait(60)
+
+
+def ask_nobody(folder, build):
+    """A build with an encrypted key, as the leader of a session on a terminal of its own."""
+    locked = [argument.replace("rsa.pem", "rsa_encrypted.pem") for argument in build]
+    process, terminal = pty.fork()
+    if process == 0:
+        os.chdir(folder)
+        os.execl(mktfs, mktfs, "ttd", *locked)
+    seen = b""
+    while select.select([terminal], [], [], 20)[0]:
+        try:
+            seen += os.read(terminal, 4096)
+        except OSError:  # the run is over
+            break
+    else:
+        os.kill(process, signal.SIGKILL)
+    status = os.waitstatus_to_exitcode(os.waitpid(process, 0)[1])
+    check("nobody is asked for a pass phrase", status == 22 and b"phrase" not in seen, (status, seen))
 
 
 def main():
@@ -78,7 +99,8 @@ def main():
         seen, status = run(folder, "madvise", verify)
         check("messages come on a clean line", status == 5 and LINE.match(seen) and b"left" + WIPE + b"ttd: " in seen,
               seen)
-    print(f"progress: {failures} failed")
+        ask_nobody(folder, build)
+    print(f"terminal: {failures} failed")
     return 1 if failures else 0
 
 
