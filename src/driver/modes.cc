@@ -140,7 +140,8 @@ int refuse_input_as_output(const mktfs_run &run) {
     const int err = find_input(run, mktfs_same_file, input);
     if (err != 0 || input == nullptr)
         return err;
-    return MKTFS_FAIL(EINVAL, "output file '%s' is also an input ('%s')\n", run.output, input);
+    return MKTFS_FAIL(EINVAL, "output file '%s' is also an input ('%s'), choose another output\n", run.output,
+                      input);
 }
 
 int open_output(const mktfs_run &run, build_output &output) {
@@ -224,7 +225,7 @@ int refuse_folder(const mktfs_run &run, const char *path, path_relation relation
     const int err = compare(path, relation, run.output, holds);
     if (err != 0 || !holds)
         return err;
-    return MKTFS_FAIL(EINVAL, "output folder '%s' is %s\n", run.output, what);
+    return MKTFS_FAIL(EINVAL, "output folder '%s' is %s, choose another one\n", run.output, what);
 }
 
 // -f removes the folder with everything in it: never the root directory, the
@@ -238,7 +239,8 @@ int refuse_valuable_folder(const mktfs_run &run) {
         err = find_input(run, mktfs_path_is_inside, input);
     if (err != 0 || input == nullptr)
         return err;
-    return MKTFS_FAIL(EINVAL, "output folder '%s' is or holds an input ('%s')\n", run.output, input);
+    return MKTFS_FAIL(EINVAL, "output folder '%s' is or holds an input ('%s'), choose another one\n",
+                      run.output, input);
 }
 
 int clear_output_folder(const mktfs_run &run) {

@@ -146,8 +146,10 @@ int open_input(const ttd_run_context &run, mktfs_io_ptr &image) {
         return MKTFS_FAIL(err, "ttd: failed to create input image io object (%s)\n", strerror(err));
     const std::uint64_t size = mktfs_io_datasize(image.get());
     if (size != run.input_size)
-        return MKTFS_FAIL(EINVAL, "ttd: input image '%s' changed its size from '%lu' to '%lu'\n", path,
-                          run.input_size, size);
+        return MKTFS_FAIL(EINVAL,
+                          "ttd: input image '%s' changed its size from '%lu' to '%lu', build again when "
+                          "nothing writes to it\n",
+                          path, run.input_size, size);
     return 0;
 }
 

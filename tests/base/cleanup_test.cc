@@ -86,7 +86,8 @@ TEST(CleanupDeathTest, AMappingThatLosesItsPagesEndsAsInputError) {
             _exit(bytes[4096]);
         },
         ExitedWithCode(5),
-        "^mktfs: an input file changed or failed while it was read \\(Input/output error\\)\n$");
+        "^mktfs: an input file changed or failed while it was read \\(Input/output error\\), run again when "
+        "nothing writes to it\n$");
     EXPECT_FALSE(fs::exists(path));
 }
 
