@@ -48,10 +48,14 @@ private:
     int slot_ = -1;
 };
 
-int truncate(int descriptor) {
+// Images are appended to, which a block device cannot be.
+int make_empty(const char *path, int descriptor) {
     struct stat status {};
     if (::fstat(descriptor, &status) != 0)
         return errno;
+    if (S_ISBLK(status.st_mode))
+        return MKTFS_FAIL(EOPNOTSUPP, "'%s' is a block device, build into a file and copy that there\n",
+                          path);
     return S_ISREG(status.st_mode) && TEMP_FAILURE_RETRY(::ftruncate(descriptor, 0)) != 0 ? errno : 0;
 }
 
@@ -66,7 +70,7 @@ int build_output::open(const char *path) {
     if (err != 0)
         return MKTFS_FAIL(err, "another build is writing '%s', wait for it or choose another output\n", path);
     slot_ = mktfs_cleanup_add(path, descriptor);
-    return truncate(descriptor);
+    return make_empty(path, descriptor);
 }
 
 const char *shown(const char *path) {

@@ -188,6 +188,22 @@ def build_on_disk(folder, options, status):
     check("a full or unchangeable disk", done.returncode == status and "out" not in done.stdout.split(), done)
 
 
+def block_device(folder):
+    (folder / "device").write_bytes(bytes(4 * MEBIBYTE))
+    attached = subprocess.run("losetup -f --show device", shell=True, cwd=folder, capture_output=True, text=True)
+    if attached.returncode != 0:
+        print("skipped: a block device (no loop devices)")
+        return
+    device = attached.stdout.strip()
+    done = subprocess.run([mktfs, *OPTIONS, *KEY, "-o", device, "small"], cwd=folder, capture_output=True)
+    subprocess.run(["dd", "if=image", "of=" + device, "conv=fsync", "status=none"], cwd=folder, check=True)
+    flashed = verified(folder, device)
+    subprocess.run(["losetup", "-d", device], check=True)
+    check("a block device is refused as output and verified as image",
+          done.returncode == errno.EOPNOTSUPP and b"build into a file" in done.stderr and flashed,
+          (done, flashed))
+
+
 def folders_that_refuse(folder):
     if os.geteuid() != 0:
         print("skipped: folders of somebody else (needs root)")
@@ -252,6 +268,8 @@ def main():
         output_in_use(folder)
         limits(folder, expected)
         full_or_unchangeable_disk(folder)
+        build(folder, "image", sign=[*KEY, "-P", str(4 * MEBIBYTE)]).wait()
+        block_device(folder)
         folders_that_refuse(folder)
         surroundings(folder, expected)
         removed_current_folder(folder, expected)
