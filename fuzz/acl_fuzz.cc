@@ -1,16 +1,11 @@
 // Access control lists from texts: an accepted one survives its external form, a
 // completed one is valid, and a refused completion changes nothing.
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "buildfile/acl.h"
-
-static void require(bool condition) {
-    if (!condition)
-        std::abort();
-}
+#include "require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const std::string text(reinterpret_cast<const char *>(data), size);

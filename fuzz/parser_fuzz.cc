@@ -1,10 +1,10 @@
 // A whole parse into a tree, through a type with every capability.
 #include "base/log.h"
-#include "build_file_input.h"
 #include "buildfile/options.h"
 #include "buildfile/parser.h"
 #include "buildfile/setters.h"
 #include "fs/filesystem.h"
+#include "memory_file.h"
 #include "tree/inode.h"
 #include "tree/resolve.h"
 
@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    const build_file_input input(data, size);
+    const memory_file input(data, size);
     mktfs_filesystem &fs = *mktfs_get_filesystem();
     try {
         if (mktfs_filesystem_build_init(&fs) == 0 && mktfs_filesystem_parse(input.path()) == 0)

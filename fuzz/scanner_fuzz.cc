@@ -4,9 +4,9 @@
 
 #include "base/log.h"
 #include "base_grammar.h"
-#include "build_file_input.h"
 #include "buildfile/parser.h"
 #include "fs/filesystem.h"
+#include "memory_file.h"
 
 static constexpr mktfs_backend backend = {.name = "FUZZ", .parser = mktfs_base_parser};
 
@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    const build_file_input input(data, size);
+    const memory_file input(data, size);
     std::size_t tokens = 0;
     base_scanner_open(input.path());
     while (const int token = base_lex()) {

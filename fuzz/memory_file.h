@@ -1,4 +1,5 @@
-// A fuzzer's input as a build file, read through the same calls as any other.
+// Bytes of a fuzzer as a file without a name on disk, read through the same calls as
+// any other.
 #pragma once
 
 #include <sys/mman.h>
@@ -10,17 +11,16 @@
 #include <cstdlib>
 #include <string>
 
-class build_file_input {
+class memory_file {
 public:
-    build_file_input(const std::uint8_t *data, std::size_t size)
-        : descriptor_(memfd_create("in", MFD_CLOEXEC)) {
+    memory_file(const void *data, std::size_t size) : descriptor_(memfd_create("in", MFD_CLOEXEC)) {
         if (descriptor_ < 0 || write(descriptor_, data, size) != static_cast<ssize_t>(size))
             std::abort();
         path_ = "/proc/self/fd/" + std::to_string(descriptor_);
     }
-    ~build_file_input() { close(descriptor_); }
-    build_file_input(const build_file_input &) = delete;
-    build_file_input &operator=(const build_file_input &) = delete;
+    ~memory_file() { close(descriptor_); }
+    memory_file(const memory_file &) = delete;
+    memory_file &operator=(const memory_file &) = delete;
 
     [[nodiscard]] const char *path() const { return path_.c_str(); }
 
@@ -29,7 +29,7 @@ private:
     std::string path_;
 };
 
-// What the scanner copies to standard output is of no interest.
+// What the code under test prints is of no interest.
 inline void discard_standard_output() {
     if (!std::freopen("/dev/null", "w", stdout))
         std::abort();

@@ -1,0 +1,70 @@
+// Extraction of any bytes: the folder that was asked for holds at most the inner
+// image, taken from the start of the file, and nothing appears beside it; a run that
+// fails leaves no folder, or the one that was there.
+#include <string>
+
+#include "base/log.h"
+#include "driver/modes.h"
+#include "fs/filesystem.h"
+#include "image_input.h"
+#include "memory_file.h"
+#include "require.h"
+#include "support/temp_dir.h"
+#include "ttd/ttd_type.h"
+
+namespace fs = std::filesystem;
+
+static int ignore(int, const char *, ...) {
+    return 0;
+}
+
+static std::vector<std::string> entries_of(const std::string &folder) {
+    std::vector<std::string> names;
+    for (const auto &entry : fs::directory_iterator(folder))
+        names.push_back(entry.path().filename());
+    return names;
+}
+
+static int extract(const image_bytes &image, const std::string &folder, bool force) {
+    const memory_file input(image.data(), image.size());
+    const int err = mktfs_run_extract(
+        {.backend = mktfs_get_backend(), .output = folder.c_str(), .input = input.path(), .force = force});
+    mktfs_filesystem &record = *mktfs_get_filesystem();
+    if (record.priv != nullptr)  // left to the end of the process
+        mktfs_filesystem_extract_finit(&record);
+    record = {};
+    return err;
+}
+
+static void check(const image_bytes &image, bool occupied, bool force) {
+    static const temp_dir work;
+    const std::string out = work / "out";
+    fs::remove_all(out);
+    if (occupied)
+        work.file("out/old", "contents");
+    const int err = extract(image, out, force);
+    require(entries_of(work.path()).size() <= 1);
+    if (occupied && !force)
+        require(err == EEXIST && entries_of(out) == std::vector<std::string>{"old"});
+    else
+        require(err == 0 ? entries_of(out) == std::vector<std::string>{"fs.img"} : !fs::exists(out));
+    if (err != 0)
+        return;
+    const std::string inner = read_file(out + "/fs.img");
+    require(fs::is_regular_file(fs::symlink_status(out + "/fs.img")) && inner.size() <= image.size());
+    require(std::equal(inner.begin(), inner.end(), image.begin(),
+                       [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; }));
+}
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    mktfs_register_log_fct(ignore);
+    mktfs_set_backend(ttd_backend());
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    const image_input input(data, size);
+    const bool occupied = input.choose(1), force = input.choose(2);
+    check(input.choose(3) ? image_bytes(data, data + size) : input.image, occupied, force);
+    return 0;
+}
