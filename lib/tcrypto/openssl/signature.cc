@@ -127,12 +127,22 @@ int set_padding(signature_state &state, const tcrypto_signature_params &params) 
 
 // ---- Initialisation
 
+// OpenSSL verifies nothing larger, and signing takes minutes there.
+int check_modulus(const signature_state &state) {
+    const EVP_PKEY *key = EVP_PKEY_CTX_get0_pkey(state.key.get());
+    return EVP_PKEY_get_bits(key) <= OPENSSL_RSA_MAX_MODULUS_BITS
+               ? TCRYPTO_OK
+               : ossl_fail(TCRYPTO_E_KEY_FORMAT, "RSA key has more than 16384 bits\n");
+}
+
 int rsa_init(void *opaque, const tcrypto_key_record *key, const tcrypto_signature_params *params) {
     if (params->padding != TCRYPTO_PADDING_PKCS1 && params->padding != TCRYPTO_PADDING_PSS)
         return TCRYPTO_E_SIGNATURE_PADDING;
     ossl_clear_errors();
     signature_state &state = state_of(opaque);
     int err = take_key(state, *key, *params);
+    if (err == TCRYPTO_OK)
+        err = check_modulus(state);
     if (err == TCRYPTO_OK)
         err = set_padding(state, *params);
     return finish_init(state, err);
