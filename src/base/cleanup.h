@@ -1,8 +1,8 @@
 // What must not survive an unfinished run: the output of a build, the temporary files
 // of the signing command, the file that an extraction is writing and its folder while
-// that is empty.  A registered file is removed when the process exits by any route (return, exit of a library, fatal message) or is
-// ended by SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGXFSZ or SIGBUS,
-// unless it was forgotten before.
+// that is empty.  A registered file is removed when the process exits by any route (return, exit of a
+// library, fatal message) or is ended by SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGXFSZ or
+// SIGBUS, unless it was forgotten before.
 //
 // Only a regular file or empty folder that still has the device and inode number of
 // the registered descriptor is removed: never a device node, never a file that
