@@ -44,6 +44,7 @@ TEST(Hex, WritesLowerCaseWithoutTerminatorOrNewlineAndNothingForNoData) {
     EXPECT_EQ(out, "009aff##");
     EXPECT_EQ(mktfs_hex2bin(bytes_in, nullptr, 1) + mktfs_hex2bin(bytes_in, "00", 0), 2 * EINVAL);
     EXPECT_EQ(mktfs_bin2hex(nullptr, bytes_in, 1) + mktfs_bin2hex(out.data(), bytes_in, 0), 2 * EINVAL);
+    EXPECT_EQ(mktfs_hex2bin(nullptr, "00", 1) + mktfs_bin2hex(out.data(), nullptr, 1), 2 * EINVAL);
     const log_capture log;
     const bytes data = {0xde, 0xad};
     mktfs_print_hex(data.data(), 2);
@@ -60,6 +61,9 @@ TEST(FileSize, IsZeroOnFailure) {
     EXPECT_EQ(size, 5u);
     EXPECT_EQ(mktfs_file_size((path + "x").c_str(), &size), ENOENT);
     EXPECT_EQ(size, 0u);
+
+    EXPECT_EQ(mktfs_file_size(nullptr, &size) + mktfs_file_size("", nullptr) + mktfs_fd_size(0, nullptr),
+              3 * EINVAL);
 
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     EXPECT_EQ(mktfs_fd_size(descriptor, &size), 0);
@@ -82,6 +86,9 @@ TEST(StrReplace, ReplacesLeftToRightWithinTheCapacity) {
         {"overlaps count once", "aaa", "aa", "b", 8, "ba"},
         {"empty source", "", "-", "x", 1, ""},
         {"empty needle", "abc", "", "x", 8, nullptr},
+        {"no source", nullptr, "a", "x", 8, nullptr},
+        {"no needle", "abc", nullptr, "x", 8, nullptr},
+        {"no replacement", "abc", "a", nullptr, 8, nullptr},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -175,6 +182,10 @@ TEST(HostPaths, SeeThroughSpellingsAndLinks) {
     bool inside = false;
     EXPECT_EQ(mktfs_path_is_inside(".", "/", &inside), 0);
     EXPECT_TRUE(inside);
+    for (const auto relation : {mktfs_path_is_inside, mktfs_same_file}) {
+        EXPECT_EQ(relation(nullptr, "/", &inside) + relation("/", nullptr, &inside), 0);
+        EXPECT_FALSE(inside);
+    }
 }
 
 }  // namespace

@@ -101,6 +101,44 @@ TEST(Acl, EntriesRefuseUnknownTagsBitsAndNamelessQualifiers) {
     EXPECT_EQ(show(acl.get()), "1.1 6.1");
 }
 
+TEST(Acl, RefusesNull) {
+    const tvo_acl_ptr acl = parse("u:7:r");
+    tvo_acl_entry *entry = nullptr;
+    ASSERT_EQ(tvo_acl_get_entry(acl.get(), TVO_ACL_FIRST_ENTRY, &entry), 1);
+    tvo_acl *list = acl.get(), *none = nullptr, *made = nullptr;
+    std::uint32_t word = 0, buffer[8];
+    const ssize_t answers[] = {tvo_acl_create_entry(nullptr, &entry),
+                               tvo_acl_create_entry(&none, &entry),
+                               tvo_acl_create_entry(&list, nullptr),
+                               tvo_acl_delete_entry(nullptr, entry),
+                               tvo_acl_delete_entry(list, nullptr),
+                               tvo_acl_get_entry(nullptr, 0, &entry),
+                               tvo_acl_get_entry(list, 0, nullptr),
+                               tvo_acl_get_tag_type(nullptr, &word),
+                               tvo_acl_get_tag_type(entry, nullptr),
+                               tvo_acl_set_tag_type(nullptr, 1),
+                               tvo_acl_set_qualifier(nullptr, &word),
+                               tvo_acl_set_qualifier(entry, nullptr),
+                               tvo_acl_get_permset(nullptr, &word),
+                               tvo_acl_get_permset(entry, nullptr),
+                               tvo_acl_set_permset(nullptr, 1),
+                               tvo_acl_add_perm(nullptr, 1),
+                               tvo_acl_delete_perm(nullptr, 1),
+                               tvo_acl_calc_mask(nullptr),
+                               tvo_acl_complete(list, nullptr, &word, nullptr),
+                               tvo_acl_complete(list, &made, nullptr, nullptr),
+                               tvo_acl_size(nullptr),
+                               tvo_acl_copy_ext(nullptr, list, sizeof buffer),
+                               tvo_acl_from_short_text(nullptr, "", nullptr)};
+    for (const ssize_t answer : answers)
+        EXPECT_EQ(answer, -1) << &answer - answers;
+    EXPECT_EQ(tvo_acl_get_qualifier(nullptr), nullptr);
+    EXPECT_EQ(tvo_acl_copy_int(nullptr), nullptr);
+    EXPECT_EQ(tvo_acl_dup(nullptr), nullptr);
+    EXPECT_EQ(tvo_acl_set_qualifier(entry, &word), 0);
+    EXPECT_EQ(show(list), "2.4.0");
+}
+
 TEST(Acl, ChecksEveryFieldOfAnExternalForm) {
     using words = std::vector<std::uint32_t>;
     const words good = {8 + 3 * 8, 3U << 16, 0x01000007, 0, 0x03000000, 0, 0x06000004, 0};
@@ -113,6 +151,8 @@ TEST(Acl, ChecksEveryFieldOfAnExternalForm) {
                 {"version 2", 1, 3U << 16 | 2, EOPNOTSUPP, EOPNOTSUPP},
                 {"size of another count", 0, 8 + 2 * 8, 0, EINVAL},
                 {"tag 7", 6, 0x07000007, EINVAL, 0},
+                {"tag 0", 2, 0x00000007, EINVAL, 0},
+                {"no owner's group", 4, 0x04000000, EINVAL, 0},
                 {"permission bit 8", 2, 0x01000008, EINVAL, 0},
                 {"owner twice", 4, 0x01000000, EINVAL, 0},
                 {"descending tags", 2, 0x04000000, EINVAL, 0}};

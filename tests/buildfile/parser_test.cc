@@ -114,6 +114,7 @@ TEST_F(parser, ReportsRefusedOptions) {
     } rows[] = {
         {"blksize=32768", ""},
         {"blksize=65536", range("65536")},
+        {"blksize=256", range("256")},
         {"blksize=x", "invalid blksize attribute value 'x'\n" + range("x")},
         {"uid=%s%n",
          "invalid uid attribute value '%s%n'\ninvalid value for option attribute 'uid' ('%s%n')\n"},

@@ -1,13 +1,19 @@
 #include "driver/cmdline.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "driver/modes.h"
+#include "fs/filesystem.h"
+#include "fs/stats.h"
+#include "io/io.h"
 #include "support/log_capture.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -48,6 +54,21 @@ TEST(CommandLine, GoesOnHarmlesslyWhenFatalMessagesReturn) {
         EXPECT_EQ(run(c.arguments), c.status);
         EXPECT_EQ(log.text(), c.messages);
     }
+}
+
+TEST(Build, AnErrorOfTheCloseLeavesNoOutput) {
+    const temp_dir dir;
+    const log_capture log;
+    const std::string path = dir / "out";
+    constexpr mktfs_backend closes_it = {
+        .build = [](mktfs_filesystem *, mktfs_io *output) { return close(mktfs_io_descriptor(output)); }};
+    mktfs_set_backend(&closes_it);
+    mktfs_get_filesystem_opts()->flags = MKTFS_OPT_NO_SEARCH_PATHS | MKTFS_OPT_NO_RESOLVE;
+    EXPECT_EQ(mktfs_run_build({.backend = &closes_it, .output = path.c_str()}), EBADF);
+    EXPECT_EQ(log.text(), "Unable to complete output file '" + path + "' (Bad file descriptor)\n");
+    EXPECT_FALSE(std::filesystem::exists(path));
+    mktfs_set_backend(nullptr);
+    mktfs_print_stats();  // of no type
 }
 
 }  // namespace

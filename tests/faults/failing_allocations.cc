@@ -31,7 +31,7 @@ void report_not_reached() {
     extern "C" result __real_##name parameters;                                                              \
     extern "C" result __wrap_##name parameters;                                                              \
     extern "C" result __wrap_##name parameters {                                                             \
-        return fails(own) ? failure : __real_##name(__VA_ARGS__);                                               \
+        return fails(own) ? failure : __real_##name(__VA_ARGS__);                                            \
     }
 WRAP(void *, malloc, nullptr, (std::size_t size), size)
 WRAP(void *, calloc, nullptr, (std::size_t count, std::size_t size), count, size)

@@ -62,6 +62,13 @@ TEST(Filesystem, EmptySlotsHaveFixedAnswers) {
         EXPECT_EQ(mktfs_filesystem_parse("input"), EOPNOTSUPP);
         EXPECT_EQ(mktfs_filesystem_build(&fs, nullptr), EOPNOTSUPP);
         EXPECT_EQ(mktfs_filesystem_verify(&fs, "/nonexistent"), EOPNOTSUPP);
+        EXPECT_EQ(mktfs_filesystem_build_init(nullptr) + mktfs_filesystem_extract_init(nullptr), 2 * EINVAL);
+        mktfs_filesystem_build_finit(nullptr);
+        const log_capture log;
+        mktfs_backend_option_handler("n", "v");
+        mktfs_backend_inode_attr(nullptr, "n", "v");
+        EXPECT_EQ(log.text(), "(null):0:0:unsupported option attribute 'n'\n"
+                              "(null):0:0:unsupported inode attribute 'n'\n");
     }
 }
 

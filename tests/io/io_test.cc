@@ -2,7 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -118,7 +118,32 @@ TEST(Limits, OfEveryKind) {
     mktfs_io *none = nullptr;
     EXPECT_EQ(mktfs_io_mem_create(UINT64_MAX, &none), ENOMEM);
     EXPECT_EQ(mktfs_io_fd_create(-1, &none) + mktfs_io_mmap_create(nullptr, &none), 2 * EINVAL);
-    EXPECT_EQ(mktfs_io_read(none, 0, &bytes, 1) + mktfs_io_write(none, 0, &bytes, 1), 2 * EINVAL);
+    const mktfs_io_ptr &some = kinds[0].io;
+    const int answers[] = {mktfs_io_read(none, 0, &bytes, 1),
+                           mktfs_io_read(some.get(), 0, nullptr, 1),
+                           mktfs_io_write(none, 0, &bytes, 1),
+                           mktfs_io_write(some.get(), 0, nullptr, 1),
+                           mktfs_io_resize(none, 1),
+                           mktfs_io_prune(none, 0, 1),
+                           mktfs_io_extend(none, 1),
+                           mktfs_io_mem_create(1, nullptr),
+                           mktfs_io_memwrap_create(&bytes, 1, nullptr),
+                           mktfs_io_fd_create(0, nullptr),
+                           mktfs_io_file_create(nullptr, O_RDONLY, 0, &none),
+                           mktfs_io_file_create("", O_RDONLY, 0, nullptr),
+                           mktfs_io_mmap_create("", nullptr),
+                           mktfs_io_mmap_overflow_create(nullptr, 1, &none),
+                           mktfs_io_mmap_overflow_create("", 1, nullptr)};
+    EXPECT_THAT(answers, testing::Each(EINVAL));
+    EXPECT_EQ(mktfs_io_buf(none), nullptr);
+    EXPECT_EQ(mktfs_io_size(none), 0u);
+    EXPECT_EQ(mktfs_io_descriptor(none) + mktfs_io_descriptor(some.get()), -2);
+    EXPECT_EQ(mktfs_io_close(none) + mktfs_io_close(some.get()) + mktfs_io_prune(some.get(), 0, 0), 0);
+    mktfs_io_reset(none);
+    mktfs_io_drop(none, 0, 1);
+    mktfs_io_destroy(none);
+    EXPECT_EQ(mktfs_io_buf(open_io(dir.file("empty", "")).get()), nullptr);
+    EXPECT_EQ(mktfs_io_buf(open_io(path, O_WRONLY).get()), nullptr) << "cannot be mapped";
 }
 
 TEST(Mapping, ReadsZerosPastTheFileAndRefusesWhatIsNone) {

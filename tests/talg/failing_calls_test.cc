@@ -100,7 +100,20 @@ TEST(FailingCallsDeathTest, MutexFailuresAreErrorsOfTablesAndAbortSlabs) {
         ASSERT_EQ(talg_lru_cache_create(&cache, masked_hash, compare_keys, nullptr, 1, 1, flags), 0);
         lock_fails = true;
         EXPECT_EQ(talg_lru_cache_set(cache, &record.entry, &record.key), flags == 0 ? EAGAIN : 0);
+        talg_list_node *found = nullptr;
+        EXPECT_EQ(talg_lru_cache_get(cache, &found, &record.key), flags == 0 ? EAGAIN : 0);
+        key_list keys;
+        EXPECT_EQ(talg_lru_cache_foreach(cache, collect_key, &keys), flags == 0 ? EAGAIN : 0);
         lock_fails = false;
         talg_lru_cache_destroy(cache);
     }
+    talg_hash_table *table = nullptr;
+    talg_hash_node *node = nullptr;
+    ASSERT_EQ(talg_hash_table_create(&table, masked_hash, compare_keys, nullptr, 1, 0), 0);
+    lock_fails = true;
+    EXPECT_EQ(talg_hash_table_set(table, &record.entry.hash_node, &record.key), EAGAIN);
+    EXPECT_EQ(talg_hash_table_get(table, &node, &record.key), EAGAIN);
+    EXPECT_EQ(talg_hash_table_foreach(table, collect_key, nullptr), EAGAIN);
+    lock_fails = false;
+    talg_hash_table_destroy(table);
 }

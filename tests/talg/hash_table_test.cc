@@ -41,9 +41,15 @@ protected:
 TEST_F(HashTable, RefusesBadArguments) {
     EXPECT_EQ(talg_hash_table_create(&table, masked_hash, nullptr, nullptr, 0, 0), EINVAL);
     EXPECT_EQ(talg_hash_table_create(&table, masked_hash, compare_keys, nullptr, 33, 0), EINVAL);
+    EXPECT_EQ(talg_hash_table_create(&table, nullptr, compare_keys, nullptr, 0, 0), EINVAL);
+    EXPECT_EQ(talg_hash_table_create(nullptr, masked_hash, compare_keys, nullptr, 0, 0), EINVAL);
     EXPECT_EQ(set(again), EINVAL);
+    EXPECT_EQ(get(1), EINVAL);
+    EXPECT_EQ(talg_hash_table_foreach(table, collect_key, nullptr), EINVAL);
     create(32);  // a single bucket
     EXPECT_EQ(get(1), ERANGE);
+    EXPECT_EQ(talg_hash_table_foreach(table, nullptr, nullptr), EINVAL);
+    EXPECT_EQ(talg_hash_table_set(table, nullptr, &again.key), EINVAL);
     EXPECT_EQ(walk(), key_list{0});
 }
 

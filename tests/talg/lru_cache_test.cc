@@ -47,10 +47,20 @@ protected:
 TEST_F(LruCache, FailedSetLeavesTheEntryAndTheCacheAlone) {
     EXPECT_EQ(talg_lru_cache_create(&cache, masked_hash, compare_keys, nullptr, 0, 0, 0), EINVAL);
     EXPECT_EQ(talg_lru_cache_create(&cache, masked_hash, compare_keys, nullptr, 33, 1, 0), EINVAL);
-    EXPECT_EQ(set(&outsider), EINVAL);
+    EXPECT_EQ(talg_lru_cache_create(&cache, nullptr, compare_keys, nullptr, 0, 1, 0), EINVAL);
+    EXPECT_EQ(talg_lru_cache_create(&cache, masked_hash, nullptr, nullptr, 0, 1, 0), EINVAL);
+    EXPECT_EQ(talg_lru_cache_create(nullptr, masked_hash, compare_keys, nullptr, 0, 1, 0), EINVAL);
+    talg_list_node *node = nullptr;
+    EXPECT_EQ(set(&outsider) + talg_lru_cache_get(cache, &node, &outsider.key), 2 * EINVAL);
+    EXPECT_EQ(talg_lru_cache_foreach(cache, collect_key, nullptr), EINVAL);
     create(1, 32);  // a single bucket, for hash value 0
     EXPECT_EQ(set(new keyed_record{0}), 0);
     EXPECT_EQ(set(&outsider), ERANGE);
+    EXPECT_EQ(talg_lru_cache_set(cache, nullptr, &outsider.key), EINVAL);
+    EXPECT_EQ(talg_lru_cache_foreach(cache, nullptr, nullptr), EINVAL);
+    EXPECT_EQ(talg_lru_cache_foreach(
+                  cache, [](auto *, void *) { return 9; }, nullptr),
+              9);
     EXPECT_EQ(order(), key_list{0});
 }
 

@@ -40,7 +40,7 @@ using SlabDeathTest = Slab;
 }  // namespace
 
 TEST_F(Slab, RefusesBadSizes) {
-    EXPECT_EQ(talg_slab_create(&slab, 0, 1, 0), EINVAL);
+    EXPECT_EQ(talg_slab_create(&slab, 0, 1, 0) + talg_slab_create(nullptr, 1, 1, 0), 2 * EINVAL);
     EXPECT_EQ(talg_slab_create(&slab, std::size_t{1} << 57, 1, 0), EOVERFLOW);
     for (const std::size_t count : {std::size_t{1} << 57, SIZE_MAX / 16, SIZE_MAX}) {
         testing::internal::CaptureStderr();

@@ -40,6 +40,7 @@ protected:
             {"explicit.pem", "ecparam -name prime256v1 -genkey -noout -param_enc explicit | openssl pkey"},
             {"ed25519.pem", "genpkey -algorithm ED25519"},
             {"ed448.pem", "genpkey -algorithm ED448"},
+            {"other448.pem", "genpkey -algorithm ED448"},
             {"rsa.pkcs1.pem", "rsa -traditional -in rsa.pem"},
             {"rsa.pkcs1.der", "rsa -traditional -outform DER -in rsa.pem"},
             {"rsa.locked1.pem", "rsa -traditional -aes128 -passout pass:word -in rsa.pem"},

@@ -142,6 +142,7 @@ TEST_F(key_test, ExportsTheMatchingTypeOnly) {
     ASSERT_EQ(stat(path.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777U, 0600U);
     EXPECT_EQ(tcrypto_privkey_to_file(secret.get(), "/dev/full", PEM), -5);
+    EXPECT_EQ(tcrypto_privkey_to_file(secret.get(), folder().path().c_str(), PEM), -7);
 }
 
 TEST_F(key_test, TakesSymmetricKeysAsTheyAre) {

@@ -218,8 +218,9 @@ TEST_F(Library, BindingLogsWhyItFails) {
 }
 
 TEST_F(Library, UnusableDescriptorsAndOperationsThatOneLacksAreRefused) {
-    tcrypto_algorithm no_create = made_up("a"), no_sizes = made_up("a", 1);
+    tcrypto_algorithm no_create = made_up("a"), no_destroy = no_create, no_sizes = made_up("a", 1);
     no_create.ctx_create = nullptr;
+    no_destroy.ctx_destroy = nullptr;
     no_sizes.digest.digest_size = 8;
     const tcrypto_algorithm blank = made_up(" \t"), ninth = made_up("nine", 9);
     const struct {
@@ -227,6 +228,7 @@ TEST_F(Library, UnusableDescriptorsAndOperationsThatOneLacksAreRefused) {
         const char *text;
     } cases[] = {
         {&no_create, ""},
+        {&no_destroy, ""},
         {&no_sizes, ""},
         {&blank, "invalid algorithm name ' \t' ["},
         {&ninth, "invalid algorithm type '9' for 'nine' ["},
@@ -239,6 +241,7 @@ TEST_F(Library, UnusableDescriptorsAndOperationsThatOneLacksAreRefused) {
     ASSERT_EQ(tcrypto_digest_request("a", nullptr, 0, th_out(ctx)), 0);
     EXPECT_EQ(tcrypto_digest_init(ctx.get()), TCRYPTO_E_NO_FUNCTION);
     EXPECT_EQ(tcrypto_rng_instantiate(ctx.get(), nullptr, 0), TCRYPTO_E_ALGORITHM_TYPE);
+    EXPECT_EQ(register_algorithm(nullptr), TCRYPTO_E_PARAMETERS);
     for (const auto &c : cases) {
         testing::internal::CaptureStderr();
         EXPECT_EQ(register_algorithm(c.algorithm), TCRYPTO_E_PARAMETERS);

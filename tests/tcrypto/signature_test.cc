@@ -220,6 +220,11 @@ TEST_F(signature_test, RefusesOtherKeysAndForgetsTheLastOne) {
         EXPECT_EQ(tcrypto_signature_init(ctx.get(), secret.get(), &VERIFY), -303);
         EXPECT_EQ(tcrypto_signature_sigsize(ctx.get()), 0U);
     }
+    const tcrypto_ctx_ptr ctx = request("eddsa-pure");
+    static_cast<void>(sign(ctx, load("ed448", "ed448.pem"), MESSAGE));
+    const bytes second = sign(ctx, load("ed448", "other448.pem"), MESSAGE);
+    EXPECT_EQ(verify(ctx, load("ed448", "other448.pub.pem"), MESSAGE, second), MATCHES);
+    EXPECT_EQ(verify(ctx, load("ed448", "ed448.pub.pem"), MESSAGE, second), DIFFERS);
     EXPECT_EQ(tcrypto_signature_update(request("rsa-with-sha1").get(), "", 0), -412);
     EXPECT_EQ(tcrypto_signature_update(request("eddsa-pure").get(), "", 0), -402);
 }

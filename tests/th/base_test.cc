@@ -41,6 +41,7 @@ TEST(Base, Encodes) {
         {"room for two of three bytes", "abc", 6, 0, ENOBUFS, "6162\0"s, 2},
         {"raw fills six places with three bytes", "abc", 6, TH_BASE_RAW, 0, "616263", 3},
         {"an odd place stays free", "ab", 3, TH_BASE_RAW, ENOBUFS, "61", 1},
+        {"not even the terminator fits", "a", 0, 0, ENOBUFS, "", 0},
         {"only the terminator fits", "a", 1, 0, ENOBUFS, "\0"s, 0},
     };
     for (const codec_case &c : cases)
@@ -50,6 +51,7 @@ TEST(Base, Encodes) {
 TEST(Base, Decodes) {
     const codec_case cases[] = {
         {"both cases", "aBCd", 2, 0, 0, "\xab\xcd", 4},
+        {"upper case only", "ABab", 2, TH_BASE_UPPER, EBADMSG, "\xab", 2},
         {"lower case only", "abAB", 2, TH_BASE_LOWER, EBADMSG, "\xab", 2},
         {"a NUL ends text", "41\0zz"s, 9, 0, 0, "A", 3},
         {"a NUL is no digit in raw input", "41\0"s, 9, TH_BASE_RAW, EBADMSG, "A", 2},
@@ -83,6 +85,10 @@ TEST(Base, TellsTheLengthNeededAndRefusesUnknownParameters) {
     EXPECT_EQ(out_length, 10u);
     EXPECT_EQ(th_base_decode(nullptr, &out_length, "", &in_length, &text), 0);
     EXPECT_EQ(out_length, 2u);
+    EXPECT_EQ(th_base_encode(nullptr, nullptr, "", &in_length, &text), EINVAL);
+    EXPECT_EQ(th_base_encode(nullptr, &out_length, nullptr, &in_length, &text), EINVAL);
+    EXPECT_EQ(th_base_encode(nullptr, &out_length, "", nullptr, &text), EINVAL);
+    EXPECT_EQ(th_base_encode(nullptr, &out_length, "", &in_length, nullptr), EINVAL);
     in_length = SIZE_MAX / 2 + 1;
     EXPECT_EQ(th_base_encode(nullptr, &out_length, "", &in_length, &raw), EOVERFLOW);
 }
@@ -93,6 +99,7 @@ TEST(Error, SlotsKeepTheFirstOrTheLastErrorAndTextsErrno) {
         EXPECT_EQ(th_sticky_error(&first, error), error);
         EXPECT_EQ(th_sticky_error_last(&last, error), error);
     }
+    EXPECT_EQ(th_sticky_error(nullptr, 1) + th_sticky_error_last(nullptr, 1), 2 * EINVAL);
     EXPECT_EQ(first, ENOENT);
     EXPECT_EQ(last, EIO);
     errno = EIO;

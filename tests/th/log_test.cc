@@ -157,6 +157,10 @@ TEST(Log, UpdatesReachContextsAliveAndToCome) {
          "update=new:stderr=all,stderr=default,stderr|show=new|update=new:stderr=all|update=new:stderr="
          "default|update=new:stderr|show=new",
          "0x200000 5 5\n0x200000 5 5\n", ""},
+        {"a new context without level starts with the default one", "",
+         "update=default:stderr=error;new:stderr,stdout|new=new|show=new", "0x300000 3 5\n", ""},
+        {"names are cut at 32 characters, their NUL included", "",
+         "new=" + NAME_31 + "XYZ|show=" + NAME_31 + "|show=" + NAME_31 + "X", "0x200000 5 5\n", "= 2\n"},
         {"names are cleaned", "", "new=all|update=_ll:stdout|show=_ll|new=a b|show=a_b", "0x300000 5 5\n",
          "= 17\n= 2\n"},
         {"a variable in force locks", "TH_LOG_CONFIG_CTX=alpha:stdout",
@@ -261,6 +265,37 @@ TEST(Log, ChecksAndReadsBackWithoutWriting) {
     EXPECT_EQ(th_log_get_verbosity(&nobody, TH_LOG_STDERR, &level), ENOENT);
     EXPECT_EQ(captured([] { th_log_dump_context_config("new context", &test_log); }),
               "new context: test:xlog=default,xlog2=default,stderr=default,stdout=default\n");
+}
+
+TEST(Log, RefusesNull) {
+    const th_log_call_site site = {.flags = TH_LOG_ERROR, .context = &test_log};
+    const char *const none = nullptr;
+    char empty[] = "";
+    th_log_context *made = nullptr;
+    std::int32_t level = 0;
+    std::uint32_t bits = 0;
+    const int answers[] = {th_log_ex(&site, none),
+                           th_log_bin_ex(&site, nullptr, 0, none),
+                           th_log_context_create(nullptr, &made),
+                           th_log_context_create("", &made),
+                           th_log_context_create("new", nullptr),
+                           th_log_context_destroy(nullptr),
+                           th_log_context_normalize_name(nullptr),
+                           th_log_context_normalize_name(empty),
+                           th_log_update_config(nullptr),
+                           th_log_get_verbosity(nullptr, TH_LOG_STDERR, &level),
+                           th_log_get_verbosity(&test_log, TH_LOG_STDERR, nullptr),
+                           th_log_get_verbosity_by_name(nullptr, TH_LOG_STDERR, &level),
+                           th_log_get_verbosity_by_name("test", TH_LOG_STDERR, nullptr),
+                           th_log_get_destinations_by_name(nullptr, &bits),
+                           th_log_get_destinations_by_name("test", nullptr),
+                           th_log_dump_context_config(nullptr, &test_log),
+                           th_log_dump_context_config("title", nullptr)};
+    EXPECT_THAT(answers, testing::Each(EINVAL));
+    EXPECT_EQ(th_log_dump_context_config("title", &made), ENOENT);
+    EXPECT_EQ(th_log_get_verbosity_by_name("nobody", TH_LOG_STDERR, &level), ENOENT);
+    EXPECT_EQ(captured([&] { EXPECT_EQ(th_log_bin_ex(&site, nullptr, 0, "no bytes"), 0); }),
+              "test: no bytes\n");
 }
 
 TEST(Log, AbortsOnErrno) {

@@ -104,6 +104,48 @@ TEST_F(Slist, TakesNodesOfAnotherListByMergingOnly) {
     EXPECT_THAT(content(list), ElementsAre(1, 2));
 }
 
+TEST_F(Slist, RefusesNull) {
+    th_slist *none = nullptr;
+    th_slist_node *node = append(list, 1), *cursor = nullptr;
+    const std::uint64_t word = 1;
+    const auto compare = th_slist_compare_u64_data;
+    const auto callback = [](th_slist_node *, void *) { return 0; };
+    const int answers[] = {th_slist_create(nullptr),
+                           th_slist_append(nullptr, &word),
+                           th_slist_prepend(list, nullptr),
+                           th_slist_insert_after(nullptr, &word, node),
+                           th_slist_insert_after(list, &word, nullptr),
+                           th_slist_insert_before(nullptr, &word, node),
+                           th_slist_insert_before(list, &word, nullptr),
+                           th_slist_merge(nullptr, &list),
+                           th_slist_merge(list, nullptr),
+                           th_slist_merge(list, &none),
+                           th_slist_find(nullptr, &word, compare, &cursor),
+                           th_slist_find(list, nullptr, compare, &cursor),
+                           th_slist_find(list, &word, nullptr, &cursor),
+                           th_slist_find(list, &word, compare, nullptr),
+                           th_slist_remove(nullptr, node, nullptr),
+                           th_slist_remove(list, nullptr, nullptr),
+                           th_slist_remove_data(nullptr, &word, compare, nullptr),
+                           th_slist_remove_data(list, nullptr, compare, nullptr),
+                           th_slist_remove_data(list, &word, nullptr, nullptr),
+                           th_slist_remove_all(nullptr, nullptr),
+                           th_slist_foreach(nullptr, callback, nullptr),
+                           th_slist_foreach(list, nullptr, nullptr),
+                           th_slist_sort(nullptr, compare),
+                           th_slist_sort(list, nullptr)};
+    EXPECT_THAT(answers, testing::Each(EINVAL));
+    th_slist_destroy(nullptr, nullptr);
+    th_slist_destroy(&none, nullptr);
+    EXPECT_EQ(th_slist_get_count(none) + th_slist_get_data_u64(nullptr), 0u);
+    const void *pointers[] = {th_slist_get_last(none),           th_slist_get_next(nullptr),
+                              th_slist_get_previous(none, node), th_slist_get_previous(list, nullptr),
+                              th_slist_get_data(nullptr),        th_slist_get_data_vp(nullptr)};
+    EXPECT_THAT(pointers, testing::Each(nullptr));
+    EXPECT_EQ(th_slist_foreach(list, callback, nullptr), 0);
+    EXPECT_THAT(content(list), ElementsAre(1));
+}
+
 TEST_F(Slist, SortPutsTheEarliestOfEqualElementsLast) {
     fill({31, 12, 33, 24, 15, 36});
     EXPECT_EQ(th_slist_sort(list,

@@ -112,6 +112,26 @@ TEST_F(tree_test, NamesFromAnImageStayInTheirDirectory) {
               std::tuple("out/...", 2u, 0u, 0));
 }
 
+TEST_F(tree_test, NullIsNothing) {
+    char text[8] = "same";
+    EXPECT_EQ(mktfs_inode_create(nullptr, 2, "a", 1, MKTFS_INODE_FILE), EINVAL);
+    EXPECT_EQ(mktfs_inode_create(&fs.root, 2, nullptr, 1, MKTFS_INODE_FILE), EINVAL);
+    EXPECT_EQ(mktfs_inode_add(nullptr, &fs.root, "a") + mktfs_inode_add(&fs, nullptr, "a"), 2 * EINVAL);
+    EXPECT_EQ(mktfs_inode_add(&fs, &fs.root, nullptr), EINVAL);
+    mktfs_inode_full_path(nullptr, text, sizeof text);
+    mktfs_inode_full_path(&fs.root, nullptr, sizeof text);
+    mktfs_inode_full_path(&fs.root, text, 0);
+    EXPECT_STREQ(text, "same");
+    EXPECT_EQ(mktfs_filesystem_find_inode(nullptr, "a"), nullptr);
+    EXPECT_EQ(mktfs_filesystem_find_inode(&fs, nullptr), nullptr);
+    mktfs_inode_unlink(nullptr);
+    mktfs_inode_unlink(&fs.root);
+    mktfs_inode_free(nullptr);
+    mktfs_inode_release(nullptr);
+    mktfs_inode_init(nullptr);
+    mktfs_filesystem_free(nullptr);
+}
+
 TEST_F(tree_test, ManyChildrenStayOrderedAndQuick) {
     std::vector<int> order(MANY);
     std::iota(order.begin(), order.end(), 0);

@@ -81,6 +81,9 @@ TEST_F(placement, FindsOrDropsByTypeAndSource) {
     }
     EXPECT_EQ(outcome(MKTFS_INODE_FILE, "none", nullptr, MKTFS_INODE_INLINE), "file - 0 1");
     mktfs_backend_inode_add(nullptr, "x", "y");
+    EXPECT_EQ(mktfs_parse_search_paths(nullptr) + mktfs_resolve_search_path_inode(nullptr, &fs.root) +
+                  mktfs_resolve_search_path_inode("x", nullptr),
+              3 * EINVAL);
 }
 
 }  // namespace

@@ -119,4 +119,11 @@ TEST_F(damage, NoImageWithBytesMissingBeforeTheSuperblockIsAccepted) {
     }
 }
 
+TEST_F(damage, AnInputThatChangesItsSizeIsRefused) {
+    const log_capture log;
+    for (const std::size_t size : {4096u, 8191u, 12288u})
+        build(8192, {{'B', "4096"}, {'H', "sha256"}, {'S', "rsa-sha256"}, {'K', test_key("rsa.pem")}}, size);
+    EXPECT_NE(log.text().find("changed its size from '8192' to '4096'"), std::string::npos);
+}
+
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "engine_image.h"
 
@@ -55,6 +56,7 @@ TEST(Superblock, RefusesWhatContradictsTheFormat) {
         {"hash block of 2^31", [](ttd_superblock &sb) { sb.hblksize = 1U << 31; }, nullptr},
         {"no data", [](ttd_superblock &sb) { sb.fssize = 0; }, nullptr},
         {"2^32 blocks", [](ttd_superblock &sb) { sb.fssize = 512ULL << 32; }, nullptr},
+        {"tree of 2^32 bytes", [](ttd_superblock &sb) { sb.fssize = 68719469056; }, nullptr},
         {"2^64 - 1", [](ttd_superblock &sb) { sb.fssize = UINT64_MAX; }, nullptr},
         {"partition smaller than the inner image",
          [](ttd_superblock &sb) { sb.flags = 1, sb.totalsize = sb.fssize - 1; }, nullptr},
@@ -75,6 +77,14 @@ TEST(Superblock, RefusesWhatContradictsTheFormat) {
     }
 }
 
+TEST(Superblock, CodesOutsideTheTablesMeanNothing) {
+    for (const std::uint32_t code : {0U, 9U, UINT32_MAX})
+        EXPECT_EQ(ttd_hash_name(code), nullptr) << code;
+    for (const std::uint32_t code : {0U, 5U, UINT32_MAX})
+        EXPECT_EQ(ttd_sig_row(code), nullptr) << code;
+    EXPECT_EQ(ttd_hash_type("sha-256") + ttd_hash_type(nullptr) + ttd_sig_type(nullptr), 0U);
+}
+
 TEST(Superblock, FitsAnImageOnlyWhole) {
     engine_image good(4, 512);
     ttd_superblock sb = good.ctx.superblock;
@@ -82,6 +92,12 @@ TEST(Superblock, FitsAnImageOnlyWhole) {
     EXPECT_TRUE(ttd_superblock_fits(sb, good.ctx.info, size));
     EXPECT_FALSE(ttd_superblock_fits(sb, good.ctx.info, size - 1));
     EXPECT_FALSE(ttd_superblock_fits(sb, good.ctx.info, 100));
+    const std::uint64_t room = size - TTD_SUPERBLOCK_SIZE, fssize = std::exchange(sb.fssize, room + 1);
+    EXPECT_FALSE(ttd_superblock_fits(sb, good.ctx.info, size));
+    sb.fssize = fssize;
+    const std::uint64_t tree_offset = std::exchange(good.ctx.info.tree_offset, room + 1);
+    EXPECT_FALSE(ttd_superblock_fits(sb, good.ctx.info, size));
+    good.ctx.info.tree_offset = tree_offset;
     sb.flags = TTD_FLAG_PARTITION;
     sb.totalsize = size;
     EXPECT_TRUE(ttd_superblock_fits(sb, good.ctx.info, size));
@@ -193,7 +209,11 @@ TEST(Range, CutsAtTheDataEndAndAtTheMaximum) {
     EXPECT_EQ(ttd_setup_verify(&image.ctx, 5120, 1, 1, &untouched), 0);
     EXPECT_EQ(untouched.first, 7U);
     EXPECT_EQ(untouched.count, 0U);
+    EXPECT_EQ(ttd_setup_verify(&image.ctx, 700, 0, 1, &untouched), 0);
+    EXPECT_EQ(untouched.first, 7U);
     EXPECT_EQ(ttd_setup_verify(&image.ctx, -1, 1, 1, &untouched), EINVAL);
+    image.ctx.superblock.fssize = UINT64_MAX;
+    EXPECT_EQ(ttd_setup_verify(&image.ctx, 512LL << 32, 1, 1, &untouched), EINVAL);
 }
 
 void collect(void *arg, const ttd_mismatch *report) {
@@ -302,10 +322,29 @@ TEST(Verify, KnownBlocksAreNotReadAgain) {
     ASSERT_EQ(ttd_verify_range(&image.ctx, &all, digest, nullptr, nullptr, nullptr), 0);
     std::ranges::fill(image.image, std::uint8_t{0});
     talg_bitmap_set(known, 3);
+    ttd_range from_2 = all;
+    from_2.first = 2;
+    EXPECT_EQ(ttd_verify_block(&image.ctx, 5, &from_2, digest, nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(ttd_verify_block(&image.ctx, 3, &all, digest, nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(ttd_verify_block(&image.ctx, 4, &all, digest, nullptr, nullptr, nullptr), EIO);
     EXPECT_FALSE(image.is_verified(4));
+    talg_bitmap_set(known, 4);  // but not proven
+    EXPECT_EQ(ttd_verify_block(&image.ctx, 4, &all, digest, nullptr, nullptr, nullptr), EIO);
     talg_bitmap_destroy(known);
+}
+
+TEST(Verify, TheZeroHashIsForZeroDataBlocksOnly) {
+    engine_image image(4, 512);
+    const thread_digest digest(image.ctx);
+    ASSERT_EQ(ttd_hash_zero_block(&image.ctx, digest), 0);
+    for (const std::size_t length : {512U, 1024U})
+        for (const std::size_t other : {0UL, length / 2, length - 1, length}) {  // the last: none
+            std::vector<std::uint8_t> block(length + 1), fast(32), plain(32);
+            block[other] = 1;
+            ASSERT_EQ(ttd_hash_blocks(&image.ctx, block.data(), length, 1, digest, fast.data()), 0);
+            ASSERT_EQ(ttd_hash_block(&image.ctx, block.data(), length, digest, plain.data()), 0);
+            EXPECT_EQ(fast, plain) << other << " of " << length;
+        }
 }
 
 TEST(Verify, ReadErrorsFailTheirBlocksOnly) {

@@ -324,6 +324,26 @@ TEST_F(hostile, AProvingTreeDoesNotMakeUpForSizesOutsideTheFormat) {
     }
 }
 
+// A byte of a data block's hash, under a root that proves it, and a byte of that root.
+TEST_F(hostile, EveryByteOfAHashCounts) {
+    image_bytes good = larger(build(16384, options()));
+    set_options({{'K', test_key("ed25519.pub.pem")}});
+    apply(good, std::vector<change>{{&HBLKSIZE, 1024}});
+    forge_tree(good);
+    for (std::size_t byte = 0; byte < HASH; ++byte) {
+        image_bytes leaf = good, root = good;
+        leaf[16384 + 5 * HASH + byte] ^= 1;
+        std::ranges::copy(hash_at(leaf, 16384, 1024), superblock_of(leaf) + ROOTHASH.offset);
+        superblock_of(root)[ROOTHASH.offset + byte] ^= 1;
+        for (image_bytes *image : {&leaf, &root}) {
+            sign(*image);
+            EXPECT_EQ(verify(*image), EIO) << byte;
+        }
+    }
+    sign(good);
+    EXPECT_EQ(verify(good), 0);
+}
+
 TEST_F(hostile, ABlockSizeOfZeroEndsTheProcess) {
     image_bytes image = signed_with(images_[0], std::vector<change>{{&BLKSIZE, 0}});
     EXPECT_EXIT((void)verify(image), testing::ExitedWithCode(255),

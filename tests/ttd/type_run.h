@@ -55,8 +55,9 @@ protected:
             EXPECT_EQ(ttd_cmdopt_handler(opts, letter, argument.c_str()), 0) << argument;
     }
 
-    // Wraps `size` bytes that are the same in every run.
-    image_bytes build(std::size_t size, const option_list &options) {
+    // Wraps `size` bytes that are the same in every run.  An input that has another size
+    // when it comes to be read is refused.
+    image_bytes build(std::size_t size, const option_list &options, std::size_t size_later = 0) {
         set_options(options);
         std::mt19937 random(1);
         std::string inner(size, '\0');
@@ -68,7 +69,9 @@ protected:
         EXPECT_EQ(mktfs_filesystem_build_init(fs()), 0);
         ttd_register_log_fct(silence);
         EXPECT_EQ(mktfs_filesystem_parse(input.c_str()), 0);
-        EXPECT_EQ(mktfs_filesystem_build(fs(), output.get()), 0);
+        if (size_later != 0)
+            std::filesystem::resize_file(input, size_later);
+        EXPECT_EQ(mktfs_filesystem_build(fs(), output.get()), size_later != 0 ? EINVAL : 0);
         mktfs_filesystem_build_finit(fs());
         const std::uint8_t *bytes = mktfs_io_buf(output.get());
         return {bytes, bytes + mktfs_io_datasize(output.get())};
