@@ -14,7 +14,8 @@ namespace {
 class descriptor {
 public:
     // Without waiting for the other end of a pipe, which is refused anyway.
-    explicit descriptor(const char *path) : number_(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
+    explicit descriptor(const char *path)
+        : number_(static_cast<int>(TEMP_FAILURE_RETRY(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)))) {}
     descriptor(const descriptor &) = delete;
     descriptor &operator=(const descriptor &) = delete;
     ~descriptor() {

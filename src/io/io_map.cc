@@ -20,7 +20,8 @@ class source_file {
 public:
     // Never waits: a FIFO would block an open without O_NONBLOCK.
     explicit source_file(const char *path)
-        : descriptor_(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)), error_(descriptor_ < 0 ? errno : 0) {}
+        : descriptor_(static_cast<int>(TEMP_FAILURE_RETRY(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)))),
+          error_(descriptor_ < 0 ? errno : 0) {}
     ~source_file() {
         if (descriptor_ >= 0)
             close(descriptor_);

@@ -160,11 +160,12 @@ private:
     }
 
     [[nodiscard]] int write_message() {
-        errno = 0;
-        const ssize_t written = write(hash_file_.descriptor(), message_.data(), message_.size());
-        if (written == static_cast<ssize_t>(message_.size()))
+        mktfs_io_ptr file;
+        int err = mktfs_io_fd_create(hash_file_.descriptor(), th_out(file));
+        if (err == 0)
+            err = mktfs_io_write(file.get(), 0, message_.data(), message_.size());
+        if (err == 0)
             return 0;
-        const int err = errno != 0 ? errno : EIO;
         return MKTFS_FAIL(err, "ttd: error writing meta data hash to '%s' (%s)\n", hash_file_.path(),
                           strerror(err));
     }
