@@ -23,7 +23,6 @@ public:
     }
 
     [[nodiscard]] bool is_well_formed() const { return well_formed_; }
-    [[nodiscard]] std::uint64_t blocks() const { return blocks_; }
 
     // Whether every block of the inner image is proven.
     [[nodiscard]] bool proves() {

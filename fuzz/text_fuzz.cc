@@ -61,8 +61,7 @@ static void check_integer(int (*parse)(const char *, int, T *, std::size_t *), c
     T value = 77, partial = 77;
     std::size_t end = text.size() + 1;
     const int err = parse(text.c_str(), base, &value, nullptr);
-    const auto expected =
-        base <= 10 && base > 1 ? plain_number(text, base, limits::is_signed) : std::optional<wide>();
+    const auto expected = base > 1 && base <= 10 ? plain_number(text, base, limits::is_signed) : std::nullopt;
     if (expected || base == 10)
         check_result(err, value, T{77}, expected, limits::min(), limits::max());
     const int partial_err = parse(text.c_str(), base, &partial, &end);
@@ -140,14 +139,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::string text = std::string(reinterpret_cast<const char *>(data) + 1, size - 1).c_str();
     // Only valid bases: with others the sanitizer's strtoll leaves the end undefined.
     const int base = *data == '#' ? 10 : *data % 36 == 1 ? 36 : *data % 36;
-    check_integer(th_str_to_int8, text, base);
-    check_integer(th_str_to_uint8, text, base);
-    check_integer(th_str_to_int16, text, base);
-    check_integer(th_str_to_uint16, text, base);
-    check_integer(th_str_to_int32, text, base);
-    check_integer(th_str_to_uint32, text, base);
-    check_integer(th_str_to_int64, text, base);
-    check_integer(th_str_to_uint64, text, base);
+    const auto check_each = [&](auto... parse) { (check_integer(parse, text, base), ...); };
+    check_each(th_str_to_int8, th_str_to_int16, th_str_to_int32, th_str_to_int64, th_str_to_uint8,
+               th_str_to_uint16, th_str_to_uint32, th_str_to_uint64);
     check_units(text);
     const std::size_t line = text.find('\n');
     check_build_file_values(line == text.npos ? text : text.substr(line + 1), text.substr(0, line));

@@ -57,23 +57,17 @@ static void prepare() {
     }
 }
 
-static ttd_superblock superblock_of(const image_bytes &image) {
-    ttd_superblock superblock;
-    std::memcpy(&superblock, image.data() + image.size() - sizeof superblock, sizeof superblock);
-    return superblock;
-}
-
-static bool same_part(const image_bytes &a, const image_bytes &b, std::uint64_t from, std::uint64_t to) {
-    return to <= a.size() && to <= b.size() && std::memcmp(a.data() + from, b.data() + from, to - from) == 0;
-}
-
 // Partition mode leaves what lies behind the inner image, and its hashes, unproven.
 static bool has_signed_bytes(const image_bytes &image, const image_bytes &good) {
-    const ttd_superblock given = superblock_of(image), known = superblock_of(good);
-    const std::uint64_t tree_end =
-        (known.flags & TTD_FLAG_PARTITION) != 0 ? known.offset : good.size() - 4096;
-    return std::memcmp(&given, &known, TTD_SIGNED_SIZE) == 0 && same_part(image, good, 0, known.fssize) &&
-           same_part(image, good, known.offset, tree_end);
+    ttd_superblock known;
+    const std::size_t body = good.size() - sizeof known;
+    std::memcpy(&known, good.data() + body, sizeof known);
+    const std::size_t tree_end = (known.flags & TTD_FLAG_PARTITION) != 0 ? known.offset : body;
+    const auto same = [&](std::size_t from, std::size_t to) {
+        return std::equal(image.data() + from, image.data() + to, good.data() + from);
+    };
+    return image.size() >= good.size() && same(0, known.fssize) && same(known.offset, tree_end) &&
+           std::memcmp(image.data() + image.size() - sizeof known, &known, TTD_SIGNED_SIZE) == 0;
 }
 
 static void check(const std::uint8_t *data, std::size_t size) {

@@ -78,8 +78,8 @@ void on_ending_signal(int signal) {
 }
 
 void on_bus_error(int signal, siginfo_t *info, void *) {
-    static constexpr char message[] =
-        "mktfs: an input file changed or failed while it was read (Input/output error), run again when nothing writes to it\n";
+    static constexpr char message[] = "mktfs: an input file changed or failed while it was read "
+                                      "(Input/output error), run again when nothing writes to it\n";
     const bool raised_by_a_fault = info->si_code > 0;
     mktfs_progress_wipe();
     if (raised_by_a_fault && ::write(STDERR_FILENO, message, sizeof message - 1) < 0) {

@@ -121,18 +121,4 @@ TEST(CleanupDeathTest, ExitRemovesOnlyWhatIsStillPendingAndOurs) {
     EXPECT_TRUE(fs::exists("/dev/null"));
 }
 
-TEST(CleanupDeathTest, OpensTheStandardDescriptorsAndWaitsForChildren) {
-    EXPECT_EXIT(
-        {
-            ignore(SIGCHLD);
-            close(STDIN_FILENO);
-            close(STDOUT_FILENO);
-            close(STDERR_FILENO);
-            mktfs_cleanup_install();
-            const bool open_now = fcntl(0, F_GETFD) >= 0 && fcntl(1, F_GETFD) >= 0 && fcntl(2, F_GETFD) >= 0;
-            _exit(open_now && WEXITSTATUS(std::system("exit 4")) == 4 ? 3 : 9);
-        },
-        ExitedWithCode(3), "");
-}
-
 }  // namespace

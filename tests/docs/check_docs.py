@@ -1,17 +1,29 @@
 #!/usr/bin/env python3
-"""What the documents point to exists: relative links, and files of the project named in backquotes."""
+"""Holds documents and manual pages against the program and the tree: check_docs.py MKTFS
 
+What the documents point to exists: relative links, and files of the project named in backquotes.
+Every option of the usage texts has an entry in mktfs.1, and the reverse; so have the values that
+the texts list.  man, or else groff, formats every page without a warning.
+"""
+
+import os
 import re
+import shutil
+import subprocess
 import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent.parent
+PAGES = ROOT / "docs" / "man"
 LINK = re.compile(r"\]\((?!\w+:)([^)#]+)")
 # src/ttd/build.cc, tests/tree, fuzz: from a folder of the project on
 NAMED = re.compile(r"`((?:bench|cmake|docs|examples|fuzz|lib|scripts|src|tests|tools)(?:/[\w./-]+)?)`")
+USAGE_OPTION = re.compile(r"^  -([A-Za-z])", re.M)
+PAGE_OPTION = re.compile(r"^\.TP\n\.BI? \\-([A-Za-z])(?: |$)", re.M)
+VALUES = re.compile(r"\b(?:sha\d+(?:-\d+)?|blake\w+|(?:rsa|ecdsa|eddsa)-\w+)\b")
 
 
-def faults_of(document):
+def dead_links(document):
     text = document.read_text()
     for link in LINK.findall(text):
         if not (document.parent / link).exists():
@@ -21,11 +33,49 @@ def faults_of(document):
             yield f"{document.relative_to(ROOT)}: no {name}"
 
 
+def usage_faults(mktfs, page):
+    usage = "".join(subprocess.run([mktfs, *arguments], check=True, capture_output=True, text=True).stdout
+                    for arguments in (["-h"], ["ttd", "-h"]))
+    page_text = page.replace("\\-", "-").replace("\\e", "\\")
+    entries = PAGE_OPTION.findall(page)
+    for letter in sorted(set(USAGE_OPTION.findall(usage)) ^ set(entries)):
+        yield f"-{letter} is in the usage or in mktfs.1 only"
+    for letter in sorted(set(entries)):
+        if entries.count(letter) > 1:
+            yield f"-{letter} has two entries in mktfs.1"
+    for value in sorted(set(VALUES.findall(usage))):
+        if not re.search(rf"(?<![\w-]){re.escape(value)}(?![\w-])", page_text):
+            yield f"{value} is missing in mktfs.1"
+
+
+def formatter():
+    """The command that formats a page and prints its warnings, or None."""
+    if shutil.which("man"):
+        return ["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z"]
+    return ["groff", "-ww", "-t", "-man", "-Tutf8", "-z"] if shutil.which("groff") else None
+
+
+def warnings(page):
+    command = formatter()
+    if not command:
+        print("neither man nor groff is here: pages not formatted")
+        return
+    result = subprocess.run([*command, page], capture_output=True, text=True, check=False,
+                            env={**os.environ, "LC_ALL": "C.UTF-8", "MANWIDTH": "80"})
+    if result.returncode != 0 or result.stderr:
+        yield f"{page.name}: status {result.returncode}\n{result.stderr}"
+
+
 def main():
+    faults = list(usage_faults(Path(sys.argv[1]).resolve(), (PAGES / "mktfs.1").read_text()))
+    pages = sorted(PAGES.glob("*.[1-8]"))
+    for page in pages:
+        faults += warnings(page)
     documents = [*ROOT.glob("*.md"), *ROOT.glob("docs/*.md"), *ROOT.glob("examples/*.md")]
-    faults = [fault for document in documents for fault in faults_of(document)]
-    print("\n".join(faults) or f"{len(documents)} documents point to what exists")
-    return 1 if faults or not documents else 0
+    for document in documents:
+        faults += dead_links(document)
+    print("\n".join(faults) or f"{len(pages)} pages agree, {len(documents)} documents point to what exists")
+    return 1 if faults or not pages or not documents else 0
 
 
 if __name__ == "__main__":

@@ -25,8 +25,12 @@ expect_good() { # image
     mktfs ttd -x -f -o extracted "$1"
     cmp rootfs.squashfs extracted/fs.img
 }
-expect_refused() { # command...
+expect_refused() { # image that must not stay, command...
+    local image=$1
+    shift
+    rm -f "$image"
     if "$@" >log 2>&1; then fail "accepted: $*"; fi
+    [ ! -e "$image" ] || fail "a bad image stays: $*"
 }
 
 echo "make"
@@ -39,10 +43,8 @@ make -s -f "$examples/make/Makefile" clean
 sign='openssl pkeyutl -sign -rawin -inkey key.pem -in <hashfile> -out <sigfile> || kill -s TERM $$PPID'
 make -s -f "$examples/make/Makefile" RELEASE=3 SIGN="$sign"
 cmp rootfs.ttd first.ttd
-make -s -f "$examples/make/Makefile" clean
-expect_refused make -s -f "$examples/make/Makefile" SIGN="${sign/key.pem/missing.pem}"
-expect_refused make -s -f "$examples/make/Makefile" KEY=wrong.pem
-[ ! -e rootfs.ttd ] || fail "make keeps a bad image"
+expect_refused rootfs.ttd make -s -f "$examples/make/Makefile" SIGN="${sign/key.pem/missing.pem}"
+expect_refused rootfs.ttd make -s -f "$examples/make/Makefile" KEY=wrong.pem
 
 echo "cmake"
 cmake -S "$examples/cmake" -B cmake -DROOTFS=rootfs.squashfs -DKEY=key.pem -DPUBLIC_KEY=key.pub.pem >/dev/null
@@ -50,22 +52,18 @@ cmake --build cmake >/dev/null
 expect_good cmake/rootfs.ttd
 expect_good cmake/rootfs_partition.ttd
 [ "$(stat -c %s cmake/rootfs_partition.ttd)" -eq 8388608 ] || fail "the partition has another size"
-rm cmake/rootfs.ttd
 cmake -S "$examples/cmake" -B cmake -DKEY="$PWD/wrong.pem" >/dev/null
-expect_refused cmake --build cmake
-[ ! -e cmake/rootfs.ttd ] || fail "cmake keeps a bad image"
+expect_refused cmake/rootfs.ttd cmake --build cmake
 
 echo "buildroot"
 TTD_RELEASE=9 "$examples/buildroot/post-image.sh" . key.pem key.pub.pem >/dev/null
 expect_good rootfs.ttd
-rm rootfs.ttd
-expect_refused "$examples/buildroot/post-image.sh" . wrong.pem key.pub.pem
-[ ! -e rootfs.ttd ] || fail "the script keeps a bad image"
+expect_refused rootfs.ttd "$examples/buildroot/post-image.sh" . wrong.pem key.pub.pem
 
 echo "ci"
 "$examples/ci/build-and-verify.sh" rootfs.squashfs key.pem key.pub.pem ci.ttd >/dev/null
 expect_good ci.ttd
-expect_refused "$examples/ci/build-and-verify.sh" rootfs.squashfs wrong.pem key.pub.pem ci.ttd
+! "$examples/ci/build-and-verify.sh" rootfs.squashfs wrong.pem key.pub.pem ci.ttd >log 2>&1 || fail "ci accepts a wrong key"
 
 echo "yocto: the function of the class"
 wrap() { # VARIABLE=value...
@@ -83,9 +81,7 @@ expect_good rootfs.squashfs.ttd
 wrap TTD_PUBLIC_KEY=key.pub.pem TTD_PARTITION_SIZE=1048576 TTD_DIGEST=sha512 TTD_SIGN_COMMAND="'${sign/\$\$/\$}'" \
     >/dev/null
 expect_good rootfs.squashfs.ttd
-rm rootfs.squashfs.ttd
-expect_refused wrap TTD_KEY=wrong.pem TTD_PUBLIC_KEY=key.pub.pem
-[ ! -e rootfs.squashfs.ttd ] || fail "the class keeps a bad image"
+expect_refused rootfs.squashfs.ttd wrap TTD_KEY=wrong.pem TTD_PUBLIC_KEY=key.pub.pem
 
 echo "genimage: the image is the partition that the table names"
 mkdir input empty

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """An independent model of ttd images: what an image must hold, worked out from its input and options.
 
-As a command it writes the expected image, checks a built one, or prints the statistics of -C.
+As a command it checks a built one.
 """
 
 import argparse
@@ -22,7 +22,6 @@ MAGIC, VERSION, PARTITION_FLAG = 0xC5C6C7C8, 1, 1
 SIGNED_FIELDS = struct.Struct("<6I3Q2I128sQI64s")
 assert SIGNED_FIELDS.size == SIGNED_SIZE
 U32 = 0xFFFFFFFF
-U64 = 0xFFFFFFFFFFFFFFFF
 
 
 class Digest(NamedTuple):
@@ -86,10 +85,6 @@ class Geometry:
         return sum(self.levels) & U32
 
     @property
-    def total_hashes(self):
-        return self.hashes_per_block * self.hash_blocks & U32
-
-    @property
     def tree_size(self):
         return self.hash_blocks * self.block_size & U32
 
@@ -97,32 +92,9 @@ class Geometry:
     def meta_size(self):
         return self.tree_size + SUPERBLOCK_SIZE
 
-    @property
-    def wasted(self):
-        return self.tree_size - (self.total_hashes * self.hash_size & U32) & U64
-
     def level_offset(self, level):
         """Bytes from the start of the tree: the highest level comes first."""
         return sum(self.levels[level + 1:]) * self.block_size
-
-    def statistics(self, partition=False, salt=b""):
-        """The text that the calculation prints."""
-        rows = [("raw size", f"{self.covered} bytes"), ("block size", f"{self.block_size} bytes"),
-                ("raw blocks", self.raw_blocks), ("hash block size", f"{self.block_size} bytes"),
-                ("hash size", f"{self.hash_size} bytes"), ("hashes per block", self.hashes_per_block),
-                ("tree levels", len(self.levels)), ("total hashes", self.total_hashes),
-                ("hash blocks", self.hash_blocks)]
-        rows += [(f"  level {level}", f"{count} blocks") for level, count in enumerate(self.levels)]
-        rows += [("meta data size", f"{self.meta_size} bytes"), ("wasted space", f"{self.wasted} bytes")]
-        if partition:
-            rows += [("max fs size", f"{self.covered - self.meta_size & U64} bytes"),
-                     ("total space", f"{self.covered} bytes")]
-        else:
-            rows += [("total space", f"{self.covered + self.meta_size & U64} bytes")]
-        if salt:
-            rows += [("salt", salt.hex()), ("salt size", f"{len(salt)} bytes")]
-        lines = "".join(f"{name + ':':<20}{value}\n" for name, value in rows)
-        return f"\nTTD Merkle Tree Meta Data Statistics\n\n{lines}\n"
 
 
 def build_tree(area, geometry, salted):
@@ -219,27 +191,11 @@ def main():
     parser.add_argument("-P", dest="partition", type=int)
     parser.add_argument("-M", dest="meta_only", action="store_true")
     parser.add_argument("-R", dest="rollback", type=int, default=0)
-    parser.add_argument("-C", dest="size", type=int, help="print the statistics of an input of this size")
-    parser.add_argument("-o", dest="output", type=Path, help="write the expected image here")
-    parser.add_argument("--signature-file", type=Path, help="the signature to put into the image")
-    parser.add_argument("--check", type=Path, metavar="IMAGE", help="compare this image")
-    parser.add_argument("input", nargs="?", type=Path)
+    parser.add_argument("--check", type=Path, metavar="IMAGE", required=True)
+    parser.add_argument("input", type=Path)
     args = parser.parse_args()
     options = Options(**{name: getattr(args, name) for name in Options.__dataclass_fields__})
-    if args.size is not None:
-        partition = args.partition is not None
-        geometry = Geometry(args.partition if partition else args.size, args.block_size,
-                            DIGESTS[args.digest].size)
-        sys.stdout.write(geometry.statistics(partition, args.salt))
-        return
-    if args.input is None:
-        parser.error("an input file is needed")
-    data = args.input.read_bytes()
-    if args.check:
-        check(args.check.read_bytes(), data, options)
-    if args.output:
-        signature = args.signature_file.read_bytes() if args.signature_file else b""
-        args.output.write_bytes(expect(data, options).image(signature))
+    check(args.check.read_bytes(), args.input.read_bytes(), options)
 
 
 if __name__ == "__main__":

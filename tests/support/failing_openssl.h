@@ -1,6 +1,5 @@
 // The calls of OpenSSL and libb2 that our code makes, each of which fails when fails()
-// says so.  For one source of a program that CMake's mktfs_fail_openssl() links: it reads
-// the names below and has the linker turn calls of NAME into __wrap_NAME.
+// says so.  CMake's mktfs_fail_openssl() reads the names below.
 #pragma once
 
 #include <blake2.h>
@@ -10,15 +9,8 @@
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
-// Whether the call that asks has to fail.  The program defines it.
-bool fails();
+#include "support/failing_calls.h"
 
-#define FAILING(result, name, failure, parameters, ...)                                                      \
-    extern "C" result __real_##name parameters;                                                              \
-    extern "C" result __wrap_##name parameters;                                                              \
-    extern "C" result __wrap_##name parameters {                                                             \
-        return fails() ? failure : __real_##name(__VA_ARGS__);                                               \
-    }
 using uchar = unsigned char;
 using md_name = const char *;
 using md_params = const OSSL_PARAM *;

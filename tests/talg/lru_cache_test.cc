@@ -4,7 +4,10 @@
 #include <cerrno>
 #include <random>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "support/null_arguments.h"
 
 namespace {
 
@@ -45,11 +48,10 @@ protected:
 }  // namespace
 
 TEST_F(LruCache, FailedSetLeavesTheEntryAndTheCacheAlone) {
+    EXPECT_THAT(answers_to_null(talg_lru_cache_create, &cache, masked_hash, compare_keys, nullptr, 0, 1, 0),
+                testing::Each(EINVAL));
     EXPECT_EQ(talg_lru_cache_create(&cache, masked_hash, compare_keys, nullptr, 0, 0, 0), EINVAL);
     EXPECT_EQ(talg_lru_cache_create(&cache, masked_hash, compare_keys, nullptr, 33, 1, 0), EINVAL);
-    EXPECT_EQ(talg_lru_cache_create(&cache, nullptr, compare_keys, nullptr, 0, 1, 0), EINVAL);
-    EXPECT_EQ(talg_lru_cache_create(&cache, masked_hash, nullptr, nullptr, 0, 1, 0), EINVAL);
-    EXPECT_EQ(talg_lru_cache_create(nullptr, masked_hash, compare_keys, nullptr, 0, 1, 0), EINVAL);
     talg_list_node *node = nullptr;
     EXPECT_EQ(set(&outsider) + talg_lru_cache_get(cache, &node, &outsider.key), 2 * EINVAL);
     EXPECT_EQ(talg_lru_cache_foreach(cache, collect_key, nullptr), EINVAL);
@@ -58,9 +60,8 @@ TEST_F(LruCache, FailedSetLeavesTheEntryAndTheCacheAlone) {
     EXPECT_EQ(set(&outsider), ERANGE);
     EXPECT_EQ(talg_lru_cache_set(cache, nullptr, &outsider.key), EINVAL);
     EXPECT_EQ(talg_lru_cache_foreach(cache, nullptr, nullptr), EINVAL);
-    EXPECT_EQ(talg_lru_cache_foreach(
-                  cache, [](auto *, void *) { return 9; }, nullptr),
-              9);
+    const auto stop = [](talg_list_node *, void *) { return 9; };
+    EXPECT_EQ(talg_lru_cache_foreach(cache, stop, nullptr), 9);
     EXPECT_EQ(order(), key_list{0});
 }
 
@@ -77,9 +78,7 @@ TEST_F(LruCache, EvictsTheLeastRecentlyUsedEntry) {
                 ASSERT_EQ(entry != nullptr, present);
                 if (!entry)
                     continue;
-                if (i % 2 == 0) {
-                    ASSERT_EQ(set(entry), 0);
-                }
+                ASSERT_EQ(i % 2 == 0 ? set(entry) : 0, 0);
             } else {
                 ASSERT_EQ(set(new keyed_record{key}), 0);
                 if (present)

@@ -62,18 +62,26 @@ protected:
         return folder() / name;
     }
 
-    static tcrypto_ctx_ptr keygen(const char *name) {
+    static tcrypto_ctx_ptr request(std::uint32_t kind, const std::string &name) {
         tcrypto_ctx_ptr ctx;
-        EXPECT_EQ(tcrypto_keygen_request(name, nullptr, 0, th_out(ctx)), 0) << name;
+        const int rc = tcrypto_request_algorithm(kind, name.c_str(), nullptr, 0, th_out(ctx));
+        EXPECT_EQ(rc == 0, ctx != nullptr) << name;
         return ctx;
     }
-    // The public half for a name with ".pub.", else the private one.
-    static tcrypto_key_ptr load(const char *generator, const std::string &name) {
-        const auto type = name.find(".pub.") != name.npos ? TCRYPTO_KEY_PUBLIC : TCRYPTO_KEY_PRIVATE;
+    static tcrypto_ctx_ptr keygen(const std::string &name) { return request(TCRYPTO_KEYGEN, name); }
+    static tcrypto_key_ptr load(const std::string &generator, const std::string &name, std::uint32_t type,
+                                std::uint32_t format) {
         const std::string path = key_file(name);
+        const tcrypto_ctx_ptr ctx = keygen(generator);
         tcrypto_key_ptr key;
-        EXPECT_EQ(tcrypto_load_key_from_file(keygen(generator).get(), th_out(key), path.c_str(), type, 3), 0)
-            << name;
+        const int rc =
+            !ctx ? -1 : tcrypto_load_key_from_file(ctx.get(), th_out(key), path.c_str(), type, format);
+        EXPECT_EQ(rc == 0, key != nullptr) << name;
         return key;
+    }
+    // The public half for a name with ".pub.", else the private one.
+    static tcrypto_key_ptr load(const std::string &generator, const std::string &name) {
+        const auto type = name.find(".pub.") != name.npos ? TCRYPTO_KEY_PUBLIC : TCRYPTO_KEY_PRIVATE;
+        return load(generator, name, type, TCRYPTO_FORMAT_PEM);
     }
 };

@@ -13,18 +13,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <map>
 #include <string>
 #include <unistd.h>
 
 #include "th/log.h"
-
-namespace {
-
-bool wants_edges(int argc, char **argv) {
-    return argc > 1 && std::strcmp(argv[1], "edges") == 0;
-}
-
-}  // namespace
 
 TH_LOG_CONTEXT_DEFINE(alpha, "alpha");
 TH_LOG_CONTEXT_DEFINE(beta, "beta");
@@ -36,7 +29,7 @@ bool log_at_the_end = false;
 
 // glibc passes the arguments to constructors; 101 is before every other one.
 [[gnu::constructor(101)]] void log_early(int argc, char **argv) {
-    log_at_the_end = wants_edges(argc, argv);
+    log_at_the_end = argc > 1 && std::strcmp(argv[1], "edges") == 0;
     if (log_at_the_end)
         TH_LOG(alpha, TH_LOG_ERROR, "early\n");
 }
@@ -46,18 +39,17 @@ bool log_at_the_end = false;
         TH_LOG(alpha, TH_LOG_ERROR, "late\n");
 }
 
-void report(int result) {
-    if (result != 0)
-        std::fprintf(stderr, "= %d\n", result);
-}
-
-int log_message(const std::string &name, const std::string &flags, const char *text) {
+int log_message(const std::string &argument) {
+    const std::size_t first = argument.find(':');
+    const std::size_t second = argument.find(':', first + 1);
+    const std::string name = argument.substr(0, first);
+    const char *text = argument.c_str() + second + 1;
     if (name == "null")
         return th_log_ex(nullptr, "%s\n", text);
     const th_log_call_site site = {
         .line = 7,
         .file = "some/dir/probe.cc",
-        .flags = std::strtoull(flags.c_str(), nullptr, 0),
+        .flags = std::strtoull(argument.c_str() + first + 1, nullptr, 0),
         .context = name == "alpha"  ? &alpha
                    : name == "beta" ? &beta
                                     : &gamma_log,
@@ -77,35 +69,30 @@ int show(const char *name) {
     return 0;
 }
 
-int run(const std::string &argument) {
-    const std::size_t colon = argument.find(':');
+const std::map<std::string, int (*)(const char *)> VERBS = {
+    {"new", [](const char *name) { return th_log_context_create(name, &gamma_log); }},
+    {"update", th_log_update_config},
+    {"cl", [](const char *) { return th_log_set_cl_mode(); }},
+    {"show", show},
+    {"full", [](const char *) { return dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO) < 0 ? -1 : 0; }},
+    {"edges", [](const char *) { return 0; }},
+    {"clash", [](const char *) { return th_log_registration("other", &alpha), 0; }},
+};
+
+void run(const std::string &argument) {
     const std::size_t equals = argument.find('=');
-    const std::string verb = argument.substr(0, equals);
+    const auto verb = VERBS.find(argument.substr(0, equals));
     const char *value = equals == argument.npos ? "" : argument.c_str() + equals + 1;
-    if (verb == "new")
-        return th_log_context_create(value, &gamma_log);
-    if (verb == "update")
-        return th_log_update_config(value);
-    if (verb == "cl")
-        return th_log_set_cl_mode();
-    if (verb == "show")
-        return show(value);
-    if (verb == "full")
-        return dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO) < 0;
-    if (verb == "edges")
-        return 0;
-    if (verb == "clash")
-        return (th_log_registration("other", &alpha), 0);
-    const std::size_t second = argument.find(':', colon + 1);
-    return log_message(argument.substr(0, colon), argument.substr(colon + 1, second - colon - 1),
-                       argument.c_str() + second + 1);
+    const int result = verb == VERBS.end() ? log_message(argument) : verb->second(value);
+    if (result != 0)
+        std::fprintf(stderr, "= %d\n", result);
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
     for (int i = 1; i < argc; i++)
-        report(run(argv[i]));
+        run(argv[i]);
     th_log_context_destroy(&gamma_log);
     return 0;
 }

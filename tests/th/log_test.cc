@@ -2,89 +2,59 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <string>
-#include <sys/mman.h>
+#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
+
+#include "support/null_arguments.h"
+#include "support/stderr_of.h"
+#include "support/temp_dir.h"
 
 TH_LOG_CONTEXT_DEFINE(test_log, "test");
 
 namespace {
 
-using strings = std::vector<std::string>;
+// The numbers of threads, and of lines in other files, become N.
+std::string without_numbers(std::string text) {
+    for (const std::string_view mark : {"[", "log_state.cc(", "log_probe.cc("}) {
+        for (std::size_t at = text.find(mark); at != text.npos; at = text.find(mark, at)) {
+            at += mark.size();
+            const std::size_t end = text.find_first_not_of("0123456789", at);
+            if (end != text.npos && end != at && (text[end] == ']' || text[end] == ')'))
+                text.replace(at, end - at, "N");
+        }
+    }
+    return text;
+}
 
 struct probe_result {
     std::string out, err;
-    int status = -1;
+    int status;
 };
 
-std::vector<char *> pointers(strings &texts) {
-    std::vector<char *> list(texts.size() + 1);
-    for (std::size_t i = 0; i < texts.size(); i++)
-        list[i] = texts[i].data();
-    return list;
-}
-
-std::string read_all(int fd) {
-    std::string text(static_cast<std::size_t>(lseek(fd, 0, SEEK_END)), '\0');
-    EXPECT_EQ(pread(fd, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
-    close(fd);
-    return text;
-}
-
-std::string without_numbers(std::string text, std::string_view mark, char stop) {
-    for (std::size_t at = text.find(mark); at != text.npos; at = text.find(mark, at)) {
-        at += mark.size();
-        const std::size_t end = text.find_first_not_of("0123456789", at);
-        if (end != text.npos && end != at && text[end] == stop)
-            text.replace(at, end - at, "N");
-    }
-    return text;
-}
-
-probe_result run_probe(strings environment, strings arguments) {
-    arguments.insert(arguments.begin(), TH_LOG_PROBE);
-    const std::vector<char *> argv = pointers(arguments);
-    const std::vector<char *> envp = pointers(environment);
-    const int out = memfd_create("out", 0);
-    const int err = memfd_create("err", 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(out, STDOUT_FILENO);
-        dup2(err, STDERR_FILENO);
-        execve(TH_LOG_PROBE, argv.data(), envp.data());
-        _exit(127);
-    }
-    probe_result result;
-    waitpid(child, &result.status, 0);
-    result.out = read_all(out);
-    result.err = without_numbers(without_numbers(read_all(err), "[", ']'), "log_state.cc(", ')');
-    result.err = without_numbers(result.err, "log_probe.cc(", ')');
-    return result;
-}
-
-strings split(const std::string &text) {
-    std::istringstream in(text);
-    strings parts;
-    for (std::string part; std::getline(in, part, '|');)
-        parts.push_back(part);
-    return parts;
-}
-
 // Environment and arguments are divided by "|".
+probe_result run_probe(const std::string &environment, const std::string &arguments) {
+    static const temp_dir folder;
+    const std::string command = "cd '" + folder.path() + "' && set -f && IFS='|' && e='" + environment +
+                                "' && a='" + arguments + "' && exec env -i $e " TH_LOG_PROBE " $a >out 2>err";
+    const int status = std::system(command.c_str());
+    return {read_file(folder / "out"), without_numbers(read_file(folder / "err")), status};
+}
+
 struct probe_case {
     const char *name;
     std::string environment, arguments;
-    const char *out, *err;
+    const char *out;
+    std::string err;
 };
 
 void check(const probe_case &c) {
     SCOPED_TRACE(c.name);
-    const probe_result result = run_probe(split(c.environment), split(c.arguments));
+    const probe_result result = run_probe(c.environment, c.arguments);
     EXPECT_EQ(result.out, c.out);
     EXPECT_EQ(result.err, c.err);
     EXPECT_EQ(result.status, 0);
@@ -92,7 +62,7 @@ void check(const probe_case &c) {
 
 const std::string NAME_31(31, 'n');
 
-TEST(Log, EnvironmentChoosesDestinations) {
+TEST(Log, EnvironmentThenUpdatesThenCommandLineMode) {
     const probe_case cases[] = {
         {"notices and worse go to stderr", "", "alpha:3:bad|beta:5:note|alpha:6:info|alpha:0:info|null::info",
          "", "alpha: bad [probe.cc(7)]\nbeta: note [probe.cc(7)]\n"},
@@ -116,35 +86,6 @@ TEST(Log, EnvironmentChoosesDestinations) {
         {"contexts need not exist", "", "edges", "",
          "default: early [log_probe.cc(N)]\n"
          "default: late [log_probe.cc(N)]\n"},
-    };
-    for (const probe_case &c : cases)
-        check(c);
-}
-
-TEST(Log, RefusedVariablesBringTheDefaultsBack) {
-    const auto refused = [](const std::string &value, const std::string &reason) {
-        return "th: TH_LOG_CONFIG_CTX environment variable error ('" + value + "') (" + reason +
-               ") [log_state.cc(N)]\n";
-    };
-    const std::string invalid = "22, Invalid argument";
-    for (const char *value : {"x:stderr=loud", "x:stdlog", "x y:stderr", "", "alpha:stdout;", ":stdout",
-                              "alpha:stdout,", "x:~stderr=default", "x:~default"}) {
-        check({value, std::string("TH_LOG_CONFIG_CTX=") + value,
-               "show=alpha|update=alpha:stdout=info|show=alpha", "0x200000 5 5\n0x300000 5 6\n",
-               refused(value, invalid).c_str()});
-    }
-    const std::string entries = NAME_31 + ":stdout;" + NAME_31 + "n" + ":stdout";
-    check({"a name of 32 characters", "TH_LOG_CONFIG_CTX=" + entries, "show=" + NAME_31, "",
-           (refused(entries, "36, File name too long") + "= 2\n").c_str()});
-    check({"the second variable's fault undoes the first",
-           "TH_LOG_CONFIG_CTX=all:stdout=info|TH_LOG_CONFIG_CTX__th_log_probe=?", "show=alpha",
-           "0x200000 5 5\n",
-           "th: TH_LOG_CONFIG_CTX__th_log_probe environment variable error ('?') (22, Invalid argument) "
-           "[log_state.cc(N)]\n"});
-}
-
-TEST(Log, UpdatesReachContextsAliveAndToCome) {
-    const probe_case cases[] = {
         {"template of its own name before the one of all", "",
          "update=all:stderr=info;new:stderr=debug1|new=new|show=new|show=alpha|show=all",
          "0x200000 7 5\n0x200000 6 5\n0x200000 6 5\n", ""},
@@ -167,13 +108,6 @@ TEST(Log, UpdatesReachContextsAliveAndToCome) {
          "update=alpha:stdout=all|update=?|show=alpha", "0x300000 5 5\n", "= 1\n= 1\n"},
         {"unless told otherwise", "TH_LOG_CONFIG_CTX=alpha:stdout|TH_LOG_CONFIG_LOCKED=0",
          "update=alpha:stdout=all|show=alpha", "0x300000 5 255\n", ""},
-    };
-    for (const probe_case &c : cases)
-        check(c);
-}
-
-TEST(Log, CommandLineModeStartsAgain) {
-    const probe_case cases[] = {
         {"its variables apply even where locked",
          "TH_LOG_CONFIG_CTX=beta:stdout=all|TH_LOG_CONFIG_CTX_CL=alpha:stdout|TH_LOG_CONFIG_CTX_CL__th_log_"
          "probe=alpha:stdout=debug1",
@@ -187,21 +121,36 @@ TEST(Log, CommandLineModeStartsAgain) {
         check(c);
 }
 
+TEST(Log, RefusedVariablesBringTheDefaultsBack) {
+    const auto refused = [](const std::string &value, const std::string &reason) {
+        return "th: TH_LOG_CONFIG_CTX environment variable error ('" + value + "') (" + reason +
+               ") [log_state.cc(N)]\n";
+    };
+    const std::string invalid = "22, Invalid argument";
+    for (const char *value : {"x:stderr=loud", "x:stdlog", "x y:stderr", "", "alpha:stdout;", ":stdout",
+                              "alpha:stdout,", "x:~stderr=default", "x:~default"}) {
+        check({value, std::string("TH_LOG_CONFIG_CTX=") + value,
+               "show=alpha|update=alpha:stdout=info|show=alpha", "0x200000 5 5\n0x300000 5 6\n",
+               refused(value, invalid)});
+    }
+    const std::string entries = NAME_31 + ":stdout;" + NAME_31 + "n" + ":stdout";
+    check({"a name of 32 characters", "TH_LOG_CONFIG_CTX=" + entries, "show=" + NAME_31, "",
+           refused(entries, "36, File name too long") + "= 2\n"});
+    check({"the second variable's fault undoes the first",
+           "TH_LOG_CONFIG_CTX=all:stdout=info|TH_LOG_CONFIG_CTX__th_log_probe=?", "show=alpha",
+           "0x200000 5 5\n",
+           "th: TH_LOG_CONFIG_CTX__th_log_probe environment variable error ('?') (22, Invalid argument) "
+           "[log_state.cc(N)]\n"});
+}
+
 TEST(Log, AbortsWhenTwoNamesShareAVariable) {
-    const probe_result result = run_probe({}, {"clash"});
+    const probe_result result = run_probe("", "clash");
     EXPECT_EQ(WTERMSIG(result.status), SIGABRT);
     EXPECT_EQ(result.err,
               "th log context creation failed for 'other', aborting (17, File exists)\n"
               "A context at that address exists with a different context name.  Define a unique "
               "TH_LOG_USER_CONTEXT_VAR in your static libraries' make file to avoid this.  Refer to TH "
               "documentation for more details.\ncontext name was: alpha\n");
-}
-
-template <class Log>
-std::string captured(Log log) {
-    testing::internal::CaptureStderr();
-    log();
-    return testing::internal::GetCapturedStderr();
 }
 
 TEST(Log, EndsLinesWithTheirLocation) {
@@ -221,14 +170,14 @@ TEST(Log, EndsLinesWithTheirLocation) {
         th_log_call_site site = c.site;
         site.flags |= TH_LOG_ERROR;
         site.context = &test_log;
-        const std::string line = captured([&] {
+        const std::string line = stderr_of([&] {
             errno = EIO;
             EXPECT_EQ(th_log_ex(&site, "\tm %d %% \t\n\n", 5), 0);
             EXPECT_EQ(errno, EIO);
         });
         const bool names_thread = line.find(std::to_string(gettid()) + "]") != line.npos;
         EXPECT_EQ(names_thread, (site.flags & TH_LOG_FLAG_THREAD_ID) != 0);
-        EXPECT_EQ(without_numbers(line, "[", ']'), "test: \tm 5 %" + c.location + "\n");
+        EXPECT_EQ(without_numbers(line), "test: \tm 5 %" + c.location + "\n");
     }
 }
 
@@ -238,11 +187,11 @@ TEST(Log, WritesMessagesOfEveryLengthWhole) {
     for (const unsigned length : {0u, 1007u, 1008u, 1009u, 5000u, 100000u, 2000u}) {
         SCOPED_TRACE(length);
         const std::string text(length, 'x');
-        EXPECT_EQ(captured([&] { th_log_ex(&site, "%s\n", text.c_str()); }),
+        EXPECT_EQ(stderr_of([&] { th_log_ex(&site, "%s\n", text.c_str()); }),
                   "test: " + text + " [f.cc(1)]\n");
     }
     const std::string bytes(700, '\xa5');
-    const std::string line = captured([&] { th_log_bin_ex(&site, bytes.data(), bytes.size(), "key\n"); });
+    const std::string line = stderr_of([&] { th_log_bin_ex(&site, bytes.data(), bytes.size(), "key\n"); });
     EXPECT_TRUE(line.starts_with("test: key a5a5") && line.ends_with("a5a5 [f.cc(1)]\n"));
     EXPECT_EQ(line.size(), 2 * bytes.size() + 21);
     EXPECT_EQ(th_log_bin_ex(&site, nullptr, 1, "x"), EINVAL);
@@ -263,38 +212,33 @@ TEST(Log, ChecksAndReadsBackWithoutWriting) {
     EXPECT_EQ(th_log_get_verbosity(&test_log, TH_LOG_ALL_DESTINATIONS, &level), EINVAL);
     th_log_context *nobody = nullptr;
     EXPECT_EQ(th_log_get_verbosity(&nobody, TH_LOG_STDERR, &level), ENOENT);
-    EXPECT_EQ(captured([] { th_log_dump_context_config("new context", &test_log); }),
+    EXPECT_EQ(stderr_of([] { th_log_dump_context_config("new context", &test_log); }),
               "new context: test:xlog=default,xlog2=default,stderr=default,stdout=default\n");
 }
 
 TEST(Log, RefusesNull) {
     const th_log_call_site site = {.flags = TH_LOG_ERROR, .context = &test_log};
     const char *const none = nullptr;
-    char empty[] = "";
+    char name[] = "name", empty[] = "";
     th_log_context *made = nullptr;
     std::int32_t level = 0;
     std::uint32_t bits = 0;
-    const int answers[] = {th_log_ex(&site, none),
-                           th_log_bin_ex(&site, nullptr, 0, none),
-                           th_log_context_create(nullptr, &made),
-                           th_log_context_create("", &made),
-                           th_log_context_create("new", nullptr),
-                           th_log_context_destroy(nullptr),
-                           th_log_context_normalize_name(nullptr),
-                           th_log_context_normalize_name(empty),
-                           th_log_update_config(nullptr),
-                           th_log_get_verbosity(nullptr, TH_LOG_STDERR, &level),
-                           th_log_get_verbosity(&test_log, TH_LOG_STDERR, nullptr),
-                           th_log_get_verbosity_by_name(nullptr, TH_LOG_STDERR, &level),
-                           th_log_get_verbosity_by_name("test", TH_LOG_STDERR, nullptr),
-                           th_log_get_destinations_by_name(nullptr, &bits),
-                           th_log_get_destinations_by_name("test", nullptr),
-                           th_log_dump_context_config(nullptr, &test_log),
-                           th_log_dump_context_config("title", nullptr)};
-    EXPECT_THAT(answers, testing::Each(EINVAL));
+    const std::vector<int> answers[] = {
+        {th_log_ex(&site, none), th_log_bin_ex(&site, nullptr, 0, none)},
+        {th_log_context_create("", &made), th_log_context_normalize_name(empty)},
+        answers_to_null(th_log_context_create, "new", &made),
+        answers_to_null(th_log_context_destroy, &made),
+        answers_to_null(th_log_context_normalize_name, name),
+        answers_to_null(th_log_update_config, "new:stderr"),
+        answers_to_null(th_log_get_verbosity, &test_log, TH_LOG_STDERR, &level),
+        answers_to_null(th_log_get_verbosity_by_name, "test", TH_LOG_STDERR, &level),
+        answers_to_null(th_log_get_destinations_by_name, "test", &bits),
+        answers_to_null(th_log_dump_context_config, "title", &test_log),
+    };
+    EXPECT_THAT(answers, testing::Each(testing::Each(EINVAL)));
     EXPECT_EQ(th_log_dump_context_config("title", &made), ENOENT);
     EXPECT_EQ(th_log_get_verbosity_by_name("nobody", TH_LOG_STDERR, &level), ENOENT);
-    EXPECT_EQ(captured([&] { EXPECT_EQ(th_log_bin_ex(&site, nullptr, 0, "no bytes"), 0); }),
+    EXPECT_EQ(stderr_of([&] { EXPECT_EQ(th_log_bin_ex(&site, nullptr, 0, "no bytes"), 0); }),
               "test: no bytes\n");
 }
 

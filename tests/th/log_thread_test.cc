@@ -17,14 +17,11 @@ namespace {
 constexpr int ROUNDS = 200;
 constexpr std::size_t TEXT_LENGTH = 3000;  // takes the shared buffer
 
-void log_long_messages(char letter) {
+void log_long_messages(th_log_context *const *context, char letter) {
     const std::string text(TEXT_LENGTH, letter);
-    for (int i = 0; i < ROUNDS; i++) {
-        if (letter == 'c')
-            TH_LOG(other_log, TH_LOG_ERROR, "%s\n", text.c_str());
-        else
-            TH_LOG(shared_log, TH_LOG_ERROR, "%s\n", text.c_str());
-    }
+    const th_log_call_site site = {.flags = TH_LOG_ERROR, .context = context};
+    for (int i = 0; i < ROUNDS; i++)
+        th_log_ex(&site, "%s\n", text.c_str());
 }
 
 // stderr stays on for errors in every configuration.
@@ -62,7 +59,7 @@ TEST(LogThreads, LinesStayWhole) {
     testing::internal::CaptureStderr();
     std::vector<std::thread> threads;
     for (const char letter : {'a', 'b', 'c'})
-        threads.emplace_back(log_long_messages, letter);
+        threads.emplace_back(log_long_messages, letter == 'c' ? &other_log : &shared_log, letter);
     threads.emplace_back(change_configuration);
     threads.emplace_back(make_and_destroy_a_context);
     threads.emplace_back(log_to_the_passing_context);

@@ -61,7 +61,6 @@ protected:
         mount_error = 0;
         EXPECT_EQ(mktfs_filesystem_extract_init(&fs), 0);
     }
-    ~extract() override { verbose = 0; }
 
     int run(std::vector<entry> image) {
         entries = std::move(image);
@@ -127,17 +126,13 @@ TEST_F(extract, EveryFailureEndsItWithItsMessage) {
 }
 
 TEST_F(extract, EarlyFailuresAndMissingSlots) {
-    verbose = 1;
     mount_error = EXDEV;
     EXPECT_EQ(run({}), EXDEV);
-    EXPECT_EQ(calls + logged(), "m0 Mounting filesystem image...\n");
+    EXPECT_EQ(calls, "m");
     mount_error = 0;
     backend.readfile = nullptr;
     EXPECT_EQ(run({{0, 2, PLAIN, "f", ""}}), EOPNOTSUPP);
-    EXPECT_EQ(logged(), "0 Mounting filesystem image...\n0 Reading filesystem root inode...\n"
-                        "0 Populating filesystem inodes...\n0 Extracting filesystem inodes...\n");
-    EXPECT_EQ(mktfs_filesystem_extract(&fs, (dir / "none").c_str(), (dir / "out").c_str()), ENOENT);
-    EXPECT_EQ(logged(), "3 failed to open 'T/none' (No such file or directory)\n");
+    EXPECT_EQ(logged(), "");
 }
 
 }  // namespace

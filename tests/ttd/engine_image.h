@@ -1,5 +1,4 @@
-// A whole image in memory, made for engine tests with the engine's own hashing but
-// a layout of its own: levels are vectors, joined top down.
+// A whole image in memory, made for engine tests by the model of the fuzz targets.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,17 +9,16 @@
 #include <random>
 #include <vector>
 
+#include "../../fuzz/image_model.h"
 #include "ttd/engine/caches.h"
 #include "ttd/engine/engine_log.h"
 #include "ttd/engine/hash.h"
 #include "ttd/engine/superblock.h"
 #include "ttd/engine/verify.h"
 
-using bytes = std::vector<std::uint8_t>;
-
 // Serves reads from the image's bytes, bounded.
 inline int read_bytes(ttd_io *io, std::int64_t offset, void *buffer, std::uint64_t length) {
-    const bytes &image = *static_cast<bytes *>(io->handle);
+    const image_bytes &image = *static_cast<image_bytes *>(io->handle);
     if (offset < 0 || static_cast<std::uint64_t>(offset) > image.size() ||
         length > image.size() - static_cast<std::uint64_t>(offset))
         return ERANGE;
@@ -74,47 +72,23 @@ public:
     }
 
     ttd_ctx ctx;
-    bytes image;
+    image_bytes image;
 
 private:
+    // The data, then a tree and a root hash that the model makes.
     void fill(std::uint32_t blocks, std::uint32_t block_size) {
         std::mt19937 random(blocks);
         image.resize(std::size_t{blocks} * block_size);
         std::ranges::generate(image, [&] { return static_cast<std::uint8_t>(random()); });
         for (std::uint32_t block = 2; block < blocks; block += 5)
             std::fill_n(image.begin() + block * block_size, block_size, std::uint8_t{0});
-        std::vector<bytes> levels = {hash_all(image, block_size)};
-        while (levels.back().size() > block_size)
-            levels.push_back(hash_all(levels.back(), block_size));
-        const bytes root = hash_one(levels.back().data(), block_size);
-        std::ranges::copy(root, ctx.superblock.roothash);
-        for (auto level = levels.rbegin(); level != levels.rend(); ++level)
-            image.insert(image.end(), level->begin(), level->end());
-        image.resize(image.size() + TTD_SUPERBLOCK_SIZE);
-    }
-    bytes hash_one(const std::uint8_t *block, std::size_t size) {
-        tcrypto_ctx *digest = nullptr;
-        EXPECT_EQ(ttd_hash_init(&ctx, &digest), 0);
-        EXPECT_TRUE(ctx.info.salt.assign({ctx.superblock.salt, ctx.superblock.saltsize}));
-        bytes hash(ctx.info.hash_size);
-        EXPECT_EQ(ttd_hash_block(&ctx, block, size, digest, hash.data()), 0);
-        ttd_hash_done(digest);
-        return hash;
-    }
-    bytes hash_all(const bytes &below, std::uint32_t size) {
-        const std::size_t per_block = size / ctx.info.hash_size;
-        bytes level;
-        for (std::size_t at = 0, slot = 0; at < below.size(); at += size, ++slot) {
-            if (slot % per_block == 0)
-                level.resize((level.size() + size - 1) / size * size);
-            const bytes hash = hash_one(below.data() + at, size);
-            level.insert(level.end(), hash.begin(), hash.end());
-        }
-        const bytes empty = hash_one(nullptr, 0);
-        for (std::size_t slot = below.size() / size; slot % per_block != 0; ++slot)
-            level.insert(level.end(), empty.begin(), empty.end());
-        level.resize((level.size() + size - 1) / size * size);
-        return level;
+        ttd_info info;
+        info.hash_size = ctx.info.hash_size;
+        EXPECT_EQ(ttd_superblock2info(&ctx.superblock, &info), 0);
+        image.resize(image.size() + info.tree_size + TTD_SUPERBLOCK_SIZE);
+        image_model model(image, ctx.superblock);
+        EXPECT_TRUE(model.is_well_formed());
+        model.repair(ctx.superblock);
     }
 
     ttd_io io_;
