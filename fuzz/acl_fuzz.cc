@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "buildfile/acl.h"
-#include "require.h"
+#include "support/require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const std::string text(reinterpret_cast<const char *>(data), size);

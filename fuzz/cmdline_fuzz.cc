@@ -12,7 +12,7 @@
 #include "base/log.h"
 #include "driver/cmdline.h"
 #include "fs/filesystem.h"
-#include "require.h"
+#include "support/require.h"
 #include "support/temp_dir.h"
 #include "tcrypto/tcrypto.h"
 #include "tree/inode.h"

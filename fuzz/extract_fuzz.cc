@@ -8,7 +8,7 @@
 #include "fs/filesystem.h"
 #include "image_input.h"
 #include "memory_file.h"
-#include "require.h"
+#include "support/require.h"
 #include "support/temp_dir.h"
 #include "ttd/ttd_type.h"
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "memory_file.h"
-#include "require.h"
+#include "support/require.h"
 #include "tcrypto/tcrypto.h"
 
 using bytes = std::vector<std::uint8_t>;

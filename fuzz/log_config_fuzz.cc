@@ -7,7 +7,7 @@
 #include <sstream>
 #include <string>
 
-#include "require.h"
+#include "support/require.h"
 #include "th/log.h"
 #include "th/log_state.h"
 

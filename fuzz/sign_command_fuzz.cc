@@ -8,7 +8,7 @@
 
 #include "base/log.h"
 #include "image_input.h"
-#include "require.h"
+#include "support/require.h"
 #include "support/temp_dir.h"
 #include "tcrypto/tcrypto.h"
 #include "ttd/custom_sign.h"

@@ -12,7 +12,7 @@
 
 #include "base/hex.h"
 #include "buildfile/values.h"
-#include "require.h"
+#include "support/require.h"
 #include "th/base.h"
 #include "th/str.h"
 

@@ -8,9 +8,10 @@
 
 #include "base/log.h"
 #include "fs/filesystem.h"
-#include "image_model.h"
+#include "image_input.h"
 #include "io/io.h"
 #include "memory_file.h"
+#include "support/image_model.h"
 #include "support/temp_dir.h"
 #include "ttd/engine/caches.h"
 #include "ttd/engine/engine_log.h"

@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "../../fuzz/image_model.h"
+#include "support/image_model.h"
 #include "ttd/engine/caches.h"
 #include "ttd/engine/engine_log.h"
 #include "ttd/engine/hash.h"

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <span>
 
-#include "../../fuzz/image_model.h"
+#include "support/image_model.h"
 #include "ttd/engine/format.h"
 #include "ttd/engine/signature.h"
 #include "ttd/type_run.h"

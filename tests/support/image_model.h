@@ -3,13 +3,17 @@
 // must stand in the tree.
 #pragma once
 
+#include <algorithm>
 #include <bit>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
-#include "image_input.h"
-#include "require.h"
+#include "support/require.h"
 #include "tcrypto/tcrypto.h"
+#include "ttd/engine/format.h"
+
+using image_bytes = std::vector<std::uint8_t>;
 
 class image_model {
 public:

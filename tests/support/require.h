@@ -1,4 +1,4 @@
-// What a fuzz target demands of the code under test; a breach is a find.
+// What must hold, or the program ends: in a fuzz target a breach is a find.
 #pragma once
 
 #include <cstdlib>
