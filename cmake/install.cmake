@@ -27,8 +27,8 @@ foreach(folder th talg tcrypto)
     file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/lib/${folder}/*.h)
     install(FILES ${headers} DESTINATION ${engine_headers}/${folder})
 endforeach()
-file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/ttd/engine/*.h)
-install(FILES ${headers} DESTINATION ${engine_headers}/ttd/engine)
+file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/lib/ttd/*.h)
+install(FILES ${headers} DESTINATION ${engine_headers}/ttd)
 
 # The CMake package: find_package(mktfs), target mktfs::ttd_engine.
 install(EXPORT mktfs-targets NAMESPACE mktfs:: DESTINATION ${engine_package})

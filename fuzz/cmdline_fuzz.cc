@@ -17,7 +17,7 @@
 #include "tcrypto/tcrypto.h"
 #include "tree/inode.h"
 #include "tree/search_path.h"
-#include "ttd/engine/format.h"
+#include "ttd/format.h"
 
 using file_map = std::map<std::string, std::string>;  // name, contents; folders end in a slash
 

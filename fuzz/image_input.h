@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-#include "ttd/engine/format.h"
+#include "ttd/format.h"
 
 using image_bytes = std::vector<std::uint8_t>;
 

@@ -13,13 +13,13 @@
 #include "memory_file.h"
 #include "support/image_model.h"
 #include "support/temp_dir.h"
-#include "ttd/engine/caches.h"
-#include "ttd/engine/engine_log.h"
-#include "ttd/engine/hash.h"
-#include "ttd/engine/superblock.h"
-#include "ttd/engine/verify.h"
+#include "ttd/caches.h"
+#include "ttd/engine_log.h"
+#include "ttd/hash.h"
 #include "ttd/options.h"
+#include "ttd/superblock.h"
 #include "ttd/ttd_type.h"
+#include "ttd/verify.h"
 
 static constexpr char PUBLIC_KEY[] = MKTFS_TEST_DATA "/ed25519.pub.pem";
 

@@ -17,11 +17,11 @@ LAYERS = {
     "src/fs": ["src/io", "src/base", "lib/th"],
     "src/tree": ["src/fs", "src/io", "src/base", "lib/th"],
     "src/buildfile": ["src/tree", "src/fs", "src/io", "src/base", "lib/th"],
-    "src/ttd/engine": ["lib/tcrypto", "lib/talg", "lib/th"],
+    "lib/ttd": ["lib/tcrypto", "lib/talg", "lib/th"],
     "src/ttd": [
-        "src/ttd/engine", "src/buildfile", "src/tree", "src/fs", "src/io", "src/base", "lib/tcrypto", "lib/th",
+        "lib/ttd", "src/buildfile", "src/tree", "src/fs", "src/io", "src/base", "lib/tcrypto", "lib/th",
     ],
-    "src/info": ["src/ttd/engine", "src/io", "src/base", "lib/tcrypto", "lib/th"],
+    "src/info": ["lib/ttd", "src/io", "src/base", "lib/tcrypto", "lib/th"],
     "src/driver": ["src/ttd", "src/buildfile", "src/tree", "src/fs", "src/io", "src/base", "lib/th"],
 }
 # Single files that sit above their folder: they tie two layers together.
@@ -29,7 +29,7 @@ EXCEPTIONS = {
     "lib/tcrypto/init.cc": ["lib/tcrypto/openssl"],
 }
 ONLY_IN = {"openssl/": "lib/tcrypto/openssl"}
-PREFIX_FREE = ["lib/th", "lib/talg", "lib/tcrypto", "src/ttd/engine"]  # know nothing of the tool
+PREFIX_FREE = ["lib/th", "lib/talg", "lib/tcrypto", "lib/ttd"]  # know nothing of the tool
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.M)
 

@@ -7,12 +7,12 @@
 #include <cstring>
 #include <thread>
 
-#include "ttd/engine/caches.h"
-#include "ttd/engine/engine_log.h"
-#include "ttd/engine/hash.h"
-#include "ttd/engine/signature.h"
-#include "ttd/engine/superblock.h"
-#include "ttd/engine/verify.h"
+#include "ttd/caches.h"
+#include "ttd/engine_log.h"
+#include "ttd/hash.h"
+#include "ttd/signature.h"
+#include "ttd/superblock.h"
+#include "ttd/verify.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstddef>
 
-#include "ttd/engine/format.h"
+#include "ttd/format.h"
 
 namespace {
 

@@ -7,10 +7,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "ttd/engine/engine_log.h"
-#include "ttd/engine/hash.h"
-#include "ttd/engine/signature.h"
-#include "ttd/engine/superblock.h"
+#include "ttd/engine_log.h"
+#include "ttd/hash.h"
+#include "ttd/signature.h"
+#include "ttd/superblock.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "ttd/engine/engine.h"
+#include "ttd/engine.h"
 
 enum class ttdinfo_verdict {
     NOT_CHECKED,

@@ -11,10 +11,10 @@
 #include "io/io.h"
 #include "ttd/context.h"
 #include "ttd/custom_sign.h"
-#include "ttd/engine/hash.h"
-#include "ttd/engine/signature.h"
+#include "ttd/hash.h"
 #include "ttd/merkle.h"
 #include "ttd/options.h"
+#include "ttd/signature.h"
 #include "ttd/stats.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "fs/filesystem_record.h"
-#include "ttd/engine/engine.h"
+#include "ttd/engine.h"
 
 struct ttd_run_context {
     std::string input_path;

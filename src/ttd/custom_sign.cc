@@ -18,7 +18,7 @@
 #include "base/progress.h"
 #include "io/io.h"
 #include "tcrypto/tcrypto.h"
-#include "ttd/engine/format.h"
+#include "ttd/format.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "base/hex.h"
 #include "base/log.h"
 #include "base/progress.h"
-#include "ttd/engine/hash.h"
+#include "ttd/hash.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "io/io.h"
-#include "ttd/engine/bytes.h"
-#include "ttd/engine/engine.h"
+#include "ttd/bytes.h"
+#include "ttd/engine.h"
 
 // Hashes the covered area that `image` delivers (the part past the end of the input
 // reads as zeros in partition mode) into `tree`, tree_size bytes, and sets root and

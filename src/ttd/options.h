@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "fs/filesystem_record.h"
-#include "ttd/engine/geometry.h"
+#include "ttd/geometry.h"
 
 inline constexpr std::uint32_t TTD_OPT_CALCULATE = 0x1;    // -C
 inline constexpr std::uint32_t TTD_OPT_PARTITION = 0x2;    // -P

@@ -8,7 +8,7 @@
 #include "fs/filesystem_record.h"
 #include "io/io.h"
 #include "tree/inode.h"
-#include "ttd/engine/format.h"
+#include "ttd/format.h"
 
 namespace {
 

@@ -8,16 +8,16 @@
 #include "base/progress.h"
 #include "io/io.h"
 #include "th/handle.h"
+#include "ttd/caches.h"
 #include "ttd/context.h"
-#include "ttd/engine/caches.h"
-#include "ttd/engine/engine_log.h"
-#include "ttd/engine/hash.h"
-#include "ttd/engine/signature.h"
-#include "ttd/engine/superblock.h"
-#include "ttd/engine/verify.h"
+#include "ttd/engine_log.h"
+#include "ttd/hash.h"
 #include "ttd/options.h"
 #include "ttd/read_access.h"
+#include "ttd/signature.h"
 #include "ttd/stats.h"
+#include "ttd/superblock.h"
+#include "ttd/verify.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 
 #include "support/require.h"
 #include "tcrypto/tcrypto.h"
-#include "ttd/engine/format.h"
+#include "ttd/format.h"
 
 using image_bytes = std::vector<std::uint8_t>;
 

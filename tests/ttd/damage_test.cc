@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "ttd/engine/format.h"
+#include "ttd/format.h"
 #include "ttd/type_run.h"
 
 namespace {

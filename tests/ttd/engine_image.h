@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "support/image_model.h"
-#include "ttd/engine/caches.h"
-#include "ttd/engine/engine_log.h"
-#include "ttd/engine/hash.h"
-#include "ttd/engine/superblock.h"
-#include "ttd/engine/verify.h"
+#include "ttd/caches.h"
+#include "ttd/engine_log.h"
+#include "ttd/hash.h"
+#include "ttd/superblock.h"
+#include "ttd/verify.h"
 
 // Serves reads from the image's bytes, bounded.
 inline int read_bytes(ttd_io *io, std::int64_t offset, void *buffer, std::uint64_t length) {

@@ -1,4 +1,4 @@
-#include "ttd/engine/geometry.h"
+#include "ttd/geometry.h"
 
 #include <gtest/gtest.h>
 

@@ -9,8 +9,8 @@
 #include <span>
 
 #include "support/image_model.h"
-#include "ttd/engine/format.h"
-#include "ttd/engine/signature.h"
+#include "ttd/format.h"
+#include "ttd/signature.h"
 #include "ttd/type_run.h"
 
 namespace {

@@ -15,7 +15,7 @@
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 #include "tcrypto/tcrypto.h"
-#include "ttd/engine/engine_log.h"
+#include "ttd/engine_log.h"
 #include "ttd/options.h"
 #include "ttd/ttd_type.h"
 

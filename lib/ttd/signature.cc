@@ -1,9 +1,9 @@
-#include "ttd/engine/signature.h"
+#include "ttd/signature.h"
 
 #include <cerrno>
 
 #include "tcrypto/tcrypto.h"
-#include "ttd/engine/engine_log.h"
+#include "ttd/engine_log.h"
 
 namespace {
 

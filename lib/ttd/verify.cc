@@ -1,4 +1,4 @@
-#include "ttd/engine/verify.h"
+#include "ttd/verify.h"
 
 #include <algorithm>
 #include <array>
@@ -6,10 +6,10 @@
 #include <cstring>
 #include <memory>
 
-#include "ttd/engine/caches.h"
-#include "ttd/engine/engine_log.h"
-#include "ttd/engine/hash.h"
-#include "ttd/engine/verify_range.h"
+#include "ttd/caches.h"
+#include "ttd/engine_log.h"
+#include "ttd/hash.h"
+#include "ttd/verify_range.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 
 #include <cstdint>
 
-#include "ttd/engine/bytes.h"
-#include "ttd/engine/format.h"
+#include "ttd/bytes.h"
+#include "ttd/format.h"
 
 struct ttd_info {
     // Inputs.

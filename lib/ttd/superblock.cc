@@ -1,10 +1,10 @@
-#include "ttd/engine/superblock.h"
+#include "ttd/superblock.h"
 
 #include <algorithm>
 #include <cerrno>
 
 #include "th/str.h"
-#include "ttd/engine/engine_log.h"
+#include "ttd/engine_log.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "ttd/engine/caches.h"
+#include "ttd/caches.h"
 
 #include <algorithm>
 #include <atomic>
@@ -10,7 +10,7 @@
 
 #include "talg/lru_cache.h"
 #include "th/str.h"
-#include "ttd/engine/engine_log.h"
+#include "ttd/engine_log.h"
 
 // `links` must stay the last member: the LRU list node, then the table node.
 struct ttd_cache_entry {

@@ -4,7 +4,7 @@
 // the data blocks under one level-0 hash block are hashed together.  Whatever does
 // not match goes through the plain walk, which reports it.
 
-#include "ttd/engine/verify_range.h"
+#include "ttd/verify_range.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,8 +12,8 @@
 #include <memory>
 #include <new>
 
-#include "ttd/engine/hash.h"
-#include "ttd/engine/verify.h"
+#include "ttd/hash.h"
+#include "ttd/verify.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "ttd/engine/engine.h"
+#include "ttd/engine.h"
 
 // A byte request, turned into blocks by ttd_setup_verify.
 struct ttd_range {

@@ -10,7 +10,7 @@
 #include <cstdint>
 
 #include "th/handle.h"
-#include "ttd/engine/engine.h"
+#include "ttd/engine.h"
 
 struct ttd_lru_cache;
 struct ttd_cache_entry;

@@ -1,4 +1,4 @@
-#include "ttd/engine/engine_log.h"
+#include "ttd/engine_log.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "ttd/engine/format.h"
+#include "ttd/format.h"
 
 #include <cstring>
 

@@ -2,7 +2,7 @@
 // crypto library.  ttd_tcrypto_init must have started it.
 #pragma once
 
-#include "ttd/engine/format.h"
+#include "ttd/format.h"
 
 // Signs the first 260 bytes with the PEM private key file and fills sigsize and
 // sig.  ENOENT: an algorithm is not to be had; EINVAL: the key does not load or is

@@ -2,8 +2,8 @@
 // anti-rollback comparison.
 #pragma once
 
-#include "ttd/engine/format.h"
-#include "ttd/engine/geometry.h"
+#include "ttd/format.h"
+#include "ttd/geometry.h"
 
 // Fills the record from a superblock; info->hash_size is set beforehand (see
 // ttd_tcrypto_init).  The superblock may be signed and still hostile: block sizes

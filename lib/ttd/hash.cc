@@ -1,11 +1,11 @@
-#include "ttd/engine/hash.h"
+#include "ttd/hash.h"
 
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
-#include "ttd/engine/engine_log.h"
+#include "ttd/engine_log.h"
 
 namespace {
 

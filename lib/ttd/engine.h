@@ -12,8 +12,8 @@
 #include "talg/bitmap.h"
 #include "talg/slab.h"
 #include "tcrypto/tcrypto.h"
-#include "ttd/engine/format.h"
-#include "ttd/engine/geometry.h"
+#include "ttd/format.h"
+#include "ttd/geometry.h"
 
 struct ttd_lru_cache;
 

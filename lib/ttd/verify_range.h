@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "ttd/engine/geometry.h"
+#include "ttd/geometry.h"
 
 // The hash block of one level on a data block's path.
 struct ttd_path_step {

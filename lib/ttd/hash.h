@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "ttd/engine/engine.h"
+#include "ttd/engine.h"
 
 // Selects the digest and signature rows of ctx->superblock, starts the crypto
 // library and sets info.hash_size.  EINVAL for an unknown code, EOPNOTSUPP when the

@@ -1,11 +1,11 @@
-#include "ttd/engine/geometry.h"
+#include "ttd/geometry.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 
-#include "ttd/engine/engine_log.h"
+#include "ttd/engine_log.h"
 
 namespace {
 
