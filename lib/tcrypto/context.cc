@@ -94,7 +94,8 @@ int tcrypto_check_algorithm(const tcrypto_ctx *ctx, std::uint32_t kind, bool has
 }
 
 void tcrypto_destroy_private_state(tcrypto_ctx &ctx) {
-    ctx.registered->ctx_destroy(std::exchange(ctx.private_state, nullptr));
+    if (const auto *algorithm = std::exchange(ctx.registered, nullptr))
+        algorithm->ctx_destroy(std::exchange(ctx.private_state, nullptr));
     if (const auto hook = std::exchange(ctx.cleanup, nullptr))
         hook(&ctx);
 }

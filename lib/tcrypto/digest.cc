@@ -20,6 +20,26 @@ int copy_state(const tcrypto_ctx &from, tcrypto_ctx &to) {
     return rc;
 }
 
+struct byte_range {
+    const void *bytes = nullptr;
+    std::size_t length = 0;
+};
+
+// `step` is the one that ran last.
+int hash_block(tcrypto_ctx &ctx, byte_range salt, byte_range block, std::uint8_t *out,
+               tcrypto_digest_step &step) {
+    step = TCRYPTO_STEP_INIT;
+    if (const int rc = tcrypto_digest_init(&ctx); rc != TCRYPTO_OK)
+        return rc;
+    step = TCRYPTO_STEP_UPDATE;
+    for (const byte_range &part : {salt, block}) {
+        if (const int rc = tcrypto_digest_update(&ctx, part.bytes, part.length); rc != TCRYPTO_OK)
+            return rc;
+    }
+    step = TCRYPTO_STEP_FINAL;
+    return tcrypto_digest_final(&ctx, out, nullptr);
+}
+
 }  // namespace
 
 int tcrypto_digest_init(tcrypto_ctx *ctx) {
@@ -85,14 +105,30 @@ std::size_t tcrypto_digestsize(const tcrypto_ctx *ctx) {
 }
 
 int tcrypto_digest_blocks(tcrypto_ctx *ctx, const void *salt, std::size_t salt_length, const void *data,
-                          std::size_t length, std::size_t count, std::uint8_t *out) {
-    const int rc = check<&tcrypto_digest_ops::blocks>(ctx, TCRYPTO_STATE_ANY);
-    if (rc != TCRYPTO_OK)
+                          std::size_t length, std::size_t count, std::uint8_t *out,
+                          tcrypto_block_failure *failure) {
+    if (const int rc = tcrypto_check_algorithm(ctx, TCRYPTO_DIGEST, true, TCRYPTO_STATE_ANY);
+        rc != TCRYPTO_OK)
         return rc;
     ctx->state = TCRYPTO_STATE_FINALISED;
     if (count == 0)
         return TCRYPTO_OK;
     if (is_missing(salt, salt_length) || is_missing(data, length) || !out)
         return TCRYPTO_E_PARAMETERS;
-    return ctx->algorithm->digest.blocks(ctx->private_state, salt, salt_length, data, length, count, out);
+    const tcrypto_digest_ops &digest = ctx->algorithm->digest;
+    tcrypto_block_failure at;
+    if (digest.blocks)
+        at.block = digest.blocks(ctx->private_state, salt, salt_length, data, length, count, out);
+    int rc = TCRYPTO_OK;
+    for (; at.block < count; ++at.block) {
+        const auto *block = static_cast<const std::uint8_t *>(data) + at.block * length;
+        std::uint8_t *result = out + at.block * digest.digest_size;
+        rc = hash_block(*ctx, {salt, salt_length}, {block, length}, result, at.step);
+        if (rc != TCRYPTO_OK)
+            break;
+    }
+    ctx->state = TCRYPTO_STATE_FINALISED;
+    if (rc != TCRYPTO_OK && failure)
+        *failure = at;
+    return rc;
 }

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 #include <span>
 #include <type_traits>
 #include <utility>
@@ -71,19 +72,21 @@ auto retry_interrupted(Call call) {
     return rc;
 }
 
-// Moves all bytes with `transfer`, read or write.  False and errno when it fails,
-// or EIO when the file ends early.
+// Moves bytes with `transfer`, read or write, until there is no room or the file
+// ends.  The number of bytes; nothing and errno when it fails.
 template <class Transfer>
-bool transfer_all(Transfer transfer, int file, std::span<std::uint8_t> bytes) {
-    while (!bytes.empty()) {
-        const ssize_t done = retry_interrupted([&] { return transfer(file, bytes.data(), bytes.size()); });
+std::optional<std::size_t> transfer_all(Transfer transfer, int file, std::span<std::uint8_t> bytes) {
+    std::size_t total = 0;
+    while (total < bytes.size()) {
+        const auto rest = bytes.subspan(total);
+        const ssize_t done = retry_interrupted([&] { return transfer(file, rest.data(), rest.size()); });
+        if (done < 0)
+            return std::nullopt;
         if (done == 0)
-            errno = EIO;
-        if (done <= 0)
-            return false;
-        bytes = bytes.subspan(static_cast<std::size_t>(done));
+            break;
+        total += static_cast<std::size_t>(done);
     }
-    return true;
+    return total;
 }
 
 int fail_open(const char *path) {
@@ -101,8 +104,14 @@ int fail_write(const char *path) {
     return TCRYPTO_E_IO;
 }
 
-// Size of a file that may be a key; pipes and devices have size 0.
-int query_key_file_size(int file, const char *path, std::size_t &size) {
+int fail_empty() {
+    TH_LOG(tcrypto_log, TH_LOG_ERROR, "key file empty\n");
+    return TCRYPTO_E_IO;
+}
+
+// What a file that may be a key is.  `size`: of a regular file; for any other one
+// the most that is read of it, a byte more than a key may have.
+int query_key_file(int file, const char *path, bool &regular, std::size_t &size) {
     struct stat info {};
     if (fstat(file, &info) != 0) {
         TH_LOG(tcrypto_log, TH_LOG_ERROR, "unable to read key file size '%s' (%s)\n", path,
@@ -111,14 +120,28 @@ int query_key_file_size(int file, const char *path, std::size_t &size) {
     }
     if (S_ISDIR(info.st_mode))
         return fail_read(path, EISDIR);
-    size = static_cast<std::size_t>(info.st_size);
-    if (size > MAX_KEY_FILE_SIZE)
-        return fail_read(path, EFBIG);
-    if (size == 0) {
-        TH_LOG(tcrypto_log, TH_LOG_ERROR, "key file empty\n");
-        return TCRYPTO_E_IO;
-    }
-    return TCRYPTO_OK;
+    regular = S_ISREG(info.st_mode);
+    size = regular ? static_cast<std::size_t>(info.st_size) : MAX_KEY_FILE_SIZE + 1;
+    if (!regular || (size != 0 && size <= MAX_KEY_FILE_SIZE))
+        return TCRYPTO_OK;
+    return size == 0 ? fail_empty() : fail_read(path, EFBIG);
+}
+
+// Fills `bytes` from a regular file, and from another one what it gives until its
+// end; `length` is what was read.
+int read_key_file(int file, const char *path, bool regular, std::span<std::uint8_t> bytes,
+                  std::size_t &length) {
+    if (!regular)
+        fcntl(file, F_SETFL, 0);  // whoever writes to the pipe may take his time
+    const std::optional<std::size_t> done = transfer_all(read, file, bytes);
+    if (!done)
+        return fail_read(path, errno);
+    length = *done;
+    if (regular)
+        return length == bytes.size() ? int{TCRYPTO_OK} : fail_read(path, EIO);
+    if (length == 0)
+        return fail_empty();
+    return length > MAX_KEY_FILE_SIZE ? fail_read(path, EFBIG) : int{TCRYPTO_OK};
 }
 
 int write_key_file(const char *path, std::span<std::uint8_t> bytes) {
@@ -131,7 +154,8 @@ int write_key_file(const char *path, std::span<std::uint8_t> bytes) {
         return fail_write(path);
     if (S_ISREG(info.st_mode) && fchmod(file.number(), S_IRUSR | S_IWUSR) != 0)
         return fail_write(path);
-    return transfer_all(write, file.number(), bytes) && file.finish() ? TCRYPTO_OK : fail_write(path);
+    return transfer_all(write, file.number(), bytes) == bytes.size() && file.finish() ? TCRYPTO_OK
+                                                                                      : fail_write(path);
 }
 
 // ---- Key objects
@@ -188,19 +212,20 @@ int tcrypto_load_key_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const cha
     if (!out || !path)
         return TCRYPTO_E_PARAMETERS;
     *out = nullptr;
-    // Without O_NONBLOCK the open of a pipe would wait for a writer.
+    // Without O_NONBLOCK the open of a named pipe would wait for a writer.
     const descriptor file(
         retry_interrupted([&] { return open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
     if (!file.is_open())
         return fail_open(path);
+    bool regular = false;
     std::size_t size = 0;
-    if (const int rc = query_key_file_size(file.number(), path, size); rc != TCRYPTO_OK)
+    if (const int rc = query_key_file(file.number(), path, regular, size); rc != TCRYPTO_OK)
         return rc;
     const secret_buffer buffer(size);
     if (!buffer.allocated())
         return TCRYPTO_E_MEMORY;
-    if (!transfer_all(read, file.number(), buffer.bytes()))
-        return fail_read(path, errno);
+    if (const int rc = read_key_file(file.number(), path, regular, buffer.bytes(), size); rc != TCRYPTO_OK)
+        return rc;
     return tcrypto_load_key_from_mem(keygen, out, buffer.bytes().data(), size, type, format);
 }
 

@@ -285,6 +285,7 @@ int tcrypto_remove_plugin(tcrypto_plugin *plugin) {
     if (!*link)
         return TCRYPTO_E_NO_ENTRY;
     *link = plugin->next;
+    tcrypto_end_contexts(*plugin);
     unbind(*plugin);
     delete plugin;
     return TCRYPTO_OK;
@@ -294,6 +295,9 @@ int tcrypto_remove_plugins() {
     const tcrypto_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
+    // All before any provider goes: a context may hold one of another provider.
+    for (tcrypto_plugin *plugin = first_plugin; plugin; plugin = plugin->next)
+        tcrypto_end_contexts(*plugin);
     while (tcrypto_plugin *const plugin = first_plugin) {
         first_plugin = plugin->next;
         unbind(*plugin);

@@ -141,14 +141,20 @@ void free_list(tcrypto_algorithm_list list) {
         delete std::exchange(list.first, list.first->next);
 }
 
+// A live context whose private state is still there, or null.
+tcrypto_ctx *next_to_end(const tcrypto_plugin &plugin) {
+    const tcrypto_lock lock(tcrypto_plugin_mutex);
+    tcrypto_ctx *ctx = lock.error() == 0 ? plugin.registry.live : nullptr;
+    while (ctx && !ctx->registered)
+        ctx = ctx->next;
+    return ctx;
+}
+
 void registry_uninit(tcrypto_plugin &plugin) {
+    tcrypto_end_contexts(plugin);
     const tcrypto_registry content = detach_content(plugin);
-    for (tcrypto_ctx *ctx = content.live; ctx;) {
-        tcrypto_ctx *const next = ctx->next;
-        tcrypto_destroy_private_state(*ctx);
-        wipe_and_free(ctx);
-        ctx = next;
-    }
+    for (tcrypto_ctx *ctx = content.live; ctx;)
+        wipe_and_free(std::exchange(ctx, ctx->next));
     for (const tcrypto_algorithm_list &list : content.lists)
         free_list(list);
 }
@@ -197,6 +203,11 @@ int register_algorithm(const tcrypto_algorithm *algorithm) {
     }
     append(list_of(*registering, algorithm->kind), entry);
     return TCRYPTO_OK;
+}
+
+void tcrypto_end_contexts(tcrypto_plugin &plugin) {
+    while (tcrypto_ctx *const ctx = next_to_end(plugin))
+        tcrypto_destroy_private_state(*ctx);
 }
 
 int tcrypto_new_context(tcrypto_plugin &plugin, const tcrypto_algorithm &algorithm, tcrypto_ctx **out) {

@@ -43,10 +43,9 @@ int tcrypto_signature_init(tcrypto_ctx *ctx, const tcrypto_key *key, const tcryp
         return TCRYPTO_E_KEY;
     if (!params)
         return TCRYPTO_E_PARAMETERS;
-    ctx->state = TCRYPTO_STATE_NEW;  // providers drop the earlier key even when they then refuse the new one
     rc = ctx->algorithm->signature.init(ctx->private_state, &key->record, params);
-    if (rc == TCRYPTO_OK)
-        ctx->state = TCRYPTO_STATE_INITIALISED;
+    if (rc != TCRYPTO_E_SIGNATURE_PADDING)
+        ctx->state = rc == TCRYPTO_OK ? TCRYPTO_STATE_INITIALISED : TCRYPTO_STATE_NEW;
     return rc;
 }
 

@@ -82,7 +82,7 @@ void ttd_print_superblock(const ttd_superblock *superblock) {
 int ttd_check_rollback(const ttd_superblock *superblock, const char *text) {
     std::uint64_t minimum = 0;
     if (const int err = th_str_to_uint64(text, 10, &minimum); err != 0)
-        return TTD_FAIL(err, "invalid rollback value '%s'", text ? text : "");
+        return TTD_FAIL(err, "invalid rollback value '%s'", th_str(text));
     if (superblock->rollback >= minimum)
         return 0;
     return TTD_FAIL(EINVAL, "ttd anti-rollback violation detected (%lu < %lu)", superblock->rollback,

@@ -119,7 +119,7 @@ TEST_F(failing_calls, NullArgumentsAreErrors) {
         answers_to_null(tcrypto_digest_final, digest.get(), out, nullptr),
         answers_to_null(tcrypto_digest, digest.get(), "m", 1, out, nullptr),
         answers_to_null(tcrypto_digest_copy, digest.get(), &made),
-        answers_to_null(tcrypto_digest_blocks, digest.get(), "s", 1, "m", 1, 1, out),
+        answers_to_null(tcrypto_digest_blocks, digest.get(), "s", 1, "m", 1, 1, out, nullptr),
         answers_to_null(tcrypto_rng_instantiate, random.get(), "p", 1),
         answers_to_null(tcrypto_rng_reseed, random.get(), "m", 1),
         answers_to_null(tcrypto_load_key_from_file, keys.get(), &key, "", 3, 3),

@@ -15,8 +15,8 @@ struct evp_digest {
     static int update(void *state, const void *data, std::size_t length);
     static int final(void *state, std::uint8_t *out, std::size_t *out_length);
     static int copy(const tcrypto_algorithm *algorithm, const void *state, void **out);
-    static int blocks(void *state, const void *salt, std::size_t salt_length, const void *data,
-                      std::size_t length, std::size_t count, std::uint8_t *out);
+    static std::size_t blocks(void *state, const void *salt, std::size_t salt_length, const void *data,
+                              std::size_t length, std::size_t count, std::uint8_t *out);
 };
 
 struct blake2s_record;  // libb2, any digest size up to 32 bytes
@@ -32,8 +32,8 @@ struct record_digest {
     static int update(void *state, const void *data, std::size_t length);
     static int final(void *state, std::uint8_t *out, std::size_t *out_length);
     static int copy(const tcrypto_algorithm *algorithm, const void *state, void **out);
-    static int blocks(void *state, const void *salt, std::size_t salt_length, const void *data,
-                      std::size_t length, std::size_t count, std::uint8_t *out);
+    static std::size_t blocks(void *state, const void *salt, std::size_t salt_length, const void *data,
+                              std::size_t length, std::size_t count, std::uint8_t *out);
 };
 
 extern template struct record_digest<blake2s_record>;
