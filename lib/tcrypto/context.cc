@@ -43,7 +43,7 @@ int ask(tcrypto_plugin &plugin, const wanted_algorithm &wanted, tcrypto_ctx **ou
 // them as it goes.  The first answer other than "not found" counts; *served is
 // the plugin that gave it.
 int ask_plugins(const wanted_algorithm &wanted, const char *tag, tcrypto_plugin **served, tcrypto_ctx **out) {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
     int rc = TCRYPTO_E_NO_ENTRY;
@@ -123,7 +123,7 @@ int tcrypto_get_algorithm(tcrypto_plugin *plugin, std::uint32_t kind, const char
     if (out)
         *out = nullptr;
     {
-        const tcrypto_lock lock(tcrypto_library_mutex);
+        const th_lock lock(tcrypto_library_mutex);
         const int rc = lock.error() != 0 ? lock.error() : ask(*plugin, {.kind = kind, .name = name}, out);
         if (rc != TCRYPTO_OK || !out)
             return rc;

@@ -35,7 +35,7 @@ bool tcrypto_is_initialised() {
 }
 
 int tcrypto_start_library(std::uint32_t flags, const char *name, const tcrypto_provider &provider) {
-    const tcrypto_lock lock(tcrypto_init_mutex);
+    const th_lock lock(tcrypto_init_mutex);
     if (lock.error() != 0)
         return TCRYPTO_E_INIT;
     const int rc = reference_count == 0 ? add_and_bind(flags, name, provider) : int{TCRYPTO_OK};
@@ -45,7 +45,7 @@ int tcrypto_start_library(std::uint32_t flags, const char *name, const tcrypto_p
 }
 
 int tcrypto_uninit() {
-    const tcrypto_lock lock(tcrypto_init_mutex);
+    const th_lock lock(tcrypto_init_mutex);
     if (lock.error() != 0)
         return lock.error();
     if (reference_count != 0)

@@ -185,7 +185,7 @@ int tcrypto_add_plugin(const char *name, const char *tags, tcrypto_plugin **out)
     if (!name || !out)
         return TCRYPTO_E_PARAMETERS;
     *out = nullptr;
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
     if (tcrypto_plugin *const known = by_name(name)) {
@@ -208,7 +208,7 @@ int tcrypto_find_plugin(const char *name, const char *tag, tcrypto_plugin **out)
     if (!out)
         return TCRYPTO_E_PARAMETERS;
     *out = nullptr;
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
     if (name)
@@ -235,12 +235,12 @@ int tcrypto_bind_plugin_locked(tcrypto_plugin &plugin) {
 int tcrypto_bind_plugin(tcrypto_plugin *plugin) {
     if (!plugin)
         return TCRYPTO_E_PARAMETERS;
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     return lock.error() != 0 ? lock.error() : tcrypto_bind_plugin_locked(*plugin);
 }
 
 int tcrypto_bind_plugins(std::uint32_t flags) {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
     if ((flags & (BIND_FIRST | BIND_ALL)) == 0)
@@ -256,12 +256,12 @@ int tcrypto_bind_plugins(std::uint32_t flags) {
 }
 
 int tcrypto_got_plugins() {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     return lock.error() == 0 && first_plugin ? 1 : 0;
 }
 
 void tcrypto_print_plugins() {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return;
     for (tcrypto_plugin *plugin = first_plugin; plugin; plugin = plugin->next)
@@ -269,14 +269,14 @@ void tcrypto_print_plugins() {
 }
 
 int tcrypto_supply_provider(tcrypto_plugin *plugin, const tcrypto_provider *provider) {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() == 0)
         plugin->supplied = provider;
     return lock.error();
 }
 
 int tcrypto_remove_plugin(tcrypto_plugin *plugin) {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
     tcrypto_plugin **link = &first_plugin;
@@ -292,7 +292,7 @@ int tcrypto_remove_plugin(tcrypto_plugin *plugin) {
 }
 
 int tcrypto_remove_plugins() {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
     // All before any provider goes: a context may hold one of another provider.

@@ -55,14 +55,14 @@ int find_config(std::string_view name, th_log_config &config) {
 
 int config_by_name(const char *name, th_log_config &config) {
     th_log_start();
-    const th_log_lock overall(th_log_shared.mutex);
+    const th_lock overall(th_log_shared.mutex);
     return find_config(name, config);
 }
 
 int config_by_variable(const th_log_context *const *variable, th_log_config &config,
                        char (&name)[TH_LOG_NAME_SIZE]) {
     th_log_start();
-    const th_log_lock overall(th_log_shared.mutex);
+    const th_lock overall(th_log_shared.mutex);
     const th_log_context *context = context_of(variable);
     if (!context)
         return ENOENT;
@@ -123,7 +123,7 @@ int th_log_context_create(const char *name, th_log_context **variable) {
     if (const int error = th_log_context_normalize_name(wanted); error != 0)
         return error;
     th_log_start();
-    const th_log_lock overall(th_log_shared.mutex);
+    const th_lock overall(th_log_shared.mutex);
     if (const th_log_context *present = context_of(variable))
         return result(std::strcmp(present->name, wanted) == 0 ? 0 : EEXIST);
     return result(add_context(wanted, variable));
@@ -133,18 +133,18 @@ int th_log_context_destroy(th_log_context **variable) {
     if (!variable)
         return th_log_fail(EINVAL);
     th_log_start();
-    const th_log_lock overall(th_log_shared.mutex);
+    const th_lock overall(th_log_shared.mutex);
     th_log_context *context = context_of(variable);
     if (!context)
         return 0;
     {
         // Nobody waits for this mutex without the overall one.
-        const th_log_lock last_message(context->mutex);
+        const th_lock last_message(context->mutex);
         *variable = nullptr;
     }
     const std::uint64_t word = th_slist_word(context);
     th_slist_remove_data(th_log_shared.contexts, &word, th_slist_compare_vp_data, nullptr);
-    pthread_mutex_destroy(&context->mutex);
+    pthread_mutex_destroy(&context->mutex.handle);
     delete context;
     return 0;
 }

@@ -85,13 +85,13 @@ void overlay_present(const th_log_entry &entry) {
     th_log_for_each<th_log_context>(th_log_shared.contexts, [&](th_log_context &context) {
         if (!all && std::string_view(entry.name) != context.name)
             return;
-        const th_log_lock lock(context.mutex);
+        const th_lock lock(context.mutex);
         th_log_overlay(context.config, entry.config);
     });
 }
 
 void set_config(th_log_context &context, const th_log_config &config) {
-    const th_log_lock lock(context.mutex);
+    const th_lock lock(context.mutex);
     context.config = config;
 }
 
@@ -111,7 +111,7 @@ int apply_entries(const th_slist *entries) {
     set_config(state.fallback, defaults);
     th_log_for_each<th_log_entry>(entries, overlay_present);
     th_log_for_each<th_log_context>(state.contexts, [&](th_log_context &context) {
-        const th_log_lock lock(context.mutex);
+        const th_lock lock(context.mutex);
         th_log_follow_default(context.config, defaults);
     });
     return 0;
@@ -129,7 +129,7 @@ int apply_text(const char *text) {
 // Starts again: every template and context follows `defaults` everywhere.
 void reset_all(const th_log_config &defaults) {
     th_log_state &state = th_log_shared;
-    const th_log_lock lock(state.mutex);
+    const th_lock lock(state.mutex);
     set_config(state.fallback, defaults);
     th_log_for_each_template(state.templates,
                              [](th_log_entry &pattern) { pattern.config = TH_LOG_FOLLOW_DEFAULT; });
@@ -159,7 +159,7 @@ int apply_variable(const char *name, bool &applied) {
         return 0;
     int error = 0;
     {
-        const th_log_lock lock(th_log_shared.mutex);
+        const th_lock lock(th_log_shared.mutex);
         error = apply_text(value);
     }
     applied = error == 0;
@@ -216,27 +216,14 @@ void start() {
     bool applied = false;
     if (apply_environment(CONFIG_VARIABLE, TH_LOG_BUILTIN_CONFIG, applied) == ENOMEM)
         abort_for(OUT_OF_MEMORY, ENOMEM);
-    const th_log_lock lock(th_log_shared.mutex);
+    const th_lock lock(th_log_shared.mutex);
     th_log_shared.locked = applied && wants_lock();
 }
 
 }  // namespace
 
-th_log_lock::th_log_lock(pthread_mutex_t &mutex) : mutex_(&mutex) {
-    if (const int error = pthread_mutex_lock(mutex_); error != 0)
-        abort_for("Failed to lock mutex", error);
-}
-
-th_log_lock::~th_log_lock() {
-    unlock();
-}
-
-void th_log_lock::unlock() {
-    if (!mutex_)
-        return;
-    if (const int error = pthread_mutex_unlock(mutex_); error != 0)
-        abort_for("Failed to unlock mutex", error);
-    mutex_ = nullptr;
+void th_log_abort_lock(const th_mutex &, bool taking, int error) {
+    abort_for(taking ? "Failed to lock mutex" : "Failed to unlock mutex", error);
 }
 
 void th_log_start() {
@@ -260,7 +247,7 @@ int th_log_update_config(const char *text) {
     if (!text)
         return th_log_fail(EINVAL);
     th_log_start();
-    const th_log_lock lock(th_log_shared.mutex);
+    const th_lock lock(th_log_shared.mutex);
     const int error = th_log_shared.locked ? EPERM : apply_text(text);
     return error ? th_log_fail(error) : 0;
 }

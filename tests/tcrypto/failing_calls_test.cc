@@ -14,8 +14,8 @@
 static bool lock_fails = false;
 
 static bool is_ours(const pthread_mutex_t *mutex) {
-    return mutex == &tcrypto_init_mutex.mutex || mutex == &tcrypto_library_mutex.mutex ||
-           mutex == &tcrypto_plugin_mutex.mutex;
+    return mutex == &tcrypto_init_mutex.handle || mutex == &tcrypto_library_mutex.handle ||
+           mutex == &tcrypto_plugin_mutex.handle;
 }
 
 FAILING_IF(lock_fails &&is_ours(mutex), int, pthread_mutex_lock, EAGAIN, (pthread_mutex_t * mutex), mutex)
