@@ -66,10 +66,10 @@ private:
 
 template <class Call>
 auto retry_interrupted(Call call) {
-    auto rc = call();
-    while (rc == -1 && errno == EINTR)
-        rc = call();
-    return rc;
+    auto result = call();
+    while (result == -1 && errno == EINTR)
+        result = call();
+    return result;
 }
 
 // Moves bytes with `transfer`, read or write, until there is no room or the file
@@ -166,10 +166,10 @@ int make_key(const tcrypto_ctx &keygen, tcrypto_key **out, Make make) {
     tcrypto_key_ptr key(new (std::nothrow) tcrypto_key{.keygen = keygen.algorithm, .record = {}});
     if (!key)
         return TCRYPTO_E_MEMORY;
-    const int rc = make(&key->record);
-    if (rc == TCRYPTO_OK)
-        *out = key.release();
-    return rc;
+    if (const int err = make(&key->record); err != TCRYPTO_OK)
+        return err;
+    *out = key.release();
+    return TCRYPTO_OK;
 }
 
 bool is_type(const tcrypto_key *key, std::uint32_t type) {
@@ -193,14 +193,14 @@ int export_key_to_file(const tcrypto_key *key, const char *path, std::uint32_t t
     if (!path)
         return TCRYPTO_E_PARAMETERS;
     std::size_t length = 0;
-    int rc = export_key(key, type, format, nullptr, &length);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = export_key(key, type, format, nullptr, &length); err != TCRYPTO_OK)
+        return err;
     const secret_buffer buffer(length);
     if (!buffer.allocated())
         return TCRYPTO_E_MEMORY;
-    rc = export_key(key, type, format, buffer.bytes().data(), &length);
-    return rc == TCRYPTO_OK ? write_key_file(path, buffer.bytes().first(length)) : rc;
+    if (const int err = export_key(key, type, format, buffer.bytes().data(), &length); err != TCRYPTO_OK)
+        return err;
+    return write_key_file(path, buffer.bytes().first(length));
 }
 
 }  // namespace
@@ -219,13 +219,13 @@ int tcrypto_load_key_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const cha
         return fail_open(path);
     bool regular = false;
     std::size_t size = 0;
-    if (const int rc = query_key_file(file.number(), path, regular, size); rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = query_key_file(file.number(), path, regular, size); err != TCRYPTO_OK)
+        return err;
     const secret_buffer buffer(size);
     if (!buffer.allocated())
         return TCRYPTO_E_MEMORY;
-    if (const int rc = read_key_file(file.number(), path, regular, buffer.bytes(), size); rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = read_key_file(file.number(), path, regular, buffer.bytes(), size); err != TCRYPTO_OK)
+        return err;
     return tcrypto_load_key_from_mem(keygen, out, buffer.bytes().data(), size, type, format);
 }
 
@@ -251,8 +251,8 @@ int tcrypto_load_key_from_mem(tcrypto_ctx *keygen, tcrypto_key **out, const void
         return TCRYPTO_E_KEY;
     if (!bytes)
         return TCRYPTO_E_PARAMETERS;
-    if (const int rc = check<&tcrypto_keygen_ops::import>(keygen); rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_keygen_ops::import>(keygen); err != TCRYPTO_OK)
+        return err;
     const tcrypto_algorithm *algorithm = keygen->algorithm;
     return make_key(*keygen, out, [&](tcrypto_key_record *record) {
         return algorithm->keygen.import(algorithm, bytes, length, type, format, record);
@@ -279,8 +279,8 @@ int tcrypto_pubkey_from_privkey(tcrypto_ctx *keygen, const tcrypto_key *private_
     if (!out)
         return TCRYPTO_E_PARAMETERS;
     *out = nullptr;
-    if (const int rc = check<&tcrypto_keygen_ops::public_from_private>(keygen); rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_keygen_ops::public_from_private>(keygen); err != TCRYPTO_OK)
+        return err;
     if (!private_key)
         return TCRYPTO_E_KEY;
     const tcrypto_algorithm *algorithm = keygen->algorithm;
@@ -293,8 +293,8 @@ int tcrypto_generate_key(tcrypto_ctx *keygen, std::size_t bits, tcrypto_key **ou
     if (!out)
         return TCRYPTO_E_PARAMETERS;
     *out = nullptr;
-    if (const int rc = check<&tcrypto_keygen_ops::generate_symmetric>(keygen); rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_keygen_ops::generate_symmetric>(keygen); err != TCRYPTO_OK)
+        return err;
     return make_key(*keygen, out, [&](tcrypto_key_record *record) {
         return keygen->algorithm->keygen.generate_symmetric(keygen->private_state, bits, record);
     });

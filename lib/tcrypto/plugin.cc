@@ -68,30 +68,28 @@ int check_versions(const tcrypto_plugin &plugin) {
 }
 
 int start(tcrypto_plugin &plugin) {
-    int rc = check_versions(plugin);
-    if (rc != TCRYPTO_OK)
-        return rc;
-    rc = plugin.internal->init(plugin);
-    if (rc != TCRYPTO_OK) {
+    if (const int err = check_versions(plugin); err != TCRYPTO_OK)
+        return err;
+    if (const int err = plugin.internal->init(plugin); err != TCRYPTO_OK) {
         TH_LOG(tcrypto_plugin_log, TH_LOG_ERROR, "'%s' plugin global initialization failed\n",
                plugin.name.get());
-        return rc;
+        return err;
     }
-    rc = plugin.provider->init();
-    if (rc != TCRYPTO_OK) {
+    if (const int err = plugin.provider->init(); err != TCRYPTO_OK) {
         TH_LOG(tcrypto_plugin_log, TH_LOG_ERROR, "'%s' plugin initialization failed\n", plugin.name.get());
         plugin.internal->uninit(plugin);
+        return err;
     }
-    return rc;
+    return TCRYPTO_OK;
 }
 
 // Binds for a caller that goes on without the plugin.
 int try_bind(tcrypto_plugin &plugin) {
-    const int rc = tcrypto_bind_plugin_locked(plugin);
-    if (rc != TCRYPTO_OK)
+    const int err = tcrypto_bind_plugin_locked(plugin);
+    if (err != TCRYPTO_OK)
         TH_LOG(tcrypto_plugin_log, TH_LOG_ERROR, "failed to load plugin %s (%s)\n", plugin.name.get(),
-               tcrypto_strerror(rc));
-    return rc;
+               tcrypto_strerror(err));
+    return err;
 }
 
 void unbind(tcrypto_plugin &plugin) {
@@ -190,15 +188,14 @@ int tcrypto_add_plugin(const char *name, const char *tags, tcrypto_plugin **out)
         return lock.error();
     if (tcrypto_plugin *const known = by_name(name)) {
         *out = known;
-        const int rc = tags ? known->tags.add(tags) : int{TCRYPTO_OK};
-        return rc == TCRYPTO_OK ? int{TCRYPTO_E_EXISTS} : rc;
+        const int err = tags ? known->tags.add(tags) : int{TCRYPTO_OK};
+        return err == TCRYPTO_OK ? int{TCRYPTO_E_EXISTS} : err;
     }
     std::unique_ptr<tcrypto_plugin> plugin = make_plugin(name);
     if (!plugin)
         return TCRYPTO_E_MEMORY;
-    const int rc = tags ? plugin->tags.add(tags) : int{TCRYPTO_OK};
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = tags ? plugin->tags.add(tags) : int{TCRYPTO_OK}; err != TCRYPTO_OK)
+        return err;
     *out = plugin.release();
     append(*out);
     return TCRYPTO_OK;
@@ -225,11 +222,11 @@ int tcrypto_bind_plugin_locked(tcrypto_plugin &plugin) {
         return TCRYPTO_E_PLUGIN_LOAD;
     plugin.internal = &tcrypto_registry_table;
     plugin.provider = plugin.supplied;
-    const int rc = start(plugin);
-    plugin.bound = rc == TCRYPTO_OK;
+    const int err = start(plugin);
+    plugin.bound = err == TCRYPTO_OK;
     if (!plugin.bound)
         detach(plugin);
-    return rc;
+    return err;
 }
 
 int tcrypto_bind_plugin(tcrypto_plugin *plugin) {
@@ -245,14 +242,14 @@ int tcrypto_bind_plugins(std::uint32_t flags) {
         return lock.error();
     if ((flags & (BIND_FIRST | BIND_ALL)) == 0)
         return TCRYPTO_OK;
-    int rc = TCRYPTO_OK;
+    int err = TCRYPTO_OK;
     for (tcrypto_plugin *plugin = first_plugin; plugin; plugin = plugin->next) {
         if (!plugin->bound)
-            rc = try_bind(*plugin);
+            err = try_bind(*plugin);
         if ((flags & BIND_ALL) == 0)
             break;
     }
-    return rc;
+    return err;
 }
 
 int tcrypto_got_plugins() {

@@ -84,9 +84,9 @@ int search(tcrypto_plugin &plugin, std::uint32_t kind, Predicate matches, const 
 template <class Predicate>
 int find(tcrypto_plugin &plugin, std::uint32_t kind, Predicate matches, tcrypto_ctx **out) {
     const tcrypto_algorithm *algorithm = nullptr;
-    const int rc = search(plugin, kind, matches, &algorithm);
-    if (rc != TCRYPTO_OK || !out)
-        return rc;
+    const int err = search(plugin, kind, matches, &algorithm);
+    if (err != TCRYPTO_OK || !out)
+        return err;
     return tcrypto_new_context(plugin, *algorithm, out);
 }
 
@@ -190,9 +190,8 @@ constinit const tcrypto_internal_table tcrypto_registry_table = {
 };
 
 int register_algorithm(const tcrypto_algorithm *algorithm) {
-    const int rc = check_descriptor(algorithm);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check_descriptor(algorithm); err != TCRYPTO_OK)
+        return err;
     auto *const entry = new (std::nothrow) tcrypto_registration{.algorithm = algorithm};
     if (!entry)
         return TCRYPTO_E_MEMORY;

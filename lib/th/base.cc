@@ -112,8 +112,9 @@ int th_base_convert(th_base_direction direction, void *out, std::size_t *out_len
     if (const int error = check_params(direction, *params); error != 0)
         return fail(error);
     if (!out) {
-        const int error = needed_length(direction, *in_length, *params, *out_length);
-        return error ? fail(error) : 0;
+        if (const int error = needed_length(direction, *in_length, *params, *out_length); error != 0)
+            return fail(error);
+        return 0;
     }
     const outcome done = direction == TH_BASE_ENCODE
                              ? encode({static_cast<char *>(out), *out_length},
@@ -122,7 +123,7 @@ int th_base_convert(th_base_direction direction, void *out, std::size_t *out_len
                                       {static_cast<const char *>(in), *in_length}, *params);
     *out_length = done.written;
     *in_length = done.read;
-    return done.error ? fail(done.error) : 0;
+    return done.error != 0 ? fail(done.error) : 0;
 }
 
 int th_base_encode(char *out, std::size_t *out_length, const void *in, std::size_t *in_length,

@@ -56,8 +56,8 @@ public:
 int overlay_template(th_log_templates &templates, const th_log_entry &entry) {
     th_log_entry *found = th_log_find_template(templates, entry.name);
     if (!found) {
-        const int error = th_log_add_template(templates, entry.name, TH_LOG_FOLLOW_DEFAULT, &found);
-        if (error != 0)
+        if (const int error = th_log_add_template(templates, entry.name, TH_LOG_FOLLOW_DEFAULT, &found);
+            error != 0)
             return error;
     }
     th_log_overlay(found->config, entry.config);
@@ -120,10 +120,11 @@ int apply_entries(const th_slist *entries) {
 // The overall mutex is held.
 int apply_text(const char *text) {
     entry_list entries;
-    int error = entries.create();
-    if (error == 0)
-        error = th_log_parse_config(text, entries.get());
-    return error ? error : apply_entries(entries.get());
+    if (const int error = entries.create(); error != 0)
+        return error;
+    if (const int error = th_log_parse_config(text, entries.get()); error != 0)
+        return error;
+    return apply_entries(entries.get());
 }
 
 // Starts again: every template and context follows `defaults` everywhere.
@@ -203,10 +204,11 @@ bool wants_lock() {
 int create_lists() {
     th_log_state &state = th_log_shared;
     const std::uint64_t local = th_slist_word(&state.local);
-    int error = th_slist_create(&state.contexts);
-    if (error == 0)
-        error = th_slist_append(state.contexts, &local);
-    return error ? error : th_log_add_template(state.templates, TH_LOG_ALL_NAME, TH_LOG_FOLLOW_DEFAULT);
+    if (const int error = th_slist_create(&state.contexts); error != 0)
+        return error;
+    if (const int error = th_slist_append(state.contexts, &local); error != 0)
+        return error;
+    return th_log_add_template(state.templates, TH_LOG_ALL_NAME, TH_LOG_FOLLOW_DEFAULT);
 }
 
 void start() {
@@ -230,8 +232,9 @@ void th_log_start() {
     pthread_once(&start_once, start);
 }
 
-int th_log_fail(int error) {
-    errno = error;
+int th_log_result(int error) {
+    if (error != 0)
+        errno = error;
     return error;
 }
 
@@ -245,11 +248,11 @@ th_log_config th_log_config_for(std::string_view name) {
 
 int th_log_update_config(const char *text) {
     if (!text)
-        return th_log_fail(EINVAL);
+        return th_log_result(EINVAL);
     th_log_start();
     const th_lock lock(th_log_shared.mutex);
     const int error = th_log_shared.locked ? EPERM : apply_text(text);
-    return error ? th_log_fail(error) : 0;
+    return th_log_result(error);
 }
 
 int th_log_set_cl_mode() {
@@ -257,5 +260,5 @@ int th_log_set_cl_mode() {
     reset_all(TH_LOG_CL_CONFIG);
     bool applied = false;
     const int error = apply_environment(CL_CONFIG_VARIABLE, TH_LOG_CL_CONFIG, applied);
-    return error ? th_log_fail(error) : 0;
+    return th_log_result(error);
 }

@@ -142,10 +142,10 @@ int record_digest<Hasher>::final(void *state, std::uint8_t *out, std::size_t *ou
 
 template <class Hasher>
 int record_digest<Hasher>::copy(const tcrypto_algorithm *algorithm, const void *from, void **out) {
-    const int rc = create(algorithm, out);
-    if (rc == TCRYPTO_OK)
-        state_of<Hasher>(*out).hasher = static_cast<const record_state<Hasher> *>(from)->hasher;
-    return rc;
+    if (const int err = create(algorithm, out); err != TCRYPTO_OK)
+        return err;
+    state_of<Hasher>(*out).hasher = static_cast<const record_state<Hasher> *>(from)->hasher;
+    return TCRYPTO_OK;
 }
 
 template <class Hasher>

@@ -62,9 +62,8 @@ int evp_digest::final(void *state, std::uint8_t *out, std::size_t *out_length) {
 
 int evp_digest::copy(const tcrypto_algorithm *algorithm, const void *from, void **out) {
     void *to = nullptr;
-    const int rc = create(algorithm, &to);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = create(algorithm, &to); err != TCRYPTO_OK)
+        return err;
     if (EVP_MD_CTX_copy_ex(state_of(to).ctx.get(), static_cast<const evp_state *>(from)->ctx.get()) != 1) {
         destroy(to);
         return ossl_fail(TCRYPTO_E_INTERNAL, "digest copy failed\n");
