@@ -232,12 +232,6 @@ void th_log_start() {
     pthread_once(&start_once, start);
 }
 
-int th_log_result(int error) {
-    if (error != 0)
-        errno = error;
-    return error;
-}
-
 th_log_config th_log_config_for(std::string_view name) {
     const th_log_state &state = th_log_shared;
     const th_log_entry *pattern = th_log_find_template(state.templates, name);
@@ -248,11 +242,11 @@ th_log_config th_log_config_for(std::string_view name) {
 
 int th_log_update_config(const char *text) {
     if (!text)
-        return th_log_result(EINVAL);
+        return th_result(EINVAL);
     th_log_start();
     const th_lock lock(th_log_shared.mutex);
     const int error = th_log_shared.locked ? EPERM : apply_text(text);
-    return th_log_result(error);
+    return th_result(error);
 }
 
 int th_log_set_cl_mode() {
@@ -260,5 +254,5 @@ int th_log_set_cl_mode() {
     reset_all(TH_LOG_CL_CONFIG);
     bool applied = false;
     const int error = apply_environment(CL_CONFIG_VARIABLE, TH_LOG_CL_CONFIG, applied);
-    return th_log_result(error);
+    return th_result(error);
 }

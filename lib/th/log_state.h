@@ -54,6 +54,3 @@ void th_log_start();
 
 // What a new context of this name gets.  The overall mutex is held.
 [[nodiscard]] th_log_config th_log_config_for(std::string_view name);
-
-// Returns an error number, which is then in errno as well, or 0.
-int th_log_result(int error);

@@ -1,5 +1,5 @@
-// The digests that OpenSSL lacks: short BLAKE2, where the length is a parameter
-// of the digest and not a truncation, and BLAKE3.
+#include "tcrypto/openssl/digest_blake.h"
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -9,7 +9,6 @@
 #include <blake2.h>
 #include <blake3.h>
 
-#include "tcrypto/openssl/digest_backends.h"
 #include "tcrypto/openssl/digest_blocks.h"
 #include "tcrypto/openssl/ossl.h"
 

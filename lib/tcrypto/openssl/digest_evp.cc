@@ -1,7 +1,8 @@
+#include "tcrypto/openssl/digest_evp.h"
+
 #include <memory>
 #include <new>
 
-#include "tcrypto/openssl/digest_backends.h"
 #include "tcrypto/openssl/digest_blocks.h"
 #include "tcrypto/openssl/ossl.h"
 
