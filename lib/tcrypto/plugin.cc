@@ -92,13 +92,12 @@ int try_bind(tcrypto_plugin &plugin) {
     return err;
 }
 
+// For a plugin that goes.
 void unbind(tcrypto_plugin &plugin) {
     if (!plugin.bound)
         return;
     plugin.provider->uninit();
     plugin.internal->uninit(plugin);
-    plugin.bound = false;
-    detach(plugin);
 }
 
 // ---- Listing

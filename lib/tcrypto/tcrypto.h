@@ -1,5 +1,7 @@
 // The callers' side of the crypto library: algorithms are asked for by kind and
-// name and answered by whichever provider ("plugin") has them.
+// name and answered by whichever provider ("plugin") has them.  The complete
+// interface of the library; mktfs uses digests, signatures, the loading of
+// asymmetric keys and tcrypto_random_bytes.
 //
 // Every function returns 0 or one of the negative codes of tcrypto/error.h
 // unless said otherwise.  The library is safe to use from several threads; one

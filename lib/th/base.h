@@ -1,4 +1,5 @@
-// Conversion between bytes and their hexadecimal digits.
+// Conversion between bytes and their hexadecimal digits.  The complete interface of
+// the codec; the logger encodes with it.
 #pragma once
 
 #include <cstddef>

@@ -17,6 +17,9 @@
 // put the definition into a source file that callers need anyway, or the linker
 // leaves the context out.
 //
+// The complete interface of the logger; mktfs uses TH_LOG, its contexts and
+// th_log_set_cl_mode.
+//
 // Every function may be called from any thread.  Lock order: the overall mutex,
 // one context's mutex, the mutex of the buffer for long messages.
 #pragma once

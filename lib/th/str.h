@@ -1,5 +1,7 @@
 // Text to value: numbers with ranges, size suffixes, file modes, users, groups
-// and signals; and small helpers for text that may be null.
+// and signals; and small helpers for text that may be null.  The complete
+// interface of the conversions; mktfs uses th_str_to_uint32, th_str_to_uint64 and
+// th_str.
 #pragma once
 
 #include <cstddef>

@@ -48,7 +48,7 @@ FAILING(int, PEM_write_bio, 0, (BIO * a, md_name b, md_name c, const uchar *d, l
 FAILING(void *, CRYPTO_malloc, nullptr, (size_t a, md_name b, int c), a, b, c)
 FAILING(void *, CRYPTO_memdup, nullptr, (const void *a, size_t b, md_name c, int d), a, b, c, d)
 FAILING(int, OPENSSL_init_crypto, 0, (uint64_t a, const OPENSSL_INIT_SETTINGS *b), a, b)
-FAILING(int, RAND_bytes, 0, (uchar * a, int b), a, b)
+FAILING(int, RAND_bytes_ex, 0, (OSSL_LIB_CTX * a, uchar *b, size_t c, unsigned d), a, b, c, d)
 FAILING(int, RAND_priv_bytes, 0, (uchar * a, int b), a, b)
 FAILING(EVP_RAND *, EVP_RAND_fetch, nullptr, (OSSL_LIB_CTX * a, md_name b, md_name c), a, b, c)
 FAILING(EVP_RAND_CTX *, EVP_RAND_CTX_new, nullptr, (EVP_RAND * a, EVP_RAND_CTX *b), a, b)

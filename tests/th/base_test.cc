@@ -99,7 +99,8 @@ TEST(Error, SlotsKeepTheFirstOrTheLastErrorAndTextsErrno) {
         EXPECT_EQ(th_sticky_error(&first, error), error);
         EXPECT_EQ(th_sticky_error_last(&last, error), error);
     }
-    EXPECT_EQ(th_sticky_error(nullptr, 1) + th_sticky_error_last(nullptr, 1), 2 * EINVAL);
+    EXPECT_EQ(th_sticky_error(nullptr, 1), EINVAL);
+    EXPECT_EQ(th_sticky_error_last(nullptr, 1), EINVAL);
     EXPECT_EQ(first, ENOENT);
     EXPECT_EQ(last, EIO);
     errno = EIO;

@@ -89,6 +89,8 @@ TEST(Log, EnvironmentThenUpdatesThenCommandLineMode) {
         {"template of its own name before the one of all", "",
          "update=all:stderr=info;new:stderr=debug1|new=new|show=new|show=alpha|show=all",
          "0x200000 7 5\n0x200000 6 5\n0x200000 6 5\n", ""},
+        {"names of one hash list", "", "update=bb:stderr=debug2;eg:stderr=info|new=eg|show=eg|show=bb",
+         "0x200000 6 5\n0x200000 8 5\n", ""},
         {"back to the default context, not by a faulty update", "",
          "update=alpha:stdout=info,~stderr=none;default:stdout=debug1|show=alpha|update=alpha:stderr=default|"
          "show=alpha|update=alpha:default;new:stdout;beta:stdout=x|show=alpha|show=new|update=alpha:default|"

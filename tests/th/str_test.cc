@@ -1,7 +1,9 @@
 #include "th/str.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
@@ -57,11 +59,18 @@ TEST(Str, ConvertsToTheWholeRangeAndNoFurther) {
         {"bytes", bytes, "16777215T", 0, 16777215ULL << 40},
         {"bytes", bytes, "16777216T", ERANGE, UINT64_MAX},
         {"bytes", bytes, "2KB", 0, 2048, 2},
+        {"bytes", bytes, "17179869183g", 0, 17179869183ULL << 30},
+        {"bytes", bytes, "17179869184G", ERANGE, UINT64_MAX},
+        {"bytes", bytes, "3M", 0, 3 << 20},
         {"bytes", bytes, "1 K", EINVAL, UNCHANGED},
         {"mode", mode, "10644", ERANGE, 0644},
+        {"mode", mode, "7777 ", 0, 07777},
         {"mode", mode, "644,", 0, 0644, 3},
         {"signal", signal, "sigterm", 0, 15},
         {"signal", signal, "INTx", 0, 2, 3},
+        {"signal", signal, "CLD", 0, 17},
+        {"signal", signal, "io", 0, 29},
+        {"signal", signal, "IOT", 0, 6},
         {"signal", signal, "0", ERANGE, 1},
         {"signal", signal, "66", ERANGE, 65},
         {"signal", signal, "15 ", EINVAL, UNCHANGED},
@@ -83,10 +92,20 @@ TEST(Str, ConvertsToTheWholeRangeAndNoFurther) {
     }
 }
 
+TEST(Str, KnowsTheSystemsSignals) {
+    for (int number = 1; number < 32; ++number) {
+        const char *const name = sigabbrev_np(number);
+        int found = 0;
+        EXPECT_EQ(number == SIGSTKFLT ? 0 : th_str_to_signal(name, &found), 0) << name;
+        EXPECT_EQ(found, number == SIGSTKFLT ? 0 : number) << name;
+    }
+}
+
 TEST(Str, HelpersTakeNull) {
     EXPECT_STREQ(th_str(nullptr), "");
     EXPECT_EQ(th_strcmp(nullptr, nullptr), 0);
-    EXPECT_EQ(th_strcmp(nullptr, "") - th_strcmp("", nullptr), -4);
+    EXPECT_EQ(th_strcmp(nullptr, ""), -2);
+    EXPECT_EQ(th_strcmp("", nullptr), 2);
     EXPECT_GT(th_strcmp("b", "a"), 0);
     const char *const no_format = nullptr;
     EXPECT_EQ(th_malloc_sprintf(no_format), nullptr);
@@ -96,6 +115,9 @@ TEST(Str, HelpersTakeNull) {
     EXPECT_EQ(th_strdup(nullptr, nullptr), nullptr);
     char *text = th_malloc_sprintf("%05d|%s", 42, "x");
     EXPECT_STREQ(text, "00042|x");
+    std::free(text);
+    text = th_malloc_sprintf("%s", "");
+    EXPECT_STREQ(text, "");
     std::free(text);
 }
 

@@ -1,6 +1,4 @@
 // Counter-mode DRBGs, and the process-wide generator.
-#include <algorithm>
-#include <climits>
 #include <memory>
 #include <new>
 
@@ -58,8 +56,7 @@ void rng_destroy(void *state) {
 
 int rng_instantiate(void *state, const void *personalisation, std::size_t length) {
     EVP_RAND_CTX *const ctx = state_of(state).ctx.get();
-    if (EVP_RAND_get_state(ctx) != EVP_RAND_STATE_UNINITIALISED)
-        EVP_RAND_uninstantiate(ctx);  // OpenSSL refuses to start a running generator again
+    EVP_RAND_uninstantiate(ctx);  // OpenSSL would go on with a running generator
     if (EVP_RAND_instantiate(ctx, state_of(state).strength, 0,
                              static_cast<const unsigned char *>(personalisation), length, nullptr) != 1)
         return ossl_fail(TCRYPTO_E_INTERNAL, "DRBG instance instantiation failed\n");
@@ -109,12 +106,7 @@ int ossl_register_rngs() {
 int tcrypto_random_bytes(void *out, std::size_t length) {
     if (!out && length != 0)
         return TCRYPTO_E_PARAMETERS;
-    for (auto *next = static_cast<unsigned char *>(out); length != 0;) {
-        const auto piece = static_cast<int>(std::min<std::size_t>(length, INT_MAX));
-        if (RAND_bytes(next, piece) != 1)
-            return ossl_fail(TCRYPTO_E_INTERNAL, "drawing random bytes failed\n");
-        next += piece;
-        length -= static_cast<std::size_t>(piece);
-    }
+    if (RAND_bytes_ex(nullptr, static_cast<unsigned char *>(out), length, 0) != 1)
+        return ossl_fail(TCRYPTO_E_INTERNAL, "drawing random bytes failed\n");
     return TCRYPTO_OK;
 }

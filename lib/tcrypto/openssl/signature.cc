@@ -327,7 +327,7 @@ int create_state(const tcrypto_algorithm *algorithm, void **out) {
 
 // `key_id`: of the keys that the algorithm takes; 0: those of EDDSA_KEYS.
 consteval tcrypto_algorithm signature_row(std::string_view name, const tcrypto_signature_ops &operations,
-                                          std::uintptr_t key_id) {
+                                          std::uintptr_t key_id = 0) {
     tcrypto_algorithm algorithm = ossl_descriptor(TCRYPTO_SIGNATURE, name);
     algorithm.signature = operations;
     algorithm.ctx_create = create_state;
@@ -386,8 +386,7 @@ constinit const tcrypto_algorithm SIGNATURES[] = {
                   {.init = eddsa_init,
                    .sign_oneshot = eddsa_sign_oneshot,
                    .verify_oneshot = eddsa_verify_oneshot,
-                   .signature_size = signature_size},
-                  0),
+                   .signature_size = signature_size}),
 };
 
 }  // namespace
