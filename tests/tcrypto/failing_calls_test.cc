@@ -3,6 +3,7 @@
 #include "support/failing_openssl.h"
 
 #include <gmock/gmock.h>
+#include <openssl/err.h>
 #include <pthread.h>
 
 #include "key_fixture.h"
@@ -92,6 +93,17 @@ TEST_F(failing_calls, FailWhatNeedsThem) {
     ASSERT_TRUE(all_work());
     stderr_of([] { EXPECT_GT(fail_each_call(all_work), 100); });
     EXPECT_TRUE(all_work());
+}
+
+// The reason comes first, as OpenSSL has it, and nothing is left in its queue.
+TEST_F(failing_calls, LogOpensslsReason) {
+    const tcrypto_ctx_ptr keys = request(TCRYPTO_KEYGEN, "rsa");
+    tcrypto_key *key = nullptr;
+    const std::string log = stderr_of(
+        [&] { EXPECT_EQ(tcrypto_privkey_from_mem(keys.get(), &key, "junk", 4, TCRYPTO_FORMAT_PEM), -403); });
+    EXPECT_THAT(log, testing::MatchesRegex("tc_openssl: error:[0-9A-F]+:[^\n]*\\[keygen.cc\\([0-9]+\\)\\]\n"
+                                           "tc_openssl: failed to convert raw key into EVP_PKEY [^\n]*\n"));
+    EXPECT_EQ(ERR_peek_error(), 0u);
 }
 
 TEST_F(failing_calls, NullArgumentsAreErrors) {

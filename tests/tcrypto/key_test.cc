@@ -179,7 +179,8 @@ TEST_F(key_test, TakesSymmetricKeysAsTheyAre) {
     ASSERT_EQ(tcrypto_generate_key(generator.get(), 256, th_out(key)), 0);
     EXPECT_EQ(tcrypto_key_to_mem(key.get(), nullptr, &length), 0);
     EXPECT_EQ(length, 32U);
-    for (const std::size_t bits : {std::size_t{0}, std::size_t{7}, SIZE_MAX - 7})
+    EXPECT_EQ(tcrypto_generate_key(generator.get(), 1 << 20, th_out(key)), 0);
+    for (const std::size_t bits : {std::size_t{0}, std::size_t{7}, std::size_t{(1 << 20) + 8}, SIZE_MAX - 7})
         EXPECT_EQ(tcrypto_generate_key(generator.get(), bits, th_out(key)), -302) << bits;
     EXPECT_EQ(tcrypto_generate_key(keygen("rsa").get(), 2048, th_out(key)), -402);
     EXPECT_EQ(tcrypto_key_from_mem(generator.get(), th_out(key), "", 0), -300);

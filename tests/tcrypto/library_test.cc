@@ -216,6 +216,7 @@ TEST_F(Library, UnusableDescriptorsAndOperationsThatOneLacksAreRefused) {
         {&blank, "invalid algorithm name ' \t' ["},
         {&ninth, "invalid algorithm type '9' for 'nine' ["},
     };
+    EXPECT_EQ(register_algorithm(&BOTH_HAVE), TCRYPTO_E_NOT_INITIALIZED) << "nothing is bound yet";
     ASSERT_EQ(tcrypto_bind_plugins(1), 0);
     for (const auto &c : cases) {
         const auto add = [&] { EXPECT_EQ(register_algorithm(c.algorithm), TCRYPTO_E_PARAMETERS); };
