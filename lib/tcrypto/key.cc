@@ -132,7 +132,7 @@ int query_key_file(int file, const char *path, bool &regular, std::size_t &size)
 int read_key_file(int file, const char *path, bool regular, std::span<std::uint8_t> bytes,
                   std::size_t &length) {
     if (!regular)
-        fcntl(file, F_SETFL, 0);  // whoever writes to the pipe may take his time
+        fcntl(file, F_SETFL, 0);  // from here on wait for whoever writes to the pipe
     const std::optional<std::size_t> done = transfer_all(read, file, bytes);
     if (!done)
         return fail_read(path, errno);

@@ -19,7 +19,9 @@ struct tcrypto_algorithm;
 struct tcrypto_digest_ops {
     std::uint32_t digest_size = 0;  // bytes
     std::uint32_t block_size = 0;   // bytes
+    // Starts or restarts; called at any time.
     int (*init)(void *state) = nullptr;
+    // Takes data, borrowed for the call; called after init only.
     int (*update)(void *state, const void *data, std::size_t length) = nullptr;
     // Writes digest_size bytes; `out_length` may be null.
     int (*final)(void *state, std::uint8_t *out, std::size_t *out_length) = nullptr;
@@ -33,7 +35,9 @@ struct tcrypto_digest_ops {
 
 struct tcrypto_rng_ops {
     std::uint32_t strength = 0;  // bits
+    // Seeds the generator, also one that runs already; the text may be empty.
     int (*instantiate)(void *state, const void *personalisation, std::size_t length) = nullptr;
+    // Both after instantiate only.  generate fills all of `out`.
     int (*reseed)(void *state, const void *additional, std::size_t length) = nullptr;
     int (*generate)(void *state, void *out, std::size_t length) = nullptr;
 };
@@ -54,30 +58,47 @@ struct tcrypto_key {
 
 struct tcrypto_keygen_ops {
     std::uint32_t id = 0;  // key algorithm id
+    // What a generator stores in an out record is the caller's, for release; nothing
+    // is stored on failure.  Sizes are in bits; TCRYPTO_E_KEY_SIZE for a bad one.
     int (*generate_symmetric)(void *state, std::size_t bits, tcrypto_key_record *out) = nullptr;
     int (*keypair_init)(void *state, const char *parameters_path) = nullptr;
     int (*keypair_init_mem)(void *state, const void *parameters, std::size_t length) = nullptr;
     int (*keypair_generate)(void *state, tcrypto_key_record *private_out,
                             tcrypto_key_record *public_out) = nullptr;
+    // The public half.  TCRYPTO_E_KEY_FORMAT for a key of another id.
     int (*public_from_private)(const tcrypto_algorithm *algorithm, const tcrypto_key_record *private_key,
                                tcrypto_key_record *out) = nullptr;
+    // Reads a key of a type (tcrypto_key_type) in a format (tcrypto_key_format) and
+    // re-encodes it.  TCRYPTO_E_KEY_TYPE, _KEY_FORMAT, _KEY (of another generator),
+    // TCRYPTO_E_INTERNAL (none at all).  Never asks for a pass phrase.
     int (*import)(const tcrypto_algorithm *algorithm, const void *bytes, std::size_t length,
                   std::uint32_t type, std::uint32_t format, tcrypto_key_record *out) = nullptr;
+    // `length`: the room at `out` on entry, the size needed on return; a null `out`
+    // only asks for it.  TCRYPTO_E_KEY_LENGTH: no room.
     int (*export_)(const tcrypto_key_record *key, std::uint32_t format, void *out,
                    std::size_t *length) = nullptr;
+    // Wipes and frees the bytes and empties the record.
     void (*release)(tcrypto_key_record *key) = nullptr;
     int openssl_type = 0;  // the key type that a loaded key must have
 };
 
 struct tcrypto_signature_ops {
     std::uint32_t fixed_size = 0;  // bytes; 0: the size comes from the key
+    // Takes a copy of the key; called at any time.  TCRYPTO_E_SIGNATURE_PADDING leaves
+    // the state as it was, every other failure leaves no key.
     int (*init)(void *state, const tcrypto_key_record *key, const tcrypto_signature_params *params) = nullptr;
     int (*update)(void *state, const void *data, std::size_t length) = nullptr;
+    // Signing: `signature_length` is the room on entry, the bytes written on return;
+    // TCRYPTO_E_SIGNATURE_LENGTH: no room.  After any of these, or of the verify
+    // operations, only init follows.  "oneshot" takes the last data first,
+    // "without_digest" a digest's value in the place of all data.
     int (*sign)(void *state, std::uint8_t *signature, std::size_t *signature_length) = nullptr;
     int (*sign_oneshot)(void *state, const void *data, std::size_t length, std::uint8_t *signature,
                         std::size_t *signature_length) = nullptr;
     int (*sign_without_digest)(void *state, const void *digest, std::size_t length, std::uint8_t *signature,
                                std::size_t *signature_length) = nullptr;
+    // Verifying: *result (0 on entry) becomes 1 when the signature matches; one that
+    // does not is no failure.
     int (*verify)(void *state, const std::uint8_t *signature, std::size_t signature_length,
                   int *result) = nullptr;
     int (*verify_oneshot)(void *state, const void *data, std::size_t length, const std::uint8_t *signature,
@@ -85,6 +106,7 @@ struct tcrypto_signature_ops {
     int (*verify_without_digest)(void *state, const void *digest, std::size_t length,
                                  const std::uint8_t *signature, std::size_t signature_length,
                                  int *result) = nullptr;
+    // Bytes that a signature of the key takes at most.
     std::size_t (*signature_size)(const void *state) = nullptr;
     const char *digest_name = nullptr;  // null for algorithms without a separate digest
 };
@@ -97,6 +119,7 @@ struct tcrypto_algorithm {
     tcrypto_rng_ops rng{};
     tcrypto_keygen_ops keygen{};
     tcrypto_signature_ops signature{};
+    // Makes the private state of a context; *state is null on failure.
     int (*ctx_create)(const tcrypto_algorithm *algorithm, void **state) = nullptr;
     void (*ctx_destroy)(void *state) = nullptr;  // null-safe; wipes and frees
     std::uintptr_t parameter = 0;                // the provider's own word

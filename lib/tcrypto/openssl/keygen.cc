@@ -26,7 +26,7 @@ constexpr std::size_t MAX_SYMMETRIC_BITS = std::size_t{1} << 20;
 // ---- Parsing
 
 // Never asks: OpenSSL's own callback would prompt, or read standard input, and
-// could stop a build for ever.  An encrypted key simply fails to parse.
+// could keep a build waiting without end.  An encrypted key simply fails to parse.
 int refuse_pass_phrase(char *, int, int, void *) {
     return -1;
 }
