@@ -39,8 +39,7 @@ expect_good rootfs.ttd
 expect_good other.ttd
 cp rootfs.ttd first.ttd
 make -s -f "$examples/make/Makefile" clean
-# shellcheck disable=SC2016 # for make and the shell of mktfs
-sign='openssl pkeyutl -sign -rawin -inkey key.pem -in <hashfile> -out <sigfile> || kill -s TERM $$PPID'
+sign='openssl pkeyutl -sign -rawin -inkey key.pem -in <hashfile> -out <sigfile> || : ><sigfile>'
 make -s -f "$examples/make/Makefile" RELEASE=3 SIGN="$sign"
 cmp rootfs.ttd first.ttd
 expect_refused rootfs.ttd make -s -f "$examples/make/Makefile" SIGN="${sign/key.pem/missing.pem}"
@@ -78,7 +77,7 @@ wrap() { # VARIABLE=value...
 }
 wrap TTD_KEY=key.pem TTD_PUBLIC_KEY=key.pub.pem >/dev/null
 expect_good rootfs.squashfs.ttd
-wrap TTD_PUBLIC_KEY=key.pub.pem TTD_PARTITION_SIZE=1048576 TTD_DIGEST=sha512 TTD_SIGN_COMMAND="'${sign/\$\$/\$}'" \
+wrap TTD_PUBLIC_KEY=key.pub.pem TTD_PARTITION_SIZE=1048576 TTD_DIGEST=sha512 TTD_SIGN_COMMAND="'$sign'" \
     >/dev/null
 expect_good rootfs.squashfs.ttd
 expect_refused rootfs.squashfs.ttd wrap TTD_KEY=wrong.pem TTD_PUBLIC_KEY=key.pub.pem
