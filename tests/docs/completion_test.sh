@@ -41,7 +41,7 @@ expect "" ttdinfo --min-rollback -
 
 # The same letters and values in the files for the other shells.
 for letter in $all; do
-    grep -qE -- "[')*]$letter\[" _mktfs && grep -qE -- " -s ${letter#-} " mktfs.fish || fail "$letter"
+    { grep -qE -- "[')*]${letter}\[" _mktfs && grep -qE -- " -s ${letter#-} " mktfs.fish; } || fail "$letter"
 done
 for value in $sizes $digests $signatures; do
     for file in _mktfs mktfs.fish; do
@@ -49,6 +49,6 @@ for value in $sizes $digests $signatures; do
     done
 done
 for option in $long_options; do
-    grep -qE -- "$option[['}]" _ttdinfo && grep -q -- " -l ${option#--} " ttdinfo.fish || fail "$option"
+    { grep -qE -- "${option}[['}]" _ttdinfo && grep -q -- " -l ${option#--} " ttdinfo.fish; } || fail "$option"
 done
 zsh -n _mktfs && zsh -n _ttdinfo && fish -n mktfs.fish && fish -n ttdinfo.fish
