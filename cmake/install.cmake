@@ -23,12 +23,16 @@ install(
     ARCHIVE DESTINATION ${engine_archives}
     INCLUDES
     DESTINATION ${engine_headers})
-foreach(folder th talg tcrypto)
-    file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/lib/${folder}/*.h)
+# The interfaces; the other headers of these folders are internals.
+set(public_th base error handle log slist str)
+set(public_talg bitmap hash_table list lru_cache memalign slab)
+set(public_tcrypto error provider tcrypto)
+set(public_ttd bytes caches engine engine_log format geometry hash signature superblock verify verify_range)
+foreach(folder th talg tcrypto ttd)
+    set(headers ${public_${folder}})
+    list(TRANSFORM headers REPLACE ".+" "${PROJECT_SOURCE_DIR}/lib/${folder}/\\0.h")
     install(FILES ${headers} DESTINATION ${engine_headers}/${folder})
 endforeach()
-file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/lib/ttd/*.h)
-install(FILES ${headers} DESTINATION ${engine_headers}/ttd)
 
 # The CMake package: find_package(mktfs), target mktfs::ttd_engine.
 install(EXPORT mktfs-targets NAMESPACE mktfs:: DESTINATION ${engine_package})
@@ -64,9 +68,10 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/man/ DESTINATION ${CMAKE_INSTALL_MA
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man5
         FILES_MATCHING PATTERN "*.5")
 set(doc_folder ${CMAKE_INSTALL_DATADIR}/doc/mktfs)
-install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${doc_folder})
+# In the places that they have in the tree, so that their links lead somewhere.
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CONTRIBUTING.md DESTINATION ${doc_folder})
 install(
-    DIRECTORY ${PROJECT_SOURCE_DIR}/docs/
+    DIRECTORY ${PROJECT_SOURCE_DIR}/docs
     DESTINATION ${doc_folder}
     FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.txt" PATTERN "man" EXCLUDE)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${doc_folder} USE_SOURCE_PERMISSIONS)

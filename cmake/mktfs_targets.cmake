@@ -9,6 +9,9 @@ target_compile_definitions(mktfs_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=6
 target_compile_options(
     mktfs_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror
                           -fno-strict-aliasing)
+# A program that is given away does not say where it was built.
+add_compile_options(
+    "$<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${PROJECT_BINARY_DIR}/=;-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=>")
 
 # mktfs_library(NAME SOURCES file... [DEPENDS target...] [LINKS target...])
 # A static library of this folder.  DEPENDS names our own libraries: it is the

@@ -1,80 +1,93 @@
 #!/usr/bin/env python3
-"""Reads every #include of the tree and proves that layers only look down."""
+"""Reads every #include of the tree and proves that layers only look down.
+
+The CMake files say what may be included: the sources of a mktfs_library may include
+headers of its folder and of the folders of its DEPENDS, and of theirs.  A header that
+declares functions has a source of its name beside it.
+"""
 
 import re
 import sys
 from pathlib import Path
 
-# A folder and the folders that it may include from, besides itself.
-LAYERS = {
-    "lib/th": [],
-    "lib/talg": ["lib/th"],
-    "lib/tcrypto": ["lib/th"],
-    "lib/tcrypto/kernels": [],
-    "lib/tcrypto/openssl": ["lib/tcrypto", "lib/tcrypto/kernels", "lib/th"],
-    "src/base": ["lib/th"],
-    "src/io": ["src/base", "lib/th"],
-    "src/fs": ["src/io", "src/base", "lib/th"],
-    "src/tree": ["src/fs", "src/io", "src/base", "lib/th"],
-    "src/buildfile": ["src/tree", "src/fs", "src/io", "src/base", "lib/th"],
-    "lib/ttd": ["lib/tcrypto", "lib/talg", "lib/th"],
-    "src/ttd": [
-        "lib/ttd", "src/buildfile", "src/tree", "src/fs", "src/io", "src/base", "lib/tcrypto", "lib/th",
-    ],
-    "src/info": ["lib/ttd", "src/io", "src/base", "lib/tcrypto", "lib/th"],
-    "src/driver": ["src/ttd", "src/buildfile", "src/tree", "src/fs", "src/io", "src/base", "lib/th"],
-}
-# Single files that sit above their folder: they tie two layers together.
-EXCEPTIONS = {
-    "lib/tcrypto/init.cc": ["lib/tcrypto/openssl"],
-}
 ONLY_IN = {"openssl/": "lib/tcrypto/openssl"}
-PREFIX_FREE = ["lib/th", "lib/talg", "lib/tcrypto", "lib/ttd"]  # know nothing of the tool
+# Headers without a source of their name: records and interfaces of tables, which declare no function
+# or are implemented by every user of the table.
+UNPAIRED = re.compile(r"_record\.h$|^lib/tcrypto/(tcrypto|provider)\.h$"
+                      r"|^lib/tcrypto/(kernels/rows|openssl/families)\.h$|/(scanner_state|parser_actions)\.h$")
 
+LIBRARY = re.compile(r"^mktfs_library\(\s*(\w+)(.*?)\)\s*$", re.M | re.S)
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.M)
+COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.S)
+# A declaration at the left edge that ends in a closing parenthesis: no body, no variable, no type.
+FUNCTION = re.compile(r"^(?!inline|template|using|typedef|static|struct|class|constexpr|#|TH_)"
+                      r"[\w\[][^;{}=]*\)(?: noexcept)?;", re.M)
+SUFFIXES = (".h", ".cc", ".l", ".y")
 
 
-def layer_of(path, root):
-    for part in [path.parent, *path.parent.parents]:
-        name = part.relative_to(root).as_posix() if part != root else ""
-        if name in LAYERS:
-            return name
-    return None
+def libraries(root):
+    """Of each library: the folders of its sources, and the libraries in its DEPENDS."""
+    found = {}
+    for cmake in [*root.glob("lib/**/CMakeLists.txt"), *root.glob("src/**/CMakeLists.txt")]:
+        for name, body in LIBRARY.findall(cmake.read_text(encoding="utf-8")):
+            words = re.sub(r"\bLINKS\b.*", "", body, flags=re.S).split("DEPENDS")
+            sources = re.findall(r"[\w/]+\.cc", words[0])
+            folders = {(cmake.parent / source).parent.relative_to(root).as_posix() for source in sources}
+            files = {(cmake.parent / source).relative_to(root).as_posix() for source in sources}
+            found[name] = (folders, files, words[1].split() if len(words) > 1 else [])
+    return found
 
 
-def faults_of(path, root):
-    name = path.relative_to(root).as_posix()
-    layer = layer_of(path, root)
-    if layer is None:
-        yield f"{name}: belongs to no layer"
-        return
+def folders_below(name, found):
+    if name not in found:  # from outside of the tree
+        return set()
+    folders, _, depends = found[name]
+    return folders.union(*(folders_below(other, found) for other in depends))
+
+
+def allowed_folders(path, root, found):
+    """Of a source, what its library says; of a header, what all libraries of its folder say."""
+    name, folder = path.relative_to(root).as_posix(), path.parent.relative_to(root).as_posix()
+    owners = [library for library, (_, files, _) in found.items() if name in files] or [
+        library for library, (folders, _, _) in found.items() if folder in folders]
+    return {folder}.union(*(folders_below(owner, found) for owner in owners)) if owners else set()
+
+
+def faults_of(path, root, found):
+    name, folder = path.relative_to(root).as_posix(), path.parent.relative_to(root).as_posix()
     text = path.read_text(encoding="utf-8")
-    allowed = [layer, *LAYERS[layer], *EXCEPTIONS.get(name, [])]
+    allowed = allowed_folders(path, root, found)
+    if not allowed:
+        yield f"{name}: belongs to no library"
     for kind, target in INCLUDE.findall(text):
         if kind == "<":
-            for start, folder in ONLY_IN.items():
-                if target.startswith(start) and layer != folder:
-                    yield f"{name}: <{target}> is for {folder} only"
+            for start, only in ONLY_IN.items():
+                if target.startswith(start) and folder != only:
+                    yield f"{name}: <{target}> is for {only} only"
             continue
-        found = [base / target for base in (root / "lib", root / "src") if (base / target).exists()]
-        if not found:
+        base = next((top for top in ("lib", "src") if (root / top / target).exists()), None)
+        if base is None:
             if not target.startswith("base_"):  # generated by flex and bison
                 yield f'{name}: "{target}" is no header of the tree'
-        elif layer_of(found[0], root) not in allowed:
-            yield f'{name}: {layer} must not include "{target}"'
-    if layer in PREFIX_FREE and re.search(r"\bmktfs_", text):
+        elif allowed and Path(base, target).parent.as_posix() not in allowed:
+            yield f'{name}: its library does not depend on that of "{target}"'
+    if name.startswith("lib/") and re.search(r"\bmktfs_", text):
         yield f"{name}: names something of the tool"
+    if path.suffix == ".h" and not UNPAIRED.search(name) and not path.with_suffix(".cc").exists():
+        declared = FUNCTION.search(COMMENT.sub("", text))
+        if declared:
+            yield f"{name}: no {path.stem}.cc for {' '.join(declared[0].split())}"
 
 
 def main():
     root = Path(sys.argv[1] if len(sys.argv) > 1 else Path(__file__).parent.parent).resolve()
-    files = [p for top in ("lib", "src") for p in sorted((root / top).rglob("*"))
-             if p.suffix in (".h", ".cc", ".l", ".y")]
-    faults = [fault for path in files for fault in faults_of(path, root)]
+    found = libraries(root)
+    files = [p for top in ("lib", "src") for p in sorted((root / top).rglob("*")) if p.suffix in SUFFIXES]
+    faults = [fault for path in files for fault in faults_of(path, root, found)]
     for fault in faults:
         print(fault)
-    print(f"{len(files)} files, {len(faults)} faults")
-    return 1 if faults or not files else 0
+    print(f"{len(found)} libraries, {len(files)} files, {len(faults)} faults")
+    return 1 if faults or not found or not files else 0
 
 
 sys.exit(main())

@@ -4,7 +4,7 @@
 #     TTD_KEY = "/path/to/key.pem"
 #     TTD_PUBLIC_KEY = "/path/to/key.pub.pem"
 # It wraps any other type: ext4.ttd, erofs.ttd ...  With TTD_SIGN_COMMAND set (the text of mktfs -Z,
-# without single quotes), that command signs instead of TTD_KEY; let it end with "|| kill -s TERM $PPID".
+# without single quotes), that command signs instead of TTD_KEY; let it end with "|| : ><sigfile>".
 #
 # It needs a recipe mktfs-native, and a release whose IMAGE_NAME holds the suffix ".rootfs" (4.3 on);
 # before that, write ${IMAGE_NAME}${IMAGE_NAME_SUFFIX} below.

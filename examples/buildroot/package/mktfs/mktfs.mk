@@ -1,0 +1,16 @@
+################################################################################
+#
+# mktfs
+#
+################################################################################
+
+# A host package only.  The sources lie beside the external tree; set MKTFS_SITE to another place.
+MKTFS_VERSION = 1.0.0
+MKTFS_SITE ?= $(BR2_EXTERNAL_TTD_PATH)/../mktfs
+MKTFS_SITE_METHOD = local
+MKTFS_LICENSE_FILES = cmake/package/copyright
+
+HOST_MKTFS_DEPENDENCIES = host-openssl host-libb2 host-libdivide host-blake3 host-flex host-bison
+HOST_MKTFS_CONF_OPTS = -DMKTFS_TESTS=OFF -DBLAKE3_SOURCE_DIR=$(HOST_BLAKE3_DIR)/c
+
+$(eval $(host-cmake-package))
