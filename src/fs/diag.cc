@@ -19,9 +19,8 @@ struct position {
 
 position current_position() {
     position at;
-    const mktfs_backend *backend = mktfs_get_backend();
-    if (backend != nullptr && backend->parser.scanner_context != nullptr)
-        backend->parser.scanner_context(&at.file, &at.line, &at.column);
+    if (const auto ask = mktfs_backend_or_none().parser.scanner_context; ask != nullptr)
+        ask(&at.file, &at.line, &at.column);
     return at;
 }
 
