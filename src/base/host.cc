@@ -190,9 +190,8 @@ int mktfs_claim_file(const char *path, int descriptor) {
     }, named{};
     if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode))
         return 0;
-    struct flock whole_file {};
+    struct flock whole_file {};  // from the start, without an end
     whole_file.l_type = F_WRLCK;
-    whole_file.l_whence = SEEK_SET;
     if (::fcntl(descriptor, F_OFD_SETLK, &whole_file) != 0 && (errno == EAGAIN || errno == EACCES))
         return EAGAIN;
     // Its last owner may have removed it between the caller's open and the lock.
