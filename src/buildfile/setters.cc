@@ -52,8 +52,7 @@ const char *shown(const char *text) {
 }
 
 bool backend_has_acls() {
-    const mktfs_backend *backend = mktfs_get_backend();
-    return backend != nullptr && (backend->flags & MKTFS_BACKEND_ACLS) != 0;
+    return (mktfs_backend_or_none().flags & MKTFS_BACKEND_ACLS) != 0;
 }
 
 // A new list from the text, owned by the pool; null when the text is refused.

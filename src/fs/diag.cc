@@ -19,11 +19,8 @@ struct position {
 
 position current_position() {
     position at;
-    const mktfs_backend *backend = mktfs_get_backend();
-    if (backend != nullptr && backend->parser.scanner_context != nullptr)
-        backend->parser.scanner_context(&at.file, &at.line, &at.column);
-    if (at.file == nullptr)
-        at.file = "(null)";
+    if (const auto ask = mktfs_backend_or_none().parser.scanner_context; ask != nullptr)
+        ask(&at.file, &at.line, &at.column);
     return at;
 }
 
@@ -38,7 +35,7 @@ void drop_one_newline(char *text) {
     std::vsnprintf(message, sizeof message, format, arguments);
     drop_one_newline(message);
     const position at = current_position();
-    mktfs_log(level, "%s:%d:%d:%s\n", at.file, at.line, at.column, message);
+    mktfs_log(level, "%s:%d:%d:%s\n", mktfs_shown(at.file), at.line, at.column, message);
 }
 
 }  // namespace

@@ -21,10 +21,6 @@ constinit const mktfs_backend no_backend{};
 constinit const mktfs_backend *selected_backend = nullptr;
 mktfs_filesystem the_filesystem;
 
-const mktfs_backend &backend() {
-    return selected_backend != nullptr ? *selected_backend : no_backend;
-}
-
 void set_default_root(mktfs_inode &root) {
     root = mktfs_inode{};
     root.type = MKTFS_INODE_DIR;
@@ -66,6 +62,10 @@ const mktfs_backend *mktfs_get_backend() {
     return selected_backend;
 }
 
+const mktfs_backend &mktfs_backend_or_none() {
+    return selected_backend != nullptr ? *selected_backend : no_backend;
+}
+
 mktfs_filesystem *mktfs_get_filesystem() {
     return &the_filesystem;
 }
@@ -78,11 +78,11 @@ int mktfs_filesystem_build_init(mktfs_filesystem *fs) {
     if (fs == nullptr)
         return EINVAL;
     set_build_defaults(*fs);
-    return call_init(backend().build_init, fs);
+    return call_init(mktfs_backend_or_none().build_init, fs);
 }
 
 void mktfs_filesystem_build_finit(mktfs_filesystem *fs) {
-    call_finit(backend().build_finit, fs);
+    call_finit(mktfs_backend_or_none().build_finit, fs);
     if (fs != nullptr)
         fs->mtimefmt.clear();
 }
@@ -91,44 +91,44 @@ int mktfs_filesystem_extract_init(mktfs_filesystem *fs) {
     if (fs == nullptr)
         return EINVAL;
     fs->root.children = {};
-    return call_init(backend().extract_init, fs);
+    return call_init(mktfs_backend_or_none().extract_init, fs);
 }
 
 void mktfs_filesystem_extract_finit(mktfs_filesystem *fs) {
-    call_finit(backend().extract_finit, fs);
+    call_finit(mktfs_backend_or_none().extract_finit, fs);
 }
 
 int mktfs_filesystem_verify_init(mktfs_filesystem *fs) {
-    return call_init(backend().verify_init, fs);
+    return call_init(mktfs_backend_or_none().verify_init, fs);
 }
 
 void mktfs_filesystem_verify_finit(mktfs_filesystem *fs) {
-    call_finit(backend().verify_finit, fs);
+    call_finit(mktfs_backend_or_none().verify_finit, fs);
 }
 
 int mktfs_filesystem_parse(const char *input) {
-    if (backend().parser.parse_cfg_file == nullptr)
+    if (mktfs_backend_or_none().parser.parse_cfg_file == nullptr)
         return EOPNOTSUPP;
-    backend().parser.parse_cfg_file(input);
+    mktfs_backend_or_none().parser.parse_cfg_file(input);
     return 0;
 }
 
 int mktfs_filesystem_build(mktfs_filesystem *fs, mktfs_io *output) {
-    return backend().build != nullptr ? backend().build(fs, output) : EOPNOTSUPP;
+    return mktfs_backend_or_none().build != nullptr ? mktfs_backend_or_none().build(fs, output) : EOPNOTSUPP;
 }
 
 int mktfs_filesystem_verify(mktfs_filesystem *fs, const char *image_path) {
-    if (backend().verify == nullptr)
+    if (mktfs_backend_or_none().verify == nullptr)
         return EOPNOTSUPP;
     mktfs_io_ptr image;
     const int err = mktfs_io_mmap_create(image_path, th_out(image));
     if (err != 0)
         return err;
-    return backend().verify(fs, image.get());
+    return mktfs_backend_or_none().verify(fs, image.get());
 }
 
 void mktfs_backend_option_handler(const char *name, const char *value) {
-    const auto handler = backend().option_handler;
+    const auto handler = mktfs_backend_or_none().option_handler;
     const int err = handler != nullptr ? handler(&the_filesystem, name, value) : EOPNOTSUPP;
     if (err == EINVAL)
         mktfs_parse_error("invalid value for option attribute '%s' ('%s')\n", name, or_nil(value));
@@ -139,7 +139,7 @@ void mktfs_backend_option_handler(const char *name, const char *value) {
 }
 
 void mktfs_backend_inode_attr(mktfs_inode *inode, const char *name, const char *value) {
-    const auto handler = backend().inode_attr;
+    const auto handler = mktfs_backend_or_none().inode_attr;
     const int err = handler != nullptr ? handler(inode, name, value) : EOPNOTSUPP;
     if (err == EINVAL)
         mktfs_parse_error("invalid value for inode attribute '%s' ('%s')\n", name, or_nil(value));

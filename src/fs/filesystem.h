@@ -11,6 +11,8 @@ extern int host_endian;
 
 void mktfs_set_backend(const mktfs_backend *backend);
 [[nodiscard]] const mktfs_backend *mktfs_get_backend();  // null before selection
+// The selected type, or a record of which every slot is empty.
+[[nodiscard]] const mktfs_backend &mktfs_backend_or_none();
 [[nodiscard]] mktfs_filesystem *mktfs_get_filesystem();  // never null
 [[nodiscard]] mktfs_filesystem_opts *mktfs_get_filesystem_opts();
 

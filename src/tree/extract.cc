@@ -24,8 +24,8 @@ constexpr std::size_t DEFAULT_LINK_LIMIT = 4096;  // bytes, where the host names
 // Calls a slot of the selected type; an empty one lacks the operation.
 template <class... Parameters, class... Arguments>
 int call_backend(int (*mktfs_backend::*slot)(Parameters...), Arguments... arguments) {
-    const mktfs_backend *backend = mktfs_get_backend();
-    return backend && backend->*slot ? (backend->*slot)(arguments...) : EOPNOTSUPP;
+    const auto operation = mktfs_backend_or_none().*slot;
+    return operation ? operation(arguments...) : EOPNOTSUPP;
 }
 
 int extract_directory(mktfs_filesystem *, mktfs_inode *inode, mktfs_io *) {

@@ -52,8 +52,7 @@ std::uint32_t default_mode(const mktfs_filesystem &fs, std::int32_t type) {
 }
 
 bool backend_has(std::uint32_t flag) {
-    const mktfs_backend *backend = mktfs_get_backend();
-    return backend && backend->flags & flag;
+    return (mktfs_backend_or_none().flags & flag) != 0;
 }
 
 void link_at(mktfs_inode **slot, mktfs_inode &inode) {

@@ -15,60 +15,39 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ExitedWithCode;
-using testing::KilledBySignal;
 
 int create(const std::string &path) {
     return open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
 }
 
-int create_registered(const std::string &path) {
-    return mktfs_cleanup_add(path.c_str(), create(path));
+int add(const std::string &path) {
+    return mktfs_cleanup_add(path.c_str(),
+                             fs::is_directory(path) ? open(path.c_str(), O_RDONLY) : create(path));
 }
 
-void install_without_core_dumps() {
-    const rlimit none = {0, 0};
-    setrlimit(RLIMIT_CORE, &none);
-    mktfs_cleanup_install();
-}
-
-void ignore(int signal) {
-    std::signal(signal, SIG_IGN);
-}
-
-TEST(CleanupDeathTest, AnEndingSignalWaitsForTheRegistrationAndRemovesTheFile) {
+TEST(CleanupDeathTest, AnEndingSignalWaitsForTheRegistrationAndRemovesTheFileUnlessIgnored) {
     const temp_dir dir;
     const std::string path = dir / "out";
+    const auto raise_between = [&path](int signal, bool ignored) {
+        const rlimit no_core_dump = {0, 0};
+        setrlimit(RLIMIT_CORE, &no_core_dump);
+        std::signal(signal, ignored ? SIG_IGN : SIG_DFL);
+        mktfs_cleanup_install();
+        {
+            const mktfs_signal_guard guard;
+            const int descriptor = create(path);
+            raise(signal);
+            static_cast<void>(mktfs_cleanup_add(path.c_str(), descriptor));
+        }
+        _exit(9);
+    };
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGXFSZ, SIGBUS}) {
         SCOPED_TRACE(strsignal(signal));
-        EXPECT_EXIT(
-            {
-                install_without_core_dumps();
-                {
-                    const mktfs_signal_guard guard;
-                    const int descriptor = create(path);
-                    raise(signal);
-                    static_cast<void>(mktfs_cleanup_add(path.c_str(), descriptor));
-                }
-                _exit(9);
-            },
-            KilledBySignal(signal), "^$");
+        EXPECT_EXIT(raise_between(signal, false), testing::KilledBySignal(signal), "^$");
         EXPECT_FALSE(fs::exists(path));
     }
-}
-
-TEST(CleanupDeathTest, SignalsIgnoredAtTheStartStayIgnored) {
-    const temp_dir dir;
-    const std::string path = dir / "out";
-    EXPECT_EXIT(
-        {
-            ignore(SIGINT);
-            mktfs_cleanup_install();
-            const int slot = create_registered(path);
-            raise(SIGINT);
-            mktfs_cleanup_forget(slot);
-            _exit(fs::exists(path) ? 3 : 9);
-        },
-        ExitedWithCode(3), "");
+    EXPECT_EXIT(raise_between(SIGINT, true), ExitedWithCode(9), "");
+    EXPECT_TRUE(fs::exists(path));
 }
 
 TEST(CleanupDeathTest, AMappingThatLosesItsPagesEndsAsInputError) {
@@ -77,13 +56,10 @@ TEST(CleanupDeathTest, AMappingThatLosesItsPagesEndsAsInputError) {
     EXPECT_EXIT(
         {
             mktfs_cleanup_install();
-            static_cast<void>(create_registered(path));
-            const int descriptor = open(input.c_str(), O_RDWR | O_CLOEXEC);
-            const auto *bytes =
-                static_cast<const volatile char *>(mmap(nullptr, 8192, PROT_READ, MAP_SHARED, descriptor, 0));
-            if (ftruncate(descriptor, 0) != 0)
-                _exit(9);
-            _exit(bytes[4096]);
+            static_cast<void>(add(path));
+            const void *bytes = mmap(nullptr, 8192, PROT_READ, MAP_SHARED, create(input), 0);
+            fs::resize_file(input, 0);
+            _exit(static_cast<const volatile char *>(bytes)[4096]);
         },
         ExitedWithCode(5),
         "^mktfs: an input file changed or failed while it was read \\(Input/output error\\), run again when "
@@ -94,31 +70,26 @@ TEST(CleanupDeathTest, AMappingThatLosesItsPagesEndsAsInputError) {
 TEST(CleanupDeathTest, ExitRemovesOnlyWhatIsStillPendingAndOurs) {
     const temp_dir dir;
     dir.link("link", "target");
-    EXPECT_EXIT(
-        {
-            mktfs_cleanup_install();
-            static_cast<void>(create_registered(dir / "pending"));
-            mktfs_cleanup_forget(create_registered(dir / "forgotten"));
-            static_cast<void>(create_registered(dir / "replaced"));
-            fs::remove(dir / "replaced");
-            dir.file("replaced", "somebody else's");
-            static_cast<void>(create_registered(dir / "link"));
-            for (const std::string &folder : {dir.folder("folder"), dir.folder("full")})
-                static_cast<void>(mktfs_cleanup_add(folder.c_str(), open(folder.c_str(), O_RDONLY)));
-            static_cast<void>(create_registered(dir / "folder/pending"));
-            mktfs_cleanup_forget(create_registered(dir / "full/complete"));
-            for (int i = 0; i < 100; ++i)  // a slot is offered again
-                mktfs_cleanup_remove(create_registered(dir / "removed"));
-            std::exit(create_registered("/dev/null") == -1 && !fs::exists(dir / "removed") ? 3 : 9);
-        },
-        ExitedWithCode(3), "");
-    EXPECT_FALSE(fs::exists(dir / "pending"));
-    EXPECT_TRUE(fs::exists(dir / "forgotten"));
+    const auto make_all_and_exit = [&dir] {
+        mktfs_cleanup_install();
+        mktfs_cleanup_forget(add(dir / "forgotten"));
+        for (const std::string &path : {dir / "pending", dir / "replaced", dir / "link", dir.folder("folder"),
+                                        dir.folder("f"), dir / "folder/pending"})
+            static_cast<void>(add(path));
+        fs::remove(dir / "replaced");
+        dir.file("replaced", "somebody else's");
+        mktfs_cleanup_forget(add(dir / "f/complete"));
+        for (int i = 0; i < 100; ++i)  // a slot is offered again
+            mktfs_cleanup_remove(add(dir / "removed"));
+        mktfs_cleanup_finish(add(dir / "finished"));
+        std::exit(add("/dev/null") == -1 && !fs::exists(dir / "removed") ? 3 : 9);
+    };
+    EXPECT_EXIT(make_all_and_exit(), ExitedWithCode(3), "");
+    for (const char *gone : {"pending", "target", "folder"})
+        EXPECT_FALSE(fs::exists(dir / gone)) << gone;
+    for (const char *kept : {"forgotten", "finished", "f/complete"})
+        EXPECT_TRUE(fs::exists(dir / kept)) << kept;
     EXPECT_EQ(read_file(dir / "replaced"), "somebody else's");
-    EXPECT_FALSE(fs::exists(dir / "target"));
-    EXPECT_FALSE(fs::exists(dir / "folder"));
-    EXPECT_TRUE(fs::exists(dir / "full/complete"));
-    EXPECT_TRUE(fs::exists("/dev/null"));
 }
 
 }  // namespace

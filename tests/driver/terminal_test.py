@@ -8,98 +8,76 @@ line must come however quick the machine is.  Asks nobody for a pass phrase.
 import os
 import pty
 import re
-import select
-import signal
 import subprocess
 import sys
 import tempfile
 from pathlib import Path
 
 DATA = Path(__file__).resolve().parent.parent / "data"
-LINE = re.compile(rb"\r\x1b\[K *\d+%  [\d.]+ MiB/s  [\d:]+ left")
 WIPE = b"\r\x1b[K"
+LINE = re.compile(rb"\r\x1b\[K *\d+%  [\d.]+ MiB/s  [\d:]+ left")
 SIZE = 8 << 20
 
 mktfs = str(Path(sys.argv[1]).resolve())
-failures = 0
 
 
-def check(rule, holds, seen):
-    global failures
-    if not holds:
-        failures += 1
-        print(f"FAILED: {rule}: {str(seen)[:400]}")
-
-
-def run(folder, slow_call, arguments, columns=None, **environment):
+def run(folder, slow_call, arguments, columns=80, term="xterm"):
     """What the run writes to a terminal as standard error, and its status; `slow_call` takes 1.2 s once."""
     main, terminal = pty.openpty()
-    if columns:
-        subprocess.run(["stty", "cols", str(columns)], stdin=terminal, check=True)
-    command = ["strace", "-f", "-o", "trace", "-e", f"inject={slow_call}:delay_enter=1200000:when=1", mktfs, "ttd"]
-    process = subprocess.Popen(command + arguments, cwd=folder, stdin=terminal, stderr=terminal,
-                               stdout=subprocess.DEVNULL, env={**os.environ, "TERM": "xterm", **environment})
+    subprocess.run(["stty", "cols", str(columns)], stdin=terminal, check=True)
+    slow = ["strace", "-f", "-o", "trace", "-e", f"inject={slow_call}:delay_enter=1200000:when=1"]
+    command = [*(slow if slow_call else []), "setsid", "-c", mktfs, "ttd", *arguments]
+    process = subprocess.Popen(command, cwd=folder, stdin=terminal, stderr=terminal, stdout=subprocess.DEVNULL,
+                               env={**os.environ, "TERM": term})
     os.close(terminal)
     seen = b""
-    while True:
-        try:
-            piece = os.read(main, 4096)
-        except OSError:  # the last writer is gone
-            break
-        if not piece:
-            break
-        seen += piece
-    os.close(main)
-    return seen, process.wait(60)
+    try:
+        while piece := os.read(main, 4096):
+            seen += piece
+    except OSError:  # the last writer is gone
+        os.close(main)
+    return process.wait(60), seen
 
 
-def ask_nobody(folder, build):
-    """A build with an encrypted key, as the leader of a session on a terminal of its own."""
-    locked = [argument.replace("rsa.pem", "rsa_encrypted.pem") for argument in build]
-    process, terminal = pty.fork()
-    if process == 0:
-        os.chdir(folder)
-        os.execl(mktfs, mktfs, "ttd", *locked)
-    seen = b""
-    while select.select([terminal], [], [], 20)[0]:
-        try:
-            seen += os.read(terminal, 4096)
-        except OSError:  # the run is over
-            break
-    else:
-        os.kill(process, signal.SIGKILL)
-    status = os.waitstatus_to_exitcode(os.waitpid(process, 0)[1])
-    check("nobody is asked for a pass phrase", status == 22 and b"phrase" not in seen, (status, seen))
+def shows_line(seen):
+    return LINE.match(seen) and seen.endswith(WIPE) and LINE.sub(b"", seen).replace(WIPE, b"") == b""
 
 
 def main():
     with tempfile.TemporaryDirectory() as name:
         folder = Path(name)
-        (folder / "in").write_bytes(os.urandom(SIZE))
+        data = os.urandom(SIZE)
+        (folder / "in").write_bytes(data)
         build = ["-H", "sha256", "-B", "4096", "-S", "rsa-sha256", "-K", str(DATA / "rsa.pem"), "-o", "out", "in"]
         verify = ["-y", "-K", str(DATA / "rsa.pub.pem"), "out"]
-        extract = ["-x", "-f", "-o", "folder", "out"]
-        for rule, call, arguments in (("build", "pwrite64", build), ("verify", "madvise", verify),
-                                      ("extract", "pwrite64", extract)):
-            seen, status = run(folder, call, arguments)
-            check(f"{rule}: a line is shown", status == 0 and LINE.match(seen) is not None, seen)
-            check(f"{rule}: it is wiped at the end", seen.endswith(WIPE), seen)
-            check(f"{rule}: nothing else is written", LINE.sub(b"", seen).replace(WIPE, b"") == b"", seen)
+        locked = [argument.replace("rsa.pem", "rsa_encrypted.pem") for argument in build]
 
-        seen, status = run(folder, "pwrite64", build, TERM="dumb")
-        check("a terminal that cannot wipe gets nothing", status == 0 and seen == b"", seen)
-        seen, status = run(folder, "pwrite64", ["-v", *build])
-        check("-v asks for messages instead", status == 0 and seen == b"", seen)
-        seen, status = run(folder, "pwrite64", build, columns=12)
-        check("a narrow terminal gets what fits", status == 0 and max(map(len, seen.split(WIPE))) == 11, seen)
+        def damage():
+            (folder / "out").write_bytes((image := (folder / "out").read_bytes())[:SIZE - 1] +
+                                         bytes([data[-1] ^ 1]) + image[SIZE:])
 
-        with (folder / "out").open("r+b") as image:
-            image.seek(SIZE - 1)
-            image.write(bytes([(folder / "in").read_bytes()[-1] ^ 1]))
-        seen, status = run(folder, "madvise", verify)
-        check("messages come on a clean line", status == 5 and LINE.match(seen) and b"left" + WIPE + b"ttd: " in seen,
-              seen)
-        ask_nobody(folder, build)
+        rows = [  # rule, slow call, arguments, keywords, status, what must hold of the bytes seen
+            ("build", "pwrite64", build, {}, 0, shows_line),
+            ("verify", "madvise", verify, {}, 0, shows_line),
+            ("extract", "pwrite64", ["-x", "-f", "-o", "folder", "out"], {}, 0, shows_line),
+            ("a short run shows none", None, verify, {}, 0, lambda seen: seen == b""),
+            ("a terminal that cannot wipe gets none", "pwrite64", build, {"term": "dumb"}, 0, lambda seen: seen == b""),
+            ("-v asks for messages instead", "pwrite64", ["-v", *build], {}, 0, lambda seen: seen == b""),
+            ("a narrow terminal gets what fits", "pwrite64", build, {"columns": 12}, 0,
+             lambda seen: max(map(len, seen.split(WIPE))) == 11),
+            ("nobody is asked for a pass phrase", None, locked, {}, 22, lambda seen: b"phrase" not in seen),
+            ("messages come on a clean line", "madvise", verify, {}, 5,
+             lambda seen: LINE.match(seen) and b"left" + WIPE + b"ttd: " in seen),
+        ]
+        failures = 0
+        for rule, call, arguments, keywords, expected, holds in rows:
+            if expected == 5:
+                run(folder, None, build)
+                damage()
+            status, seen = run(folder, call, arguments, **keywords)
+            if status != expected or not holds(seen):
+                failures += 1
+                print(f"FAILED: {rule}: {status} {seen[:400]}")
     print(f"terminal: {failures} failed")
     return 1 if failures else 0
 

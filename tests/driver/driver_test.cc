@@ -2,9 +2,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <string>
 
 #include "driver/modes.h"
+#include "driver/template_type.h"
 #include "fs/filesystem.h"
 #include "fs/stats.h"
 #include "io/io.h"
@@ -26,6 +26,23 @@ TEST(Build, AnErrorOfTheCloseLeavesNoOutput) {
     EXPECT_FALSE(std::filesystem::exists(path));
     mktfs_set_backend(nullptr);
     mktfs_print_stats();  // of no type
+}
+
+TEST(TemplateType, EveryHookLogsItsNameAndSucceeds) {
+    const mktfs_backend &type = *template_backend();
+    const log_capture log;
+    type.usage();
+    type.print_stats(nullptr);
+    type.build_finit(nullptr);
+    type.extract_finit(nullptr);
+    EXPECT_EQ(type.opts_init(nullptr) | type.build_init(nullptr) | type.build(nullptr, nullptr) |
+                  type.extract_init(nullptr) | type.mount(nullptr, nullptr) |
+                  type.readroot(nullptr, nullptr, nullptr) | type.readdir(nullptr, nullptr, nullptr) |
+                  type.readlnk(nullptr, nullptr, nullptr, nullptr) |
+                  type.readfile(nullptr, nullptr, nullptr, nullptr),
+              0);
+    EXPECT_EQ(log.lines().size(), 12u);
+    EXPECT_EQ(type.cmdopt_handler(nullptr, 'x', nullptr), EOPNOTSUPP);
 }
 
 }  // namespace
