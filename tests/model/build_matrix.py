@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Builds images in every digest, block size and mode, and compares each with the model byte by byte.
 
-    build_matrix.py MKTFS
+    build_matrix.py MKTFS [--quick]
 
 Every signature is proved with the openssl command.  Ends at the first difference.
+--quick takes every fifth pair of digest and block size.
 """
 
 import itertools
@@ -145,12 +146,12 @@ def check_keys_can_refuse(proofs):
             raise Difference(f"openssl accepts any signature of the {key.name} key")
 
 
-def run_matrix(mktfs, folder):
+def run_matrix(mktfs, folder, step):
     """Returns how many images were compared."""
     keys = [Key(folder, *row) for row in KEYS]
     images, proofs = 0, {}
     next_key = itertools.cycle(keys)
-    for (name, digest), block_size in itertools.product(DIGESTS.items(), BLOCK_SIZES):
+    for (name, digest), block_size in itertools.islice(itertools.product(DIGESTS.items(), BLOCK_SIZES), 0, None, step):
         rng = random.Random(f"{name} {block_size}")
         salt = rng.randbytes(rng.choice([digest.size, 2 * digest.size, 128]))
         options = Options(name, block_size, salt=salt, rollback=rng.choice([0, 1, 2**64 - 1]))
@@ -172,12 +173,10 @@ def run_matrix(mktfs, folder):
 
 
 def main():
-    if len(sys.argv) != 2:
-        sys.exit(__doc__)
     mktfs = str(Path(sys.argv[1]).resolve())
     with tempfile.TemporaryDirectory(prefix="mktfs-matrix-") as folder:
         try:
-            images = run_matrix(mktfs, Path(folder))
+            images = run_matrix(mktfs, Path(folder), 5 if "--quick" in sys.argv else 1)
         except Difference as difference:
             sys.exit(f"build_matrix: {difference}")
     print(f"build_matrix: {images} images equal the model, {images} signatures proved")
