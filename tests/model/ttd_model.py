@@ -1,9 +1,16 @@
-"""An independent model of ttd images: what an image must hold, worked out from its input and options."""
+#!/usr/bin/env python3
+"""An independent model of ttd images: what an image must hold, worked out from its input and options.
 
+As a command it checks a built one.
+"""
+
+import argparse
 import hashlib
 import struct
+import sys
 from dataclasses import dataclass, field
 from functools import lru_cache
+from pathlib import Path
 from typing import Callable, NamedTuple, Optional
 
 from blake3 import blake3
@@ -142,6 +149,19 @@ def expect(data, options):
     return Expected(geometry, b"" if options.meta_only else data.ljust(offset, b"\0"), tree, signed)
 
 
+def place(expected, at):
+    """Words for a byte position of the image."""
+    at -= len(expected.data)
+    if at < 0:
+        return "the data"
+    if at >= len(expected.tree):
+        return f"byte {at - len(expected.tree)} of the superblock"
+    geometry = expected.geometry
+    level = next(n for n in range(len(geometry.levels)) if at >= geometry.level_offset(n))
+    block, byte = divmod(at - geometry.level_offset(level), geometry.block_size)
+    return f"byte {byte} of hash block {block} of level {level}"
+
+
 def check(image, data, options):
     """Compares an image with the model byte by byte, the signature apart.
 
@@ -158,5 +178,28 @@ def check(image, data, options):
     wanted = expected.image(signature)
     if image != wanted:
         at = next(i for i, (a, b) in enumerate(zip(image, wanted)) if a != b)
-        raise ModelError(f"byte {at}, {at - len(expected.data)} behind the data, is {image[at]:#04x}, expected {wanted[at]:#04x}")
+        raise ModelError(f"byte {at} ({place(expected, at)}) is {image[at]:#04x}, expected {wanted[at]:#04x}")
     return expected.signed, signature
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("-H", dest="digest", choices=DIGESTS, required=True)
+    parser.add_argument("-B", dest="block_size", type=int, required=True)
+    parser.add_argument("-S", dest="signature", choices=SIGNATURES, default="rsa-sha256")
+    parser.add_argument("-A", dest="salt", type=bytes.fromhex, default=b"", help="in hexadecimal digits")
+    parser.add_argument("-P", dest="partition", type=int)
+    parser.add_argument("-M", dest="meta_only", action="store_true")
+    parser.add_argument("-R", dest="rollback", type=int, default=0)
+    parser.add_argument("--check", type=Path, metavar="IMAGE", required=True)
+    parser.add_argument("input", type=Path)
+    args = parser.parse_args()
+    options = Options(**{name: getattr(args, name) for name in Options.__dataclass_fields__})
+    check(args.check.read_bytes(), args.input.read_bytes(), options)
+
+
+if __name__ == "__main__":
+    try:
+        main()
+    except (ModelError, OSError) as error:
+        sys.exit(f"{Path(sys.argv[0]).name}: {error}")
