@@ -1,11 +1,11 @@
 // The last 4096 bytes of an image, shown as text and as JSON.
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 
 #include "info/print.h"
 #include "info/report.h"
+#include "support/require.h"
 #include "tcrypto/tcrypto.h"
 
 static std::FILE *discarded;
@@ -13,8 +13,7 @@ static std::FILE *discarded;
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     discarded = std::fopen("/dev/null", "w");
     // A reference of its own: the provider is not started anew for every input.
-    if (!discarded || tcrypto_init(0, nullptr) != TCRYPTO_OK)
-        std::abort();
+    require(discarded && tcrypto_init(0, nullptr) == TCRYPTO_OK);
     return 0;
 }
 
@@ -29,9 +28,8 @@ static void show(const std::uint8_t *data, std::size_t size, bool identified) {
     }
     report->file_size = TTD_SUPERBLOCK_SIZE + superblock.totalsize % (std::uint64_t{1} << 40);
     report->min_rollback = "1";
-    if ((ttdinfo_examine(report.get()) == 0) != (report->problem_count == 0) ||
-        (report->problem_count == 0 && !report->has_geometry))
-        std::abort();
+    require((ttdinfo_examine(report.get()) == 0) == (report->problem_count == 0));
+    require(report->problem_count != 0 || report->has_geometry);
     ttdinfo_print_text(*report, discarded);
     ttdinfo_print_json(*report, discarded);
 }

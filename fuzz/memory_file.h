@@ -6,16 +6,14 @@
 #include <unistd.h>
 
 #include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
+
+#include "support/require.h"
 
 class memory_file {
 public:
     memory_file(const void *data, std::size_t size) : descriptor_(memfd_create("in", MFD_CLOEXEC)) {
-        if (descriptor_ < 0 || write(descriptor_, data, size) != static_cast<ssize_t>(size))
-            std::abort();
+        require(descriptor_ >= 0 && write(descriptor_, data, size) == static_cast<ssize_t>(size));
         path_ = "/proc/self/fd/" + std::to_string(descriptor_);
     }
     ~memory_file() { close(descriptor_); }
@@ -28,9 +26,3 @@ private:
     int descriptor_;
     std::string path_;
 };
-
-// What the code under test prints is of no interest.
-inline void discard_standard_output() {
-    if (!std::freopen("/dev/null", "w", stdout))
-        std::abort();
-}

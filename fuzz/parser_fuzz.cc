@@ -1,4 +1,5 @@
-// A whole parse into a tree, through a type with every capability.
+// A whole parse into a tree, through a type with every capability.  A fatal message leaves
+// the parser for good, as the end of the process would.
 #include "base/log.h"
 #include "buildfile/options.h"
 #include "buildfile/parser.h"
@@ -16,23 +17,18 @@ static constexpr mktfs_backend backend = {
     .inode_attr = base_inode_attr_fct,
 };
 
-#ifdef FATAL_MESSAGES_LEAVE
-// What the parser holds at a fatal message is lost, as at the end of a process.
+// What the parser holds at a fatal message is lost.
 extern "C" int __lsan_is_turned_off() {
     return 1;
 }
-#endif
 
-static int log_function([[maybe_unused]] int level, const char *, ...) {
-#ifdef FATAL_MESSAGES_LEAVE
+static int log_function(int level, const char *, ...) {
     if (level == MKTFS_LOG_FATAL)
         throw level;
-#endif
     return 0;
 }
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    discard_standard_output();
     mktfs_register_log_fct(log_function);
     mktfs_set_backend(&backend);
     return 0;

@@ -1,6 +1,6 @@
-// Texts as numbers, sizes, modes, signals, times and hexadecimal.  Plain numbers have
-// the value that exact arithmetic gives them; what is refused leaves the output as it
-// was, or at the bound that was crossed.
+// Texts as numbers, sizes, modes, signals, times, hexadecimal and access control lists.
+// Plain numbers have the value that exact arithmetic gives them; what is refused leaves
+// the output as it was, or at the bound that was crossed.
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/hex.h"
+#include "buildfile/acl.h"
 #include "buildfile/values.h"
 #include "support/require.h"
 #include "th/base.h"
@@ -132,6 +133,35 @@ static void check_hex(const std::string &text) {
     require(std::ranges::equal(back, digits, [](char a, char b) { return a == std::tolower(b); }));
 }
 
+// An accepted list survives its external form, a completed one is valid, and a refused
+// completion changes nothing.
+static void check_acl(const std::string &text) {
+    tvo_acl *acl = nullptr;
+    require((tvo_acl_from_short_text(&acl, text.c_str(), nullptr) == 0) == (acl != nullptr));
+    if (!acl)
+        return;
+
+    const ssize_t length = tvo_acl_size(acl);
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(length));
+    require(tvo_acl_copy_ext(bytes.data(), acl, length) == length);
+    const tvo_acl_ptr copy(tvo_acl_copy_int(bytes.data()));
+    require(copy && std::memcmp(&copy->external, &acl->external, bytes.size()) == 0);
+
+    tvo_acl_ptr completed;
+    std::uint32_t mode = 0640;
+    const int rc = tvo_acl_complete(acl, th_out(completed), &mode, nullptr);
+    require(rc == 0 || (!completed && mode == 0640));
+    require(!completed || (tvo_acl_valid(completed.get()) == 0 && (mode & TVO_ACL_MODE_HAS_ACL)));
+
+    require(tvo_acl_calc_mask(&acl) == 0);
+    (void)tvo_acl_valid(acl);
+    tvo_acl_entry *entry = nullptr;
+    while (tvo_acl_get_entry(acl, TVO_ACL_FIRST_ENTRY, &entry) == 1)
+        require(tvo_acl_delete_entry(acl, entry) == 0);
+    require(tvo_acl_size(acl) == sizeof(tvo_acl_external));
+    tvo_acl_free(acl);
+}
+
 // The first byte chooses the base; a line break ends a time's format.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     if (size == 0)
@@ -146,5 +176,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::size_t line = text.find('\n');
     check_build_file_values(line == text.npos ? text : text.substr(line + 1), text.substr(0, line));
     check_hex(text);
+    check_acl(text);
     return 0;
 }

@@ -1,13 +1,26 @@
 #!/usr/bin/env python3
 """Runs whole-program cases: run.py BINARY [CASE...]
 
-Every cases/NAME.case runs in an empty folder of its own, step by step:
+Every cases/NAME.case runs in an empty folder of its own, step by step, each a line for
+/bin/sh with BINARY's folder first in PATH.  The short form, a row, holds a step, its exit
+status (128 + N: ended by signal N) and what it prints, lines joined with " // ":
+
+    mktfs test nothing | 2 | failed to open 'nothing'
+
+    TEXT                 a line of standard error
+    > TEXT               a line of standard output
+    *                    any number of lines of standard output
+    ~ TEXT  >~ TEXT      the same as regular expressions
+    construction         "Filesystem construction failed (what the status means)"; also
+                         verification and extraction
+
+The long form, and files:
 
     # a comment
     file in.txt          the following body becomes the contents of in.txt
     | [dir]
-    $ mktfs test in.txt  a step: a line for /bin/sh, with BINARY's folder first in PATH
-    status 1             its exit status, 0 when left out (128 + N: ended by signal N)
+    $ mktfs test in.txt  a step
+    status 1             0 when left out
     stdout               the following body is all that it prints there;
     | exact line         nothing when left out
     stderr
@@ -16,8 +29,9 @@ Every cases/NAME.case runs in an empty folder of its own, step by step:
     < NAME               the lines of texts/NAME
     *                    any number of lines, also none
 
-The environment of a step holds PATH, HOME, LC_ALL, TZ=UTC, the sanitizers' options,
-$TEXTS and $DATA (tests/data).  Cases that $SKIP_CASES names are left out.
+The environment of a step holds PATH, HOME, LC_ALL, TZ=UTC, the sanitizers' options, $TEXTS, $DATA
+(tests/data), and $BUILD and $VERIFY, the usual beginnings of commands.  Cases that $SKIP_CASES
+names are left out.
 """
 import concurrent.futures
 import difflib
@@ -31,6 +45,9 @@ import tempfile
 HERE = pathlib.Path(__file__).resolve().parent
 KEPT_VARIABLES = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS")
 STEP_SECONDS = 60
+DATA = HERE.parent / "data"
+ROW = re.compile(r"(?!\$ |[#|~<*\\]|file )(.*) \| (\d+) \|(?: (.*))?")
+ENDS = ("construction", "verification", "extraction")
 
 
 class Body:
@@ -67,6 +84,19 @@ class Step:
         self.streams = {"stdout": Body(), "stderr": Body()}
 
 
+def row_step(match, line):
+    step = Step(match[1], line)
+    step.status = int(match[2])
+    for part in match[3].split(" // ") if match[3] else []:
+        on_stdout = re.match(r"\*$|>~? ", part)
+        text = part.lstrip(">") if on_stdout else part
+        if text in ENDS:
+            text = f"Filesystem {text} failed ({os.strerror(step.status)})"
+        is_code = text == "*" or text.startswith("~ ")
+        step.streams["stdout" if on_stdout else "stderr"].add(text if is_code else "| " + text.removeprefix(" "))
+    return step
+
+
 def parse(path):
     """Yields (file name, Body) and Step items in order."""
     items, body, step = [], None, None
@@ -74,6 +104,9 @@ def parse(path):
         word, _, rest = line.partition(" ")
         if body is not None and line and line[0] in "|\\~<*":
             body.add(line)
+        elif row := ROW.fullmatch(line):
+            body, step = None, row_step(row, number)
+            items.append(step)
         elif word == "file":
             body, step = Body(), None
             items.append((rest, body))
@@ -97,7 +130,9 @@ def environment(binary, folder):
         "LC_ALL": "C",
         "TZ": "UTC",
         "TEXTS": str(HERE / "texts"),
-        "DATA": str(HERE.parent / "data"),
+        "DATA": str(DATA),
+        "BUILD": f"mktfs ttd -H sha256 -S rsa-sha256 -K {DATA}/rsa.pem -B 4096",
+        "VERIFY": f"mktfs ttd -y -K {DATA}/rsa.pub.pem",
     }
 
 
