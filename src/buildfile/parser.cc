@@ -10,7 +10,7 @@
 #include "fs/filesystem.h"
 #include "th/handle.h"
 #include "tree/inode.h"
-#include "tree/search_path.h"
+#include "tree/placement.h"
 
 namespace {
 

@@ -16,6 +16,7 @@
 #include "fs/stats.h"
 #include "io/io.h"
 #include "tree/extract.h"
+#include "tree/host_source.h"
 #include "tree/inode.h"
 #include "tree/resolve.h"
 #include "tree/search_path.h"
@@ -25,12 +26,22 @@ namespace {
 constexpr mode_t OUTPUT_FILE_MODE = 0660;
 constexpr mode_t OUTPUT_FOLDER_MODE = 0755;
 
+void report_input_as_output(const char *output, const char *input) {
+    mktfs_log(MKTFS_LOG_ERROR, "output file '%s' is also an input ('%s'), choose another output\n", output,
+              input);
+}
+
 // The output of a build: opened and registered for removal by one step, and from
-// then on unfinished until keep().
+// then on unfinished until keep().  What it held before goes only once all sources
+// are known.
 class build_output {
 public:
-    ~build_output() { mktfs_cleanup_remove(slot_); }
+    ~build_output() {
+        mktfs_watch_sources(nullptr);
+        mktfs_cleanup_remove(slot_);
+    }
     [[nodiscard]] int open(const char *path);
+    [[nodiscard]] int truncate();
     // Ends the writing, so that its last errors show.
     [[nodiscard]] int close() { return mktfs_io_close(io_.get()); }
     [[nodiscard]] mktfs_io *io() const { return io_.get(); }
@@ -44,24 +55,31 @@ public:
     }
 
 private:
+    // Ends the run when the source is the output, which stays if it was there before.
+    static void refuse_source(const char *source, const struct stat &status);
+
+    static inline build_output *watching_ = nullptr;
+
     mktfs_io_ptr io_;
     int slot_ = -1;
+    const char *path_ = nullptr;
+    struct stat status_ {};
+    bool made_here_ = false;
 };
 
 // Images are appended to, which a block device cannot be.
-int make_empty(const char *path, int descriptor) {
-    struct stat status {};
-    if (::fstat(descriptor, &status) != 0)
-        return errno;
+int refuse_block_device(const char *path, const struct stat &status) {
     if (S_ISBLK(status.st_mode))
         return MKTFS_FAIL(EOPNOTSUPP, "'%s' is a block device, build into a file and copy that there\n",
                           path);
-    return S_ISREG(status.st_mode) && TEMP_FAILURE_RETRY(::ftruncate(descriptor, 0)) != 0 ? errno : 0;
+    return 0;
 }
 
-// Truncated only when it is this run's alone: what another run is writing stays.
+// It is this run's alone from here on: what another run is writing stays.
 int build_output::open(const char *path) {
     const mktfs_signal_guard guard;
+    path_ = path;
+    made_here_ = ::access(path, F_OK) != 0;
     int err = mktfs_io_file_create(path, O_RDWR | O_CREAT, OUTPUT_FILE_MODE, th_out(io_));
     if (err != 0)
         return err;
@@ -70,7 +88,26 @@ int build_output::open(const char *path) {
     if (err != 0)
         return MKTFS_FAIL(err, "another build is writing '%s', wait for it or choose another output\n", path);
     slot_ = mktfs_cleanup_add(path, descriptor);
-    return make_empty(path, descriptor);
+    if (::fstat(descriptor, &status_) != 0)
+        return errno;
+    watching_ = this;
+    mktfs_watch_sources(refuse_source);
+    return refuse_block_device(path, status_);
+}
+
+int build_output::truncate() {
+    const int descriptor = mktfs_io_descriptor(io_.get());
+    return S_ISREG(status_.st_mode) && TEMP_FAILURE_RETRY(::ftruncate(descriptor, 0)) != 0 ? errno : 0;
+}
+
+void build_output::refuse_source(const char *source, const struct stat &status) {
+    build_output &output = *watching_;
+    if (status.st_dev != output.status_.st_dev || status.st_ino != output.status_.st_ino)
+        return;
+    if (!output.made_here_)
+        mktfs_cleanup_forget(output.slot_);
+    report_input_as_output(output.path_, source);
+    std::exit(EINVAL);
 }
 
 const char *shown(const char *path) {
@@ -144,8 +181,8 @@ int refuse_input_as_output(const mktfs_run &run) {
     const int err = find_input(run, mktfs_same_file, input);
     if (err != 0 || input == nullptr)
         return err;
-    return MKTFS_FAIL(EINVAL, "output file '%s' is also an input ('%s'), choose another output\n", run.output,
-                      input);
+    report_input_as_output(run.output, input);
+    return EINVAL;
 }
 
 int open_output(const mktfs_run &run, build_output &output) {
@@ -185,6 +222,8 @@ int resolve_tree(mktfs_filesystem *fs) {
 int construct_image(const mktfs_run &run, mktfs_filesystem *fs, build_output &output) {
     if (verbose != 0 && run.output != nullptr)
         mktfs_log(MKTFS_LOG_INFO, "Constructing filesystem image to '%s'\n", run.output);
+    if (const int err = output.truncate(); err != 0)
+        return MKTFS_FAIL(err, "Unable to open output file '%s' (%s)\n", run.output, std::strerror(err));
     const int err = mktfs_filesystem_build(fs, output.io());
     if (err != 0)
         return MKTFS_FAIL(err, "Filesystem construction failed (%s)\n", std::strerror(err));

@@ -11,8 +11,8 @@
 #include "fs/diag.h"
 #include "fs/filesystem.h"
 #include "io/io.h"
-#include "tree/inode.h"
 #include "tree/text.h"
+#include "tree/walk.h"
 
 namespace {
 

@@ -7,6 +7,8 @@
 #include "base/log.h"
 #include "fs/diag.h"
 #include "tree/inode.h"
+#include "tree/path.h"
+#include "tree/walk.h"
 
 namespace {
 

@@ -14,9 +14,3 @@ void mktfs_clean_search_paths();
 // (or makes it a link).  0; ENOENT when absent or unusable (the latter logged);
 // ENOMEM; EINVAL for a missing argument.
 [[nodiscard]] int mktfs_resolve_search_path_inode(const char *relative_path, mktfs_inode *inode);
-
-// The grammar's placement: takes ownership of a finished node and places it at an
-// image path, or drops it with a warning when the host has no such object.
-// `source`, which may be null, is the host source of a file or the target of a
-// link.  A null inode is ignored.
-void mktfs_backend_inode_add(mktfs_inode *inode, const char *image_path, const char *source);
