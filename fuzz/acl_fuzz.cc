@@ -4,7 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "buildfile/acl.h"
+#include "acl/check.h"
+#include "acl/short_text.h"
 #include "support/require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {

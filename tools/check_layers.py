@@ -9,6 +9,7 @@ from pathlib import Path
 LAYERS = {
     "lib/th": [],
     "lib/talg": [],
+    "lib/acl": ["lib/th"],
     "lib/tcrypto": ["lib/th"],
     "lib/tcrypto/kernels": [],
     "lib/tcrypto/openssl": ["lib/tcrypto", "lib/tcrypto/kernels", "lib/th"],
@@ -16,7 +17,7 @@ LAYERS = {
     "src/io": ["src/base", "lib/th"],
     "src/fs": ["src/io", "src/base", "lib/th"],
     "src/tree": ["src/fs", "src/io", "src/base", "lib/th"],
-    "src/buildfile": ["src/tree", "src/fs", "src/io", "src/base", "lib/th"],
+    "src/buildfile": ["lib/acl", "src/tree", "src/fs", "src/io", "src/base", "lib/th"],
     "lib/ttd": ["lib/tcrypto", "lib/talg", "lib/th"],
     "src/ttd": [
         "lib/ttd", "src/buildfile", "src/tree", "src/fs", "src/io", "src/base", "lib/tcrypto", "lib/th",
@@ -29,7 +30,7 @@ EXCEPTIONS = {
     "lib/tcrypto/init.cc": ["lib/tcrypto/openssl"],
 }
 ONLY_IN = {"openssl/": "lib/tcrypto/openssl"}
-PREFIX_FREE = ["lib/th", "lib/talg", "lib/tcrypto", "lib/ttd"]  # know nothing of the tool
+PREFIX_FREE = ["lib/th", "lib/talg", "lib/acl", "lib/tcrypto", "lib/ttd"]  # know nothing of the tool
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.M)
 

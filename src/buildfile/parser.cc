@@ -25,7 +25,7 @@ void drop_unfinished_object() {
 
 // Attributes that exist for objects and for the whole image.
 void set_on_object_or_image(void (*set)(mktfs_inode *, const char *), const char *option, const char *value) {
-    if (new_inode != nullptr)
+    if (new_inode)
         set(new_inode, value);
     else
         mktfs_backend_option_handler(option, value);
@@ -62,7 +62,7 @@ void base_error(const char *message) {
     int line = 0;
     int column = 0;
     base_scanner_context(&file, &line, &column);
-    mktfs_log(MKTFS_LOG_ERROR, "%s:%d:%d:%s\n", file != nullptr ? file : "(null)", line, column, message);
+    mktfs_log(MKTFS_LOG_ERROR, "%s:%d:%d:%s\n", file ? file : "(null)", line, column, message);
 }
 
 void base_begin_object(std::int32_t type) {
@@ -87,7 +87,7 @@ void base_set_mtime(char *value) {
 void base_set_attribute(char *name, char *value) {
     const token_text name_text(name);
     const token_text value_text(value);
-    if (new_inode != nullptr)
+    if (new_inode)
         mktfs_backend_inode_attr(new_inode, name, value);
     else
         mktfs_backend_option_handler(name, value);

@@ -20,9 +20,9 @@ struct position {
 position current_position() {
     position at;
     const mktfs_backend *backend = mktfs_get_backend();
-    if (backend != nullptr && backend->parser.scanner_context != nullptr)
+    if (backend && backend->parser.scanner_context)
         backend->parser.scanner_context(&at.file, &at.line, &at.column);
-    if (at.file == nullptr)
+    if (!at.file)
         at.file = "(null)";
     return at;
 }
@@ -55,4 +55,8 @@ void mktfs_parse_warn(const char *format, ...) {
     va_start(arguments, format);
     log_positioned(MKTFS_LOG_WARN, format, arguments);
     va_end(arguments);
+}
+
+const char *mktfs_or_nil(const char *value) {
+    return value ? value : "nil";
 }

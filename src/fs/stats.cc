@@ -22,6 +22,6 @@ void mktfs_print_stats() {
     if ((fs->opts.flags & MKTFS_OPT_NO_STATS) == 0)
         print_counters(*fs);
     const mktfs_backend *backend = mktfs_get_backend();
-    if (backend != nullptr && backend->print_stats != nullptr)
+    if (backend && backend->print_stats)
         backend->print_stats(fs);
 }

@@ -1,8 +1,9 @@
 #include "tree/host_source.h"
 
-#include <errno.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include "fs/inode_record.h"
 #include "tree/text.h"

@@ -1,7 +1,6 @@
 #include "tree/path.h"
 
-#include <errno.h>
-
+#include <cerrno>
 #include <new>
 
 #include "base/log.h"

@@ -1,9 +1,9 @@
 #include "tree/placement.h"
 
-#include <errno.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "base/log.h"
 #include "fs/diag.h"

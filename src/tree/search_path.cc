@@ -1,8 +1,8 @@
 #include "tree/search_path.h"
 
-#include <errno.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -19,7 +19,7 @@ using mktfs_search_path = std::string;
 // In the order of the text and of the command line.
 constinit std::vector<mktfs_search_path> search_paths;
 
-// Skips the folder without a word when memory is out.
+// Skips the folder silently when memory is out.
 void append_search_path(mktfs_search_path &&folder) {
     try {
         search_paths.push_back(std::move(folder));

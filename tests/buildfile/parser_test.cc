@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "buildfile/acl.h"
+#include "acl/acl.h"
 #include "buildfile/build_file.h"
 
 namespace {

@@ -1,4 +1,5 @@
-#include "buildfile/acl.h"
+#include "acl/check.h"
+#include "acl/short_text.h"
 
 #include <gtest/gtest.h>
 
