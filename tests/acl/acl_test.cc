@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "support/null_arguments.h"
+
 namespace {
 
 std::string show(tvo_acl *acl) {
@@ -116,33 +118,27 @@ TEST(Acl, RefusesNull) {
     ASSERT_EQ(tvo_acl_get_entry(acl.get(), TVO_ACL_FIRST_ENTRY, &entry), 1);
     tvo_acl *list = acl.get(), *none = nullptr, *made = nullptr;
     std::uint32_t word = 0, buffer[8];
-    const ssize_t answers[] = {tvo_acl_create_entry(nullptr, &entry),
-                               tvo_acl_create_entry(&none, &entry),
-                               tvo_acl_create_entry(&list, nullptr),
-                               tvo_acl_delete_entry(nullptr, entry),
-                               tvo_acl_delete_entry(list, nullptr),
-                               tvo_acl_get_entry(nullptr, 0, &entry),
-                               tvo_acl_get_entry(list, 0, nullptr),
-                               tvo_acl_get_tag_type(nullptr, &word),
-                               tvo_acl_get_tag_type(entry, nullptr),
-                               tvo_acl_set_tag_type(nullptr, 1),
-                               tvo_acl_set_qualifier(nullptr, &word),
-                               tvo_acl_set_qualifier(entry, nullptr),
-                               tvo_acl_get_permset(nullptr, &word),
-                               tvo_acl_get_permset(entry, nullptr),
-                               tvo_acl_set_permset(nullptr, 1),
-                               tvo_acl_add_perm(nullptr, 1),
-                               tvo_acl_clear_perms(nullptr),
-                               tvo_acl_copy_entry(entry, nullptr),
-                               tvo_acl_delete_perm(nullptr, 1),
-                               tvo_acl_calc_mask(nullptr),
-                               tvo_acl_complete(list, nullptr, &word, nullptr),
-                               tvo_acl_complete(list, &made, nullptr, nullptr),
-                               tvo_acl_size(nullptr),
-                               tvo_acl_copy_ext(nullptr, list, sizeof buffer),
-                               tvo_acl_from_short_text(nullptr, "", nullptr)};
-    for (const ssize_t answer : answers)
-        EXPECT_EQ(answer, -1) << &answer - answers;
+    const std::vector<int> rows[] = {
+        answers_to_null(tvo_acl_create_entry, &list, &entry),
+        answers_to_null(tvo_acl_delete_entry, list, entry),
+        answers_to_null(tvo_acl_get_entry, list, 0, &entry),
+        answers_to_null(tvo_acl_copy_entry, entry, entry),
+        answers_to_null(tvo_acl_get_tag_type, entry, &word),
+        answers_to_null(tvo_acl_set_tag_type, entry, 1),
+        answers_to_null(tvo_acl_set_qualifier, entry, &word),
+        answers_to_null(tvo_acl_get_permset, entry, &word),
+        answers_to_null(tvo_acl_set_permset, entry, 1),
+        answers_to_null(tvo_acl_add_perm, &word, 1),
+        answers_to_null(tvo_acl_delete_perm, &word, 1),
+        answers_to_null(tvo_acl_clear_perms, &word),
+        answers_to_null(tvo_acl_calc_mask, &list),
+        answers_to_null(tvo_acl_complete, nullptr, &made, &word, nullptr),
+        answers_to_null(tvo_acl_from_short_text, &made, "", nullptr),
+        {static_cast<int>(tvo_acl_size(nullptr)), tvo_acl_create_entry(&none, &entry)},
+        {static_cast<int>(tvo_acl_copy_ext(nullptr, list, sizeof buffer))},
+    };
+    for (const std::vector<int> &answers : rows)
+        EXPECT_EQ(answers, std::vector<int>(answers.size(), -1)) << "row " << &answers - rows;
     EXPECT_EQ(tvo_acl_get_qualifier(nullptr), nullptr);
     EXPECT_EQ(tvo_acl_copy_int(nullptr), nullptr);
     EXPECT_EQ(tvo_acl_dup(nullptr), nullptr);
