@@ -24,19 +24,19 @@ int set_blksize(mktfs_filesystem &fs, const char *, const char *value) {
 
 template <auto Field, auto Convert>
 int set_number(mktfs_filesystem &fs, const char *name, const char *value) {
-    const int error = Convert(value, &(fs.*Field));
-    if (error != 0)
+    const int err = Convert(value, &(fs.*Field));
+    if (err != 0)
         mktfs_parse_error("invalid %s attribute value '%s'\n", name, value);
-    return error;
+    return err;
 }
 
 int set_mtime(mktfs_filesystem &fs, const char *, const char *value) {
-    const int error = mktfs_str2mtime(fs.mtimefmt.c_str(), value, &fs.mtime);
-    if (error != 0) {
+    const int err = mktfs_str2mtime(fs.mtimefmt.c_str(), value, &fs.mtime);
+    if (err != 0) {
         mktfs_parse_error("invalid mtime attribute value '%s' in conjunction with mtimefmt '%s'\n", value,
                           fs.mtimefmt.c_str());
     }
-    return error;
+    return err;
 }
 
 int set_mtimefmt(mktfs_filesystem &fs, const char *, const char *value) {
@@ -65,12 +65,12 @@ constexpr option OPTIONS[] = {
 }  // namespace
 
 int base_option_handler(mktfs_filesystem *fs, const char *name, const char *value) {
-    if (fs == nullptr || name == nullptr)
+    if (!fs || !name)
         return EINVAL;
     const auto found = std::ranges::find(OPTIONS, std::string_view(name), &option::name);
     if (found == std::end(OPTIONS))
         return EOPNOTSUPP;
-    return value == nullptr ? EINVAL : found->set(*fs, name, value);
+    return value ? found->set(*fs, name, value) : EINVAL;
 }
 
 int base_inode_attr_fct(mktfs_inode *, const char *, const char *) {

@@ -10,7 +10,7 @@
 #include "fs/filesystem.h"
 #include "th/handle.h"
 #include "tree/inode.h"
-#include "tree/search_path.h"
+#include "tree/placement.h"
 
 namespace {
 
@@ -25,7 +25,7 @@ void drop_unfinished_object() {
 
 // Attributes that exist for objects and for the whole image.
 void set_on_object_or_image(void (*set)(mktfs_inode *, const char *), const char *option, const char *value) {
-    if (new_inode != nullptr)
+    if (new_inode)
         set(new_inode, value);
     else
         mktfs_backend_option_handler(option, value);
@@ -87,7 +87,7 @@ void base_set_mtime(char *value) {
 void base_set_attribute(char *name, char *value) {
     const token_text name_text(name);
     const token_text value_text(value);
-    if (new_inode != nullptr)
+    if (new_inode)
         mktfs_backend_inode_attr(new_inode, name, value);
     else
         mktfs_backend_option_handler(name, value);

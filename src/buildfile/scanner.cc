@@ -51,7 +51,7 @@ private:
             return;
         const std::size_t grown = std::max(wanted, capacity_ * 2);
         auto *bytes = static_cast<char *>(std::realloc(bytes_.get(), grown));
-        if (bytes == nullptr)
+        if (!bytes)
             out_of_memory();
         (void)bytes_.release();  // realloc freed or extended it
         bytes_.reset(bytes);
@@ -89,7 +89,7 @@ int wrapping_sum(int a, std::size_t b) {
 
 char *copy_or_exit(const char *text, std::size_t length) {
     auto *copy = static_cast<char *>(std::malloc(length + 1));
-    if (copy == nullptr)
+    if (!copy)
         out_of_memory();
     std::memcpy(copy, text, length);
     copy[length] = '\0';
@@ -106,7 +106,7 @@ void base_scanner_open(const char *path) {
     self.statement = BASE_STATE_LINE;
     self.path.reset(copy_or_exit(name, std::strlen(name)));
     self.stream = std::fopen(name, "re");
-    if (self.stream == nullptr)
+    if (!self.stream)
         mktfs_log(MKTFS_LOG_FATAL, "failed to open input file '%s'\n", name);
     base_in = self.stream;
 }
@@ -115,7 +115,7 @@ int base_scanner_close() {
     base_lex_destroy();
     self.quoted.reset();
     std::FILE *stream = std::exchange(self.stream, nullptr);
-    return stream != nullptr ? std::fclose(stream) : 0;
+    return stream ? std::fclose(stream) : 0;
 }
 
 void base_scanner_context(const char **file, int *line, int *column) {

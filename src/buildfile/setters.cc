@@ -3,8 +3,8 @@
 #include <new>
 #include <string_view>
 
+#include "acl/acl.h"
 #include "base/log.h"
-#include "buildfile/acl.h"
 #include "buildfile/values.h"
 #include "fs/diag.h"
 #include "fs/filesystem.h"
@@ -13,7 +13,7 @@
 namespace {
 
 // Owns every list that was given to an inode: the tree only borrows them, and an
-// inode may be dropped or merged into another one without a word to us.
+// inode may be dropped or merged into another one without notice.
 class acl_pool {
 public:
     ~acl_pool() { clear(); }
@@ -21,7 +21,7 @@ public:
     // Returns the list, or null and frees it when memory is out.
     tvo_acl *keep(tvo_acl_ptr acl) {
         auto *added = new (std::nothrow) node{first_, nullptr};
-        if (added == nullptr)
+        if (!added)
             return nullptr;
         first_ = added;
         added->acl = std::move(acl);
@@ -29,7 +29,7 @@ public:
     }
 
     void clear() {
-        while (first_ != nullptr) {
+        while (first_) {
             const node *old = first_;
             first_ = old->next;
             delete old;
@@ -46,11 +46,6 @@ private:
 
 constinit acl_pool acls;
 
-// The text of a value in a message; an empty quoted string has none.
-const char *shown(const char *text) {
-    return text != nullptr ? text : "nil";
-}
-
 bool backend_has_acls() {
     return (mktfs_backend_or_none().flags & MKTFS_BACKEND_ACLS) != 0;
 }
@@ -58,7 +53,7 @@ bool backend_has_acls() {
 // A new list from the text, owned by the pool; null when the text is refused.
 tvo_acl *acl_from_text(const char *text) {
     tvo_acl_ptr acl;
-    if (mktfs_str2acl(text, th_out(acl)) != 0)
+    if (const int err = mktfs_str2acl(text, th_out(acl)); err != 0)
         return nullptr;
     return acls.keep(std::move(acl));
 }
@@ -80,44 +75,44 @@ bool store_contents(mktfs_inode &inode, std::string_view contents) {
 
 mktfs_inode *mktfs_backend_inode_new(std::int32_t type) {
     mktfs_inode *inode = mktfs_inode_make(mktfs_get_filesystem(), type);
-    if (inode == nullptr)
+    if (!inode)
         mktfs_log(MKTFS_LOG_FATAL, "unable to allocate memory for inode\n");
     return inode;
 }
 
 void mktfs_backend_inode_setuid(mktfs_inode *inode, const char *text) {
-    if (inode != nullptr && mktfs_str2uid(text, &inode->uid) != 0)
-        mktfs_parse_error("invalid uid value '%s'\n", shown(text));
+    if (inode && mktfs_str2uid(text, &inode->uid) != 0)
+        mktfs_parse_error("invalid uid value '%s'\n", mktfs_or_nil(text));
 }
 
 void mktfs_backend_inode_setgid(mktfs_inode *inode, const char *text) {
-    if (inode != nullptr && mktfs_str2uid(text, &inode->gid) != 0)
-        mktfs_parse_error("invalid gid value '%s'\n", shown(text));
+    if (inode && mktfs_str2uid(text, &inode->gid) != 0)
+        mktfs_parse_error("invalid gid value '%s'\n", mktfs_or_nil(text));
 }
 
 void mktfs_backend_inode_setmode(mktfs_inode *inode, const char *text) {
-    if (inode != nullptr && mktfs_str2mode(text, &inode->mode) != 0)
-        mktfs_parse_error("invalid mode value '%s'\n", shown(text));
+    if (inode && mktfs_str2mode(text, &inode->mode) != 0)
+        mktfs_parse_error("invalid mode value '%s'\n", mktfs_or_nil(text));
 }
 
 void mktfs_backend_inode_setacl(mktfs_inode *inode, const char *text) {
-    if (inode == nullptr)
+    if (!inode)
         return;
     if (!backend_has_acls())
         mktfs_parse_error("acls are not supported by this backend\n");
     inode->acl = acl_from_text(text);
-    if (inode->acl == nullptr)
-        mktfs_parse_error("invalid acl value '%s'\n", shown(text));
+    if (!inode->acl)
+        mktfs_parse_error("invalid acl value '%s'\n", mktfs_or_nil(text));
 }
 
 void mktfs_backend_inode_setmtime(mktfs_inode *inode, const char *text) {
     const char *format = mktfs_get_filesystem()->mtimefmt.c_str();
-    if (inode != nullptr && mktfs_str2mtime(format, text, &inode->mtime) != 0)
-        mktfs_parse_error("invalid mtime value '%s'\n", shown(text));
+    if (inode && mktfs_str2mtime(format, text, &inode->mtime) != 0)
+        mktfs_parse_error("invalid mtime value '%s'\n", mktfs_or_nil(text));
 }
 
 void mktfs_backend_inode_setcontent(mktfs_inode *inode, const char *text) {
-    if (inode == nullptr || text == nullptr)
+    if (!inode || !text)
         return;
     std::string_view contents(text);
     if (contents.starts_with('\n'))

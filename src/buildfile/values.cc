@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "buildfile/acl.h"
+#include "acl/short_text.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ enum class empty_text {
 template <class Wide>
 int convert(Wide (*strto)(const char *, char **, int), const char *text, int base, empty_text empty,
             Wide &wide) {
-    if (text == nullptr)
+    if (!text)
         return EINVAL;
     char *end = nullptr;
     errno = 0;
@@ -38,12 +38,12 @@ int convert(Wide (*strto)(const char *, char **, int), const char *text, int bas
 template <class Wide, class Out>
 int convert_into(Wide (*strto)(const char *, char **, int), const char *text, int base, empty_text empty,
                  std::uint64_t limit, Out *out) {
-    if (out == nullptr)
+    if (!out)
         return EINVAL;
     *out = 0;
     Wide wide = 0;
-    if (const int error = convert(strto, text, base, empty, wide))
-        return error;
+    if (const int err = convert(strto, text, base, empty, wide); err != 0)
+        return err;
     if (static_cast<std::uint64_t>(wide) > limit)
         return EINVAL;
     *out = static_cast<Out>(wide);
@@ -92,24 +92,24 @@ int mktfs_str2uid(const char *text, std::uint32_t *id) {
 }
 
 int mktfs_str2mtime(const char *format, const char *text, std::int64_t *time) {
-    if (time == nullptr)
+    if (!time)
         return EINVAL;
     *time = 0;
-    if (format == nullptr || text == nullptr)
+    if (!format || !text)
         return EINVAL;
     std::tm given{};
     const char *end = strptime(text, format, &given);
-    if (end == nullptr || *end != '\0')
+    if (!end || *end != '\0')
         return EINVAL;
     std::int64_t seconds = 0;
-    if (const int error = local_seconds(given, seconds))
-        return error;
+    if (const int err = local_seconds(given, seconds); err != 0)
+        return err;
     const std::time_t epoch = 0;
     std::tm epoch_in_utc{};
     gmtime_r(&epoch, &epoch_in_utc);
     std::int64_t zone = 0;  // what local time makes of the UTC fields of time 0
-    if (const int error = local_seconds(epoch_in_utc, zone))
-        return error;
+    if (const int err = local_seconds(epoch_in_utc, zone); err != 0)
+        return err;
     const std::int64_t missing_hour = given.tm_isdst > 0 ? 0 : SECONDS_OF_AN_HOUR;
     *time = seconds + missing_hour - zone;
     return 0;

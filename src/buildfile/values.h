@@ -30,7 +30,7 @@ struct tvo_acl;
 // time at that date.  EOVERFLOW when the date has no time value.
 [[nodiscard]] int mktfs_str2mtime(const char *format, const char *text, std::int64_t *time);
 
-// The short text of an access control list (acl.h).  `acl` receives a new list,
+// The short text of an access control list (acl/short_text.h).  `acl` receives a new list,
 // owned by the caller.  EINVAL, ENOMEM.
 [[nodiscard]] int mktfs_str2acl(const char *text, tvo_acl **acl);
 

@@ -83,6 +83,8 @@ int build_steps(const mktfs_run &run, mktfs_filesystem *fs, mktfs_output_file &o
         return err;
     if (const int err = resolve_tree(fs); err != 0)
         return err;
+    if (const int err = output.begin(run); err != 0)
+        return err;
     if (const int err = construct_image(run, fs, output.io()); err != 0)
         return err;
     if (const int err = output.close(run); err != 0)

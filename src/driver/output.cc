@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "base/log.h"
 #include "driver/modes.h"
 #include "fs/filesystem.h"
+#include "tree/host_source.h"
 
 namespace {
 
@@ -58,14 +60,16 @@ int find_input(const mktfs_run &run, path_relation relation, const char *&found)
 
 // ---- The file of a build
 
+int report_input(const char *output, const char *input) {
+    return MKTFS_FAIL(EINVAL, "output file '%s' is also an input ('%s'), choose another output\n", output,
+                      input);
+}
+
 int refuse_input_as_output(const mktfs_run &run) {
     const char *input = nullptr;
     if (const int err = find_input(run, mktfs_same_file, input); err != 0)
         return err;
-    if (input == nullptr)
-        return 0;
-    return MKTFS_FAIL(EINVAL, "output file '%s' is also an input ('%s'), choose another output\n", run.output,
-                      input);
+    return input != nullptr ? report_input(run.output, input) : 0;
 }
 
 // Messages would end up in the image.
@@ -88,14 +92,19 @@ int refuse_output(const mktfs_run &run) {
 }
 
 // Images are appended to, which a block device cannot be.
-int make_empty(const char *path, int descriptor) {
-    struct stat status {};
-    if (::fstat(descriptor, &status) != 0)
-        return errno;
-    if (S_ISBLK(status.st_mode))
-        return MKTFS_FAIL(EOPNOTSUPP, "'%s' is a block device, build into a file and copy that there\n",
-                          path);
-    return S_ISREG(status.st_mode) && TEMP_FAILURE_RETRY(::ftruncate(descriptor, 0)) != 0 ? errno : 0;
+int refuse_block_device(const char *path, const struct stat &status) {
+    if (!S_ISBLK(status.st_mode))
+        return 0;
+    return MKTFS_FAIL(EOPNOTSUPP, "'%s' is a block device, build into a file and copy that there\n", path);
+}
+
+// Whether the type finds its sources while it parses: one of them may be the output.
+bool sources_are_found_later() {
+    return (mktfs_get_filesystem_opts()->flags & MKTFS_OPT_NO_RESOLVE) == 0;
+}
+
+int report_open(int err, const mktfs_run &run) {
+    return MKTFS_FAIL(err, "Unable to open output file '%s' (%s)\n", run.output, std::strerror(err));
 }
 
 // ---- The folder of an extraction
@@ -142,16 +151,37 @@ int refuse_valuable_folder(const mktfs_run &run) {
 
 }  // namespace
 
-// Truncated only when it is this run's alone: what another run is writing stays.
+mktfs_output_file *mktfs_output_file::watching_ = nullptr;
+
+mktfs_output_file::~mktfs_output_file() {
+    mktfs_watch_sources(nullptr);
+    remove();
+}
+
+void mktfs_output_file::refuse_source(const char *source, const struct stat &status) {
+    const mktfs_output_file &output = *watching_;
+    if (status.st_dev == output.status_.st_dev && status.st_ino == output.status_.st_ino)
+        std::exit(report_input(output.path_, source));
+}
+
+void mktfs_output_file::register_for_removal() {
+    if (slot_ < 0)
+        slot_ = mktfs_cleanup_add(path_, mktfs_io_descriptor(io_.get()));
+}
+
+// It is this run's alone from here on: what another run is writing stays.
 int mktfs_output_file::open_path(const char *path) {
     const mktfs_signal_guard guard;
+    const bool was_there = ::access(path, F_OK) == 0;
     if (const int err = mktfs_io_file_create(path, O_RDWR | O_CREAT, FILE_MODE, th_out(io_)); err != 0)
         return err;
+    path_ = path;
     const int descriptor = mktfs_io_descriptor(io_.get());
     if (const int err = mktfs_claim_file(path, descriptor); err != 0)
         return MKTFS_FAIL(err, "another build is writing '%s', wait for it or choose another output\n", path);
-    slot_ = mktfs_cleanup_add(path, descriptor);
-    return make_empty(path, descriptor);
+    if (!was_there || !sources_are_found_later())
+        register_for_removal();
+    return ::fstat(descriptor, &status_) == 0 ? refuse_block_device(path, status_) : errno;
 }
 
 int mktfs_output_file::open(const mktfs_run &run) {
@@ -160,8 +190,23 @@ int mktfs_output_file::open(const mktfs_run &run) {
     if (const int err = refuse_output(run); err != 0)
         return err;
     if (const int err = open_path(run.output); err != 0)
-        return MKTFS_FAIL(err, "Unable to open output file '%s' (%s)\n", run.output, std::strerror(err));
+        return report_open(err, run);
+    watching_ = this;
+    mktfs_watch_sources(refuse_source);
     return 0;
+}
+
+// A file that is empty already stays untouched: truncating it would have it flushed when
+// it is closed.
+int mktfs_output_file::begin(const mktfs_run &run) {
+    if (run.output == nullptr)
+        return 0;
+    const mktfs_signal_guard guard;
+    register_for_removal();
+    if (!S_ISREG(status_.st_mode) || status_.st_size == 0)
+        return 0;
+    const int descriptor = mktfs_io_descriptor(io_.get());
+    return TEMP_FAILURE_RETRY(::ftruncate(descriptor, 0)) == 0 ? 0 : report_open(errno, run);
 }
 
 int mktfs_output_file::close(const mktfs_run &run) {

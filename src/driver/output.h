@@ -4,16 +4,20 @@
 // Functions return 0 or an error number, which they have logged.
 #pragma once
 
+#include <sys/stat.h>
+
 #include "io/io.h"
 
 struct mktfs_run;
 
-// The image file of a build: opened and registered for removal in one step, and from
-// then on unfinished until keep().  Without an output path there is no file.
+// The image file of a build, unfinished and to be removed until keep().  What it held
+// before goes only once all sources are known: a source that is the output ends the run,
+// and a file that was there before, and might be a source yet, is left alone until then.
+// Without an output path there is no file.
 class mktfs_output_file {
 public:
     mktfs_output_file() = default;
-    ~mktfs_output_file() { remove(); }
+    ~mktfs_output_file();
     mktfs_output_file(const mktfs_output_file &) = delete;
     mktfs_output_file &operator=(const mktfs_output_file &) = delete;
 
@@ -21,6 +25,8 @@ public:
     // for one that another run is writing, EOPNOTSUPP for a block device; whatever was
     // there is whole then.
     [[nodiscard]] int open(const mktfs_run &run);
+    // Empties the file: the run has read what tells it its sources.
+    [[nodiscard]] int begin(const mktfs_run &run);
     // Ends the writing, so that its last errors show.
     [[nodiscard]] int close(const mktfs_run &run);
     void keep();
@@ -29,8 +35,14 @@ public:
 
 private:
     [[nodiscard]] int open_path(const char *path);
+    void register_for_removal();
+    static void refuse_source(const char *source, const struct stat &status);
+
+    static mktfs_output_file *watching_;
 
     mktfs_io_ptr io_;
+    const char *path_ = nullptr;
+    struct stat status_ {};
     int slot_ = -1;
 };
 

@@ -8,6 +8,7 @@
 #include "buildfile/parser.h"
 #include "fs/filesystem.h"
 #include "tree/inode.h"
+#include "tree/walk.h"
 
 namespace {
 

@@ -19,7 +19,7 @@ struct position {
 
 position current_position() {
     position at;
-    if (const auto ask = mktfs_backend_or_none().parser.scanner_context; ask != nullptr)
+    if (const auto ask = mktfs_backend_or_none().parser.scanner_context; ask)
         ask(&at.file, &at.line, &at.column);
     return at;
 }
@@ -52,4 +52,8 @@ void mktfs_parse_warn(const char *format, ...) {
     va_start(arguments, format);
     log_positioned(MKTFS_LOG_WARN, format, arguments);
     va_end(arguments);
+}
+
+const char *mktfs_or_nil(const char *value) {
+    return value ? value : "nil";
 }

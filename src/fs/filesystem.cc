@@ -40,16 +40,12 @@ void set_build_defaults(mktfs_filesystem &fs) {
 }
 
 int call_init(int (*init)(mktfs_filesystem *), mktfs_filesystem *fs) {
-    return init != nullptr ? init(fs) : 0;
+    return init ? init(fs) : 0;
 }
 
 void call_finit(void (*finit)(mktfs_filesystem *), mktfs_filesystem *fs) {
-    if (finit != nullptr)
+    if (finit)
         finit(fs);
-}
-
-const char *or_nil(const char *value) {
-    return value != nullptr ? value : "nil";
 }
 
 }  // namespace
@@ -63,7 +59,7 @@ const mktfs_backend *mktfs_get_backend() {
 }
 
 const mktfs_backend &mktfs_backend_or_none() {
-    return selected_backend != nullptr ? *selected_backend : no_backend;
+    return selected_backend ? *selected_backend : no_backend;
 }
 
 mktfs_filesystem *mktfs_get_filesystem() {
@@ -75,7 +71,7 @@ mktfs_filesystem_opts *mktfs_get_filesystem_opts() {
 }
 
 int mktfs_filesystem_build_init(mktfs_filesystem *fs) {
-    if (fs == nullptr)
+    if (!fs)
         return EINVAL;
     set_build_defaults(*fs);
     return call_init(mktfs_backend_or_none().build_init, fs);
@@ -83,12 +79,12 @@ int mktfs_filesystem_build_init(mktfs_filesystem *fs) {
 
 void mktfs_filesystem_build_finit(mktfs_filesystem *fs) {
     call_finit(mktfs_backend_or_none().build_finit, fs);
-    if (fs != nullptr)
+    if (fs)
         fs->mtimefmt.clear();
 }
 
 int mktfs_filesystem_extract_init(mktfs_filesystem *fs) {
-    if (fs == nullptr)
+    if (!fs)
         return EINVAL;
     fs->root.children = {};
     return call_init(mktfs_backend_or_none().extract_init, fs);
@@ -107,45 +103,44 @@ void mktfs_filesystem_verify_finit(mktfs_filesystem *fs) {
 }
 
 int mktfs_filesystem_parse(const char *input) {
-    if (mktfs_backend_or_none().parser.parse_cfg_file == nullptr)
+    if (!mktfs_backend_or_none().parser.parse_cfg_file)
         return EOPNOTSUPP;
     mktfs_backend_or_none().parser.parse_cfg_file(input);
     return 0;
 }
 
 int mktfs_filesystem_build(mktfs_filesystem *fs, mktfs_io *output) {
-    return mktfs_backend_or_none().build != nullptr ? mktfs_backend_or_none().build(fs, output) : EOPNOTSUPP;
+    return mktfs_backend_or_none().build ? mktfs_backend_or_none().build(fs, output) : EOPNOTSUPP;
 }
 
 int mktfs_filesystem_verify(mktfs_filesystem *fs, const char *image_path) {
-    if (mktfs_backend_or_none().verify == nullptr)
+    if (!mktfs_backend_or_none().verify)
         return EOPNOTSUPP;
     mktfs_io_ptr image;
-    const int err = mktfs_io_mmap_create(image_path, th_out(image));
-    if (err != 0)
+    if (const int err = mktfs_io_mmap_create(image_path, th_out(image)); err != 0)
         return err;
     return mktfs_backend_or_none().verify(fs, image.get());
 }
 
 void mktfs_backend_option_handler(const char *name, const char *value) {
     const auto handler = mktfs_backend_or_none().option_handler;
-    const int err = handler != nullptr ? handler(&the_filesystem, name, value) : EOPNOTSUPP;
+    const int err = handler ? handler(&the_filesystem, name, value) : EOPNOTSUPP;
     if (err == EINVAL)
-        mktfs_parse_error("invalid value for option attribute '%s' ('%s')\n", name, or_nil(value));
+        mktfs_parse_error("invalid value for option attribute '%s' ('%s')\n", name, mktfs_or_nil(value));
     else if (err == EOPNOTSUPP)
         mktfs_parse_error("unsupported option attribute '%s'\n", name);
     else if (err != 0)
-        mktfs_parse_error("failed to parse option attribute '%s' ('%s')\n", name, or_nil(value));
+        mktfs_parse_error("failed to parse option attribute '%s' ('%s')\n", name, mktfs_or_nil(value));
 }
 
 void mktfs_backend_inode_attr(mktfs_inode *inode, const char *name, const char *value) {
     const auto handler = mktfs_backend_or_none().inode_attr;
-    const int err = handler != nullptr ? handler(inode, name, value) : EOPNOTSUPP;
+    const int err = handler ? handler(inode, name, value) : EOPNOTSUPP;
     if (err == EINVAL)
-        mktfs_parse_error("invalid value for inode attribute '%s' ('%s')\n", name, or_nil(value));
+        mktfs_parse_error("invalid value for inode attribute '%s' ('%s')\n", name, mktfs_or_nil(value));
     else if (err == EOPNOTSUPP)
         mktfs_parse_error("unsupported inode attribute '%s'\n", name);
     else if (err != 0)
-        mktfs_parse_error("failed to parse inode attribute '%s' ('%s') [%s]\n", name, or_nil(value),
+        mktfs_parse_error("failed to parse inode attribute '%s' ('%s') [%s]\n", name, mktfs_or_nil(value),
                           std::strerror(err));
 }

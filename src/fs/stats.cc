@@ -21,6 +21,6 @@ void mktfs_print_stats() {
     mktfs_filesystem *fs = mktfs_get_filesystem();
     if ((fs->opts.flags & MKTFS_OPT_NO_STATS) == 0)
         print_counters(*fs);
-    if (const auto print = mktfs_backend_or_none().print_stats; print != nullptr)
+    if (const auto print = mktfs_backend_or_none().print_stats; print)
         print(fs);
 }

@@ -1,18 +1,19 @@
 #include "tree/extract.h"
 
-#include <errno.h>
 #include <fcntl.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include "base/cleanup.h"
 #include "base/log.h"
 #include "fs/diag.h"
 #include "fs/filesystem.h"
 #include "io/io.h"
-#include "tree/inode.h"
 #include "tree/text.h"
+#include "tree/walk.h"
 
 namespace {
 
@@ -40,23 +41,25 @@ int extract_directory(mktfs_filesystem *, mktfs_inode *inode, mktfs_io *) {
 // file is not complete before it is forgotten there.
 int create_file(const char *path, mktfs_io_ptr &file, int &slot) {
     const mktfs_signal_guard guard;
-    const int err =
-        mktfs_io_file_create(path, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW, FILE_MODE, th_out(file));
-    if (err != 0)
+    constexpr int flags = O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW;
+    if (const int err = mktfs_io_file_create(path, flags, FILE_MODE, th_out(file)); err != 0)
         return MKTFS_FAIL(err, "unable to open output file '%s' (%s)\n", path, strerror(err));
     slot = mktfs_cleanup_add(path, mktfs_io_descriptor(file.get()));
     return 0;
 }
 
+int fill_file(mktfs_filesystem *fs, mktfs_inode *inode, mktfs_io *image, mktfs_io *file) {
+    if (const int err = call_backend(&mktfs_backend::readfile, fs, image, inode, file); err != 0)
+        return err;
+    return mktfs_io_close(file);
+}
+
 int extract_file(mktfs_filesystem *fs, mktfs_inode *inode, mktfs_io *image) {
     mktfs_io_ptr file;
     int slot = -1;
-    int err = create_file(inode->path.c_str(), file, slot);
-    if (err != 0)
+    if (const int err = create_file(inode->path.c_str(), file, slot); err != 0)
         return err;
-    err = call_backend(&mktfs_backend::readfile, fs, image, inode, file.get());
-    if (err == 0)
-        err = mktfs_io_close(file.get());
+    const int err = fill_file(fs, inode, image, file.get());
     (err == 0 ? mktfs_cleanup_forget : mktfs_cleanup_remove)(slot);
     return err;
 }
@@ -78,8 +81,7 @@ int make_link(const mktfs_inode &inode, mktfs_io *target, std::size_t limit) {
         mktfs_log(MKTFS_LOG_WARN,
                   "inode symlink length '%zu' exceeds host filesystem symlink max size '%zu', skipping...\n",
                   length, limit);
-    const int err = mktfs_io_write(target, static_cast<std::int64_t>(length), "", 1);
-    if (err != 0)
+    if (const int err = mktfs_io_write(target, static_cast<std::int64_t>(length), "", 1); err != 0)
         return err;
     if (symlink(reinterpret_cast<const char *>(mktfs_io_buf(target)), inode.path.c_str()) != 0)
         return MKTFS_FAIL(errno, "failed to create symlink '%s'\n", inode.path.c_str());
@@ -90,15 +92,14 @@ int extract_link(mktfs_filesystem *fs, mktfs_inode *inode, mktfs_io *image) {
     if (!inode->parent)
         return EINVAL;
     std::size_t limit = 0;
-    int err = find_link_limit(inode->parent->path, limit);
-    if (err != 0)
+    if (const int err = find_link_limit(inode->parent->path, limit); err != 0)
         return err;
     mktfs_io_ptr target;
-    err = mktfs_io_mem_create(limit, th_out(target));
-    if (err != 0)
+    if (const int err = mktfs_io_mem_create(limit, th_out(target)); err != 0)
         return MKTFS_FAIL(err, "unable to create symlink io object (%s)\n", strerror(err));
-    err = call_backend(&mktfs_backend::readlnk, fs, image, inode, target.get());
-    return err != 0 ? err : make_link(*inode, target.get(), limit);
+    if (const int err = call_backend(&mktfs_backend::readlnk, fs, image, inode, target.get()); err != 0)
+        return err;
+    return make_link(*inode, target.get(), limit);
 }
 
 struct extract_row {
@@ -127,12 +128,10 @@ void announce(const char *step) {
 
 int read_tree(mktfs_filesystem *fs, mktfs_io *image) {
     announce("Mounting filesystem image...\n");
-    int err = call_backend(&mktfs_backend::mount, fs, image);
-    if (err != 0)
+    if (const int err = call_backend(&mktfs_backend::mount, fs, image); err != 0)
         return err;
     announce("Reading filesystem root inode...\n");
-    err = call_backend(&mktfs_backend::readroot, fs, image, &fs->root);
-    if (err != 0)
+    if (const int err = call_backend(&mktfs_backend::readroot, fs, image, &fs->root); err != 0)
         return err;
     announce("Populating filesystem inodes...\n");
     return mktfs_filesystem_walk_layer(populate_step, image);
@@ -146,11 +145,9 @@ int mktfs_filesystem_extract(mktfs_filesystem *fs, const char *image_path, const
     if (!mktfs_set_path(fs->root, folder))
         return ENOMEM;
     mktfs_io_ptr image;
-    int err = mktfs_io_mmap_create(image_path, th_out(image));
-    if (err != 0)
+    if (const int err = mktfs_io_mmap_create(image_path, th_out(image)); err != 0)
         return err;
-    err = read_tree(fs, image.get());
-    if (err != 0)
+    if (const int err = read_tree(fs, image.get()); err != 0)
         return err;
     announce("Extracting filesystem inodes...\n");
     return mktfs_filesystem_walk_tree(extract_step, image.get());

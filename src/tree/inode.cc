@@ -1,9 +1,7 @@
-// Nodes and child lists: making, linking, finding and freeing.
 #include "tree/inode.h"
 
-#include <string.h>
-
 #include <algorithm>
+#include <cstring>
 #include <new>
 
 #include "fs/diag.h"

@@ -1,82 +1,81 @@
-// The grammar's placement callback: finds the host object behind a finished node
-// and puts the node into the tree, or drops it.
-#include <errno.h>
-#include <string.h>
+#include "tree/placement.h"
+
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "base/log.h"
 #include "fs/diag.h"
 #include "fs/filesystem.h"
-#include "th/handle.h"
 #include "tree/host_source.h"
 #include "tree/inode.h"
+#include "tree/path.h"
 #include "tree/search_path.h"
 #include "tree/text.h"
 
 namespace {
 
-constexpr std::size_t MAX_LINK_TARGET = 4096;  // bytes
-
-// The steps below return false for a node that is to be dropped.
+// The steps below return 0, ENOMEM, or another error number for a node that is to be
+// dropped, which they have reported.
 
 // `kind` names the node in the message.
-bool find_on_search_paths(mktfs_inode &inode, const char *path, const char *kind) {
-    if (mktfs_resolve_search_path_inode(path, &inode) == 0)
-        return true;
-    mktfs_parse_warn("failed to find matching target for %s '%s'\n", kind, path);
-    return false;
+int find_on_search_paths(mktfs_inode &inode, const char *path, const char *kind) {
+    const int err = mktfs_resolve_search_path_inode(path, &inode);
+    if (err != 0 && err != ENOMEM)
+        mktfs_parse_warn("failed to find matching target for %s '%s'\n", kind, path);
+    return err;
 }
 
-bool find_file(mktfs_inode &inode, const char *image_path) {
-    return inode.flags & MKTFS_INODE_INLINE || find_on_search_paths(inode, image_path, "file");
+int find_file(mktfs_inode &inode, const char *image_path) {
+    return inode.flags & MKTFS_INODE_INLINE ? 0 : find_on_search_paths(inode, image_path, "file");
 }
 
-bool find_link(mktfs_inode &inode, const char *image_path) {
+int find_link(mktfs_inode &inode, const char *image_path) {
     return find_on_search_paths(inode, image_path, "link");
 }
 
-bool take_link(mktfs_inode &inode, const char *source) {
-    if (mktfs_source_link(inode, source) == 0)
-        return true;
-    mktfs_log(MKTFS_LOG_ERROR, "failed to readlink on '%s'\n", source);
-    return false;
+int take_link(mktfs_inode &inode, const char *source) {
+    const int err = mktfs_source_link(inode, source);
+    if (err != 0 && err != ENOMEM)
+        mktfs_log(MKTFS_LOG_ERROR, "failed to readlink on '%s'\n", source);
+    return err;
 }
 
-bool take_file_source(mktfs_inode &inode, const char *source) {
+int take_file_source(mktfs_inode &inode, const char *source) {
     struct stat status {};
     if (lstat(source, &status) != 0)
         return find_on_search_paths(inode, source, "file");
     if (S_ISLNK(status.st_mode))
         return take_link(inode, source);
     if (S_ISREG(status.st_mode))
-        return mktfs_source_file(inode, source, static_cast<std::uint64_t>(status.st_size)) == 0;
+        return mktfs_source_file(inode, source, status);
     mktfs_parse_warn("target inode '%s' is not a file or link, skipping...\n", source);
-    return true;
+    return 0;
 }
 
-bool take_target(mktfs_inode &inode, const char *target) {
+int take_target(mktfs_inode &inode, const char *target) {
+    if (!mktfs_set_path(inode, target))
+        return ENOMEM;
     inode.flags |= MKTFS_INODE_TARGET;
-    inode.size = strlen(target);
-    return mktfs_set_path(inode, target);
+    inode.size = inode.path.size();
+    return 0;
 }
 
-bool keep(mktfs_inode &, const char *) {
-    return true;
+int keep(mktfs_inode &, const char *) {
+    return 0;
 }
 
 // A hard link without a target is refused by the grammar.
-bool drop(mktfs_inode &, const char *) {
-    return false;
+int drop(mktfs_inode &, const char *) {
+    return EINVAL;
 }
 
 // Where a node of each type comes from.
 struct placement_row {
     std::int32_t type;
-    bool (*without_source)(mktfs_inode &inode, const char *image_path);
-    bool (*with_source)(mktfs_inode &inode, const char *source);
+    int (*without_source)(mktfs_inode &inode, const char *image_path);
+    int (*with_source)(mktfs_inode &inode, const char *source);
 };
 
 constexpr placement_row placements[] = {
@@ -86,10 +85,10 @@ constexpr placement_row placements[] = {
     {MKTFS_INODE_HLINK, drop, take_target},
 };
 
-bool find_source(mktfs_inode &inode, const char *image_path, const char *source) {
+int find_source(mktfs_inode &inode, const char *image_path, const char *source) {
     const auto *row = std::ranges::find(placements, inode.type, &placement_row::type);
     if (row == std::end(placements))
-        return true;
+        return 0;
     return source ? row->with_source(inode, source) : row->without_source(inode, image_path);
 }
 
@@ -98,31 +97,21 @@ bool names_the_root(const char *path) {
     return mktfs_fields(path, '/').next().empty();
 }
 
-}  // namespace
-
-int mktfs_source_file(mktfs_inode &inode, std::string_view path, std::uint64_t size) {
-    if (!mktfs_set_path(inode, path))
-        return ENOMEM;
-    inode.size = size;
+int find_and_place(mktfs_inode_ptr &inode, const char *image_path, const char *source) {
+    if (const int err = find_source(*inode, image_path, source); err != 0)
+        return err;
+    if (names_the_root(image_path))
+        return 0;
+    if (const int err = mktfs_inode_add(mktfs_get_filesystem(), inode.get(), image_path); err != 0)
+        return err;
+    inode.release();
     return 0;
 }
 
-int mktfs_source_link(mktfs_inode &inode, const char *path) {
-    char target[MAX_LINK_TARGET];
-    const ssize_t length = readlink(path, target, sizeof target);
-    if (length < 0)
-        return errno;
-    const int err = mktfs_source_file(inode, {target, static_cast<std::size_t>(length)},
-                                      static_cast<std::uint64_t>(length));
-    if (err == 0)
-        inode.type = MKTFS_INODE_LINK;
-    return err;
-}
+}  // namespace
 
 void mktfs_backend_inode_add(mktfs_inode *inode, const char *image_path, const char *source) {
-    th_handle<mktfs_inode, mktfs_inode_release> owned(inode);
-    if (!inode || !image_path || !find_source(*inode, image_path, source) || names_the_root(image_path))
-        return;
-    if (mktfs_inode_add(mktfs_get_filesystem(), inode, image_path) == 0)
-        owned.release();
+    mktfs_inode_ptr owned(inode);
+    if (inode && image_path && find_and_place(owned, image_path, source) == ENOMEM)
+        mktfs_log(MKTFS_LOG_FATAL, "unable to allocate memory for inode\n");
 }

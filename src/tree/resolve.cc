@@ -1,12 +1,13 @@
 #include "tree/resolve.h"
 
-#include <errno.h>
-
 #include <algorithm>
+#include <cerrno>
 
 #include "base/log.h"
 #include "fs/diag.h"
 #include "tree/inode.h"
+#include "tree/path.h"
+#include "tree/walk.h"
 
 namespace {
 
@@ -81,8 +82,8 @@ int mktfs_inode_resolve_info(mktfs_filesystem *fs, mktfs_inode *inode, void *) {
 }
 
 int mktfs_filesystem_resolve_info(mktfs_filesystem *fs) {
-    const int err = mktfs_filesystem_walk_layer(mktfs_inode_resolve_info, nullptr);
-    if (err == 0)
-        fs->inodes = mktfs_inode_num();
-    return err;
+    if (const int err = mktfs_filesystem_walk_layer(mktfs_inode_resolve_info, nullptr); err != 0)
+        return err;
+    fs->inodes = mktfs_inode_num();
+    return 0;
 }

@@ -1,8 +1,8 @@
 #include "tree/search_path.h"
 
-#include <errno.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -19,7 +19,7 @@ using mktfs_search_path = std::string;
 // In the order of the text and of the command line.
 constinit std::vector<mktfs_search_path> search_paths;
 
-// Skips the folder without a word when memory is out.
+// Skips the folder silently when memory is out.
 void append_search_path(mktfs_search_path &&folder) {
     try {
         search_paths.push_back(std::move(folder));
@@ -43,13 +43,13 @@ void add_search_path(std::string_view field) {
 int take_candidate(const std::string &path, const struct stat &status, mktfs_inode &inode) {
     if (S_ISLNK(status.st_mode)) {
         const int err = mktfs_source_link(inode, path.c_str());
-        if (err == 0 || err == ENOMEM)
-            return err;
-        return MKTFS_FAIL(ENOENT, "failed to read link on '%s'\n", path.c_str());
+        if (err != 0 && err != ENOMEM)
+            mktfs_log(MKTFS_LOG_ERROR, "failed to read link on '%s'\n", path.c_str());
+        return err;
     }
     if (!S_ISREG(status.st_mode))
         return MKTFS_FAIL(ENOENT, "filesystem object found at path '%s' is not a file\n", path.c_str());
-    return mktfs_source_file(inode, path, static_cast<std::uint64_t>(status.st_size));
+    return mktfs_source_file(inode, path.c_str(), status);
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
-// The walks over the whole tree.  Both climb by the parent links instead of
-// recursing, so that no depth can exhaust the stack.
+#include "tree/walk.h"
+
 #include "fs/filesystem.h"
-#include "tree/inode.h"
+
+// Both walks climb by the parent links instead of
+// recursing, so that no depth can exhaust the stack.
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "buildfile/acl.h"
+#include "acl/acl.h"
 #include "buildfile/build_file.h"
 
 namespace {
@@ -26,6 +26,7 @@ TEST_F(parser, GoesOnWhenFatalMessagesReturn) {
          "4 2:12:empty quoted string\n4 2:12:invalid uid value 'nil'\n4 2:20:empty quoted string\n"
          "4 2:20:invalid mode value 'nil'\n4 2:25:empty quoted string\n4 2:25:unsupported inode attribute "
          "'x'\n4 2:29:empty quoted string\n4 2:34:empty quoted string\n"},
+        {"[dir] /d = /b", "3 2:10:syntax error\n4 \nParsing config file failed.\n"},
         {"[option blksize=x uid=a]",
          "4 2:17:invalid blksize attribute value 'x'\n"
          "4 2:17:blksize value 'x' must be a power of 2 in the range [512, 32768]\n"
@@ -39,6 +40,12 @@ TEST_F(parser, GoesOnWhenFatalMessagesReturn) {
         parse(row.text);
         EXPECT_EQ(messages(), row.messages);
     }
+}
+
+TEST_F(parser, CountsLinesAnewInEveryFileAndColumnsOnFromTheOneBefore) {
+    parse("#ab");
+    EXPECT_EQ(base_parse_cfg_file(dir.file("in", "!").c_str()), 0);
+    EXPECT_EQ(messages(), "4 1:4:Invalid character '!'\n");
 }
 
 TEST_F(parser, StoresTheAclOfATypeThatTakesThem) {

@@ -53,6 +53,8 @@ TEST_F(scanner, TakesCharactersByTheirPlaceInAStatement) {
          "4 3:9:unterminated quoted string\n4 3:10:empty quoted string\n"},
         {"dir]/a#b[c] \t\"d e=#[]\"=f", "DIR ] PATH(/a#b[c]) PATH(d e=#[]) = PATH(f)"},
         {"dir]a*b\\c|d?<>}\r\n", "DIR ] PATH(a) PATH(b) PATH(c) PATH(d)", "*\\|?<>}\r"},
+        {"dir]\"a{b\"\"c*d\"\"e\rf\" g", "DIR ] PATH(b) PATH(d) PATH(f) PATH(g)", "{*\r"},
+        {"file #x\n#y]z", "FILE NAME(x) NAME(y) ] PATH(z)", "#\n#"},
         {"dir]\"a\nb\"", "DIR ] PATH(b)", "", "4 3:7:unterminated quoted string\n"},
         {"file]/a={\nl=\"1\"\n{}\n[", "FILE ] PATH(/a) = CONTENTS(\nl=\"1\"\n{) ["},
         {"file x=\"a", "FILE NAME(x) =", "", "4 2:9:unterminated quoted string\n"},

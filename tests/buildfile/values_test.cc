@@ -55,6 +55,7 @@ TEST(Values, NumbersAtTheirLimits) {
         {mode, "10000", 0, EINVAL, 0}, {mode, "8", 0, EINVAL, 0}, {mode, "-1", 0, EINVAL, 0},
         {mode, "7777777777777777777777777", 0, ERANGE, 0},
         {id, "2147483647", 0, 0, 2147483647}, {id, "2147483648", 0, EINVAL, 0}, {id, "4294967296", 0, EINVAL, 0},
+        {id, "010", 0, 0, 10},
         {id, "root", 0, EINVAL, 0}, {id, nullptr, 0, EINVAL, 0},
         // clang-format on
     };
@@ -76,6 +77,7 @@ TEST(Values, TimesCountAsUtcPlusAnHourOutsideDaylightSaving) {
     } rows[] = {{utc, "%s", "0", 0, 3600},
                 {utc, "%Y", "2020", 0, 1577836800 - 86400 + 3600},
                 {berlin, "%Y-%m-%d", "2020-01-01", 0, 1577836800 + 3600},
+                {berlin, "%Y-%m-%d", "2020-07-01", 0, 1593561600},
                 {berlin, "%s", "1593561600", 0, 1593561600 + 3600},
                 {new_york, "%s", "0", 0, -14400},
                 {utc, "%s", "", EINVAL, 0},

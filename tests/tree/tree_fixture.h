@@ -10,7 +10,10 @@
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 #include "tree/inode.h"
+#include "tree/path.h"
+#include "tree/placement.h"
 #include "tree/search_path.h"
+#include "tree/walk.h"
 
 class tree_test : public testing::Test {
 protected:

@@ -382,11 +382,10 @@ constinit const tcrypto_algorithm SIGNATURES[] = {
     ecdsa_row("ecdsa-with-sha256"),
     ecdsa_row("ecdsa-with-sha384"),
     ecdsa_row("ecdsa-with-sha512"),
-    signature_row("eddsa-pure",
-                  {.init = eddsa_init,
-                   .sign_oneshot = eddsa_sign_oneshot,
-                   .verify_oneshot = eddsa_verify_oneshot,
-                   .signature_size = signature_size}),
+    signature_row("eddsa-pure", {.init = eddsa_init,
+                                 .sign_oneshot = eddsa_sign_oneshot,
+                                 .verify_oneshot = eddsa_verify_oneshot,
+                                 .signature_size = signature_size}),
 };
 
 }  // namespace

@@ -1,9 +1,8 @@
-// The short text of access control lists: tag ":" [id] ":" permissions, entries
-// separated by ",".
+#include "acl/short_text.h"
+
 #include <cstdlib>
 
-#include "buildfile/acl.h"
-#include "buildfile/acl_layout.h"
+#include "acl/layout.h"
 
 using namespace acl_layout;
 
@@ -26,7 +25,8 @@ constexpr permission_letter PERMISSION_LETTERS[] = {
     {'-', 0},
 };
 
-// Reads one entry after the other.  Each step returns null or the text that says
+// Reads one entry after the other: tag ":" [id] ":" permissions, separated by ",".  Each
+// step returns null or the text that says
 // why the entry is refused.
 class short_text {
 public:
@@ -35,15 +35,19 @@ public:
     [[nodiscard]] bool done() const { return *at_ == '\0'; }
 
     [[nodiscard]] const char *next(parsed_entry &entry) {
-        using step = const char *(short_text::*)(parsed_entry &);
-        static constexpr step STEPS[] = {
-            &short_text::tag,        &short_text::colon,       &short_text::qualifier, &short_text::colon,
-            &short_text::basic_once, &short_text::permissions, &short_text::end,
-        };
-        for (const step each : STEPS)
-            if (const char *refusal = (this->*each)(entry))
-                return refusal;
-        return nullptr;
+        if (const char *refusal = tag(entry))
+            return refusal;
+        if (const char *refusal = colon())
+            return refusal;
+        if (const char *refusal = qualifier(entry))
+            return refusal;
+        if (const char *refusal = colon())
+            return refusal;
+        if (const char *refusal = basic_once(entry))
+            return refusal;
+        if (const char *refusal = permissions(entry))
+            return refusal;
+        return end();
     }
 
 private:
@@ -65,7 +69,7 @@ private:
         return nullptr;
     }
 
-    const char *colon(parsed_entry &) {
+    const char *colon() {
         if (*at_ != ':')
             return "Expecting ':'";
         ++at_;
@@ -101,7 +105,7 @@ private:
     const char *permissions(parsed_entry &entry) {
         for (;; ++at_) {
             const permission_letter *known = find_letter(*at_);
-            if (known == nullptr)
+            if (!known)
                 return nullptr;
             if ((entry.permissions & known->bit) != 0)
                 return "ACL permission repeated";
@@ -109,7 +113,7 @@ private:
         }
     }
 
-    const char *end(parsed_entry &) {
+    const char *end() {
         if (*at_ == ',') {
             ++at_;
             return nullptr;
@@ -125,7 +129,7 @@ private:
     }
 
     const char *at_;
-    std::uint32_t basic_seen_ = 0;  // one bit a tag
+    std::uint32_t basic_seen_ = 0;  // one bit for each tag
 };
 
 int append(tvo_acl_ptr &acl, const parsed_entry &parsed) {
@@ -158,10 +162,10 @@ const char *parse(tvo_acl_ptr &acl, const char *text) {
 
 int tvo_acl_from_short_text(tvo_acl **acl, const char *text, const char **message) {
     const char *ignored = nullptr;
-    const char *&outcome = message != nullptr ? *message : ignored;
-    if (acl != nullptr)
+    const char *&outcome = message ? *message : ignored;
+    if (acl)
         *acl = nullptr;
-    if (acl == nullptr || text == nullptr) {
+    if (!acl || !text) {
         outcome = "NULL pointer argument[s]";
         return fail(EINVAL);
     }
@@ -171,10 +175,10 @@ int tvo_acl_from_short_text(tvo_acl **acl, const char *text, const char **messag
         return fail(ENOMEM);
     }
     if (const char *failure = parse(list, text)) {
-        const int error = errno;
+        const int err = errno;
         list.reset();
         outcome = failure;
-        return fail(error);
+        return fail(err);
     }
     outcome = "Ok";
     *acl = list.release();

@@ -1,5 +1,5 @@
-// Access control lists: a growable list of entries, its external form and its
-// short text.  A library of its own that knows nothing of the tool.
+// Access control lists: a growable list of entries and its external form.  The complete
+// interface of such lists; mktfs itself only parses them (acl/short_text.h) and keeps them.
 //
 // A list is one allocation, owned by its holder and freed with tvo_acl_free.
 // Functions that may add an entry take its address, since the list may move; all
@@ -53,13 +53,6 @@ struct tvo_acl {
 };
 static_assert(sizeof(tvo_acl_entry) == 8 && sizeof(tvo_acl_external) == 8 && sizeof(tvo_acl) == 16);
 
-// ---- Short text: "u::rw-,u:1000:r,g::r--,o::r--"
-
-// A new list with the entries in the order of the text, neither sorted nor
-// validated.  `message`, which may be null, receives a static text, "Ok" on
-// success.  EINVAL for a malformed text (`acl` is then null), ENOMEM.
-[[nodiscard]] int tvo_acl_from_short_text(tvo_acl **acl, const char *text, const char **message);
-
 // ---- Lists
 
 // An empty list with room for at least `count` entries.  ENOMEM.
@@ -94,26 +87,6 @@ using tvo_acl_ptr = th_handle<tvo_acl, tvo_acl_free>;
 [[nodiscard]] int tvo_acl_add_perm(std::uint32_t *permissions, std::uint32_t bit_number);
 [[nodiscard]] int tvo_acl_delete_perm(std::uint32_t *permissions, std::uint32_t bit_number);
 [[nodiscard]] int tvo_acl_clear_perms(std::uint32_t *permissions);
-
-// ---- Checks
-
-// Sorts by tag, named entries of one tag by id.
-void tvo_acl_posix_sort_np(tvo_acl_external *external);
-// Whether a sorted external form is a complete list.  Returns 0 or the error
-// number itself: EOPNOTSUPP for an unknown version, EINVAL.
-[[nodiscard]] int tvo_acl_posix_check_np(const tvo_acl_external *external);
-// Sorts the list, then checks it.
-[[nodiscard]] int tvo_acl_valid(tvo_acl *acl);
-// Writes the union of the user, owning group and group permissions into the mask
-// entry; makes that entry, before the first other entry, when there is none.
-[[nodiscard]] int tvo_acl_calc_mask(tvo_acl **acl);
-// Brings a list and a file mode together.  On success `mode` has the permission
-// bits of the list's owner, group and other entries, and `result` is a new,
-// complete list, or null when the mode alone says it all (no list given, or one
-// without named entries and mask).  `message`, which may be null, receives a
-// static text.  On failure `result` is null and `mode` unchanged.
-[[nodiscard]] int tvo_acl_complete(const tvo_acl *acl, tvo_acl **result, std::uint32_t *mode,
-                                   const char **message);
 
 // ---- External form
 

@@ -1,10 +1,10 @@
-// Order, validity, mask and file mode of access control lists.
+#include "acl/check.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 
-#include "buildfile/acl.h"
-#include "buildfile/acl_layout.h"
+#include "acl/layout.h"
 
 using namespace acl_layout;
 
@@ -94,15 +94,15 @@ int complete_copy(const tvo_acl &acl, tvo_acl *&result, std::uint32_t &mode, con
         return 0;
     }
     tvo_acl *copy = tvo_acl_dup(&acl);
-    if (copy == nullptr) {
+    if (!copy) {
         message = "ACL duplication failed";
         return -1;
     }
     if (const char *failure = make_complete(copy, new_mode)) {
-        const int error = errno;
+        const int err = errno;
         tvo_acl_free(copy);
         message = failure;
-        return fail(error);
+        return fail(err);
     }
     result = copy;
     mode = new_mode | TVO_ACL_MODE_HAS_ACL;
@@ -113,14 +113,14 @@ int complete_copy(const tvo_acl &acl, tvo_acl *&result, std::uint32_t &mode, con
 }  // namespace
 
 void tvo_acl_posix_sort_np(tvo_acl_external *external) {
-    if (external != nullptr) {
+    if (external) {
         const std::span entries = entries_of(*external);
         std::qsort(entries.data(), entries.size(), sizeof(tvo_acl_entry), compare_entries);
     }
 }
 
 int tvo_acl_posix_check_np(const tvo_acl_external *external) {
-    if (external == nullptr)
+    if (!external)
         return EINVAL;
     if (le16toh(external->version) > MAX_VERSION)
         return EOPNOTSUPP;
@@ -141,15 +141,16 @@ int tvo_acl_posix_check_np(const tvo_acl_external *external) {
 }
 
 int tvo_acl_valid(tvo_acl *acl) {
-    if (acl == nullptr)
+    if (!acl)
         return fail(EINVAL);
     tvo_acl_posix_sort_np(&acl->external);
-    const int error = tvo_acl_posix_check_np(&acl->external);
-    return error == 0 ? 0 : fail(error);
+    if (const int err = tvo_acl_posix_check_np(&acl->external); err != 0)
+        return fail(err);
+    return 0;
 }
 
 int tvo_acl_calc_mask(tvo_acl **acl) {
-    if (acl == nullptr || *acl == nullptr)
+    if (!acl || !*acl)
         return fail(EINVAL);
     std::uint32_t mask = 0;
     for (tvo_acl_entry &entry : entries_of((*acl)->external))
@@ -172,13 +173,13 @@ int tvo_acl_calc_mask(tvo_acl **acl) {
 
 int tvo_acl_complete(const tvo_acl *acl, tvo_acl **result, std::uint32_t *mode, const char **message) {
     const char *ignored = nullptr;
-    const char *&outcome = message != nullptr ? *message : ignored;
-    if (result == nullptr || mode == nullptr) {
+    const char *&outcome = message ? *message : ignored;
+    if (!result || !mode) {
         outcome = "NULL pointer";
         return fail(EINVAL);
     }
     *result = nullptr;
-    if (acl == nullptr) {
+    if (!acl) {
         outcome = "Ok - no ACL given";
         return 0;
     }

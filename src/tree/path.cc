@@ -1,19 +1,16 @@
-// Placing nodes by path or below a directory of an image, and finding them again.
-#include <errno.h>
+#include "tree/path.h"
 
+#include <cerrno>
 #include <new>
 
 #include "base/log.h"
 #include "fs/diag.h"
 #include "fs/filesystem.h"
-#include "th/handle.h"
 #include "tree/inode.h"
 #include "tree/name_index.h"
 #include "tree/text.h"
 
 namespace {
-
-using inode_ptr = th_handle<mktfs_inode, mktfs_inode_release>;
 
 constexpr std::size_t PATH_SIZE = 4096;  // of paths in messages
 
@@ -38,7 +35,7 @@ mktfs_inode *enter_directory(mktfs_filesystem &fs, mktfs_inode &parent, std::str
             report_no_directory(*found);
         return found;
     }
-    inode_ptr made(mktfs_inode_make(&fs, MKTFS_INODE_DIR));
+    mktfs_inode_ptr made(mktfs_inode_make(&fs, MKTFS_INODE_DIR));
     return made && attach(parent, *made, name) == 0 ? made.release() : nullptr;
 }
 
@@ -91,16 +88,16 @@ int mktfs_inode_create(mktfs_inode *parent, std::uint32_t ino, const char *name,
     if (!parent || !name || !is_plain_name({name, name_length}))
         return EINVAL;
     const std::string_view text(name, name_length);
-    inode_ptr inode(new (std::nothrow) mktfs_inode{});
+    mktfs_inode_ptr inode(new (std::nothrow) mktfs_inode{});
     if (!inode || !mktfs_set_text(inode->path, {parent->path, "/", text}))
         return ENOMEM;
     inode->has_path = true;
     inode->type = type;
     inode->ino = ino;
-    const int err = attach(*parent, *inode, text);
-    if (err == 0)
-        inode.release();
-    return err;
+    if (const int err = attach(*parent, *inode, text); err != 0)
+        return err;
+    inode.release();
+    return 0;
 }
 
 mktfs_inode *mktfs_filesystem_find_inode(mktfs_filesystem *fs, const char *path) {

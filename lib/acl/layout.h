@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <span>
 
-#include "buildfile/acl.h"
+#include "acl/acl.h"
 
 namespace acl_layout {
 

@@ -1,4 +1,5 @@
-#include "buildfile/acl.h"
+#include "acl/check.h"
+#include "acl/short_text.h"
 
 #include <gtest/gtest.h>
 
@@ -6,6 +7,8 @@
 #include <cstdlib>
 #include <string>
 #include <vector>
+
+#include "support/null_arguments.h"
 
 namespace {
 
@@ -37,13 +40,17 @@ TEST(Acl, ShortTextGivesEntriesInItsOrderOrTheReasonOfItsRefusal) {
         const char *text, *message, *entries;
     } rows[] = {{"u::rw-,g::r--,o::r--", "Ok", "1.6 3.4 6.4"},
                 {"u:1000:rwx,g:100:r-x", "Ok", "2.7.1000 4.5.100"},
-                {"u::,g:4294967295:", "Ok", "1.0 4.0.4294967295"},
+                {"u::,g:4294967295:,u:010:r-x,", "Ok", "1.0 4.0.4294967295 2.5.10"},
+                {"u:4294967296:r", "Qualifier conversion failed", ""},
                 {"x::r", "Invalid ACL tag character", ""},
                 {"u", "Expecting ':'", ""},
+                {"u:5r", "Expecting ':'", ""},
+                {"g::r,g::r", "Basic permission defined more than once", ""},
                 {"o:5:r", "Qualifier not allowed here", ""},
                 {"u:99999999999999999999:r", "Qualifier conversion failed", ""},
                 {"u::rw-,u::r--", "Basic permission defined more than once", ""},
                 {"u::rr", "ACL permission repeated", ""},
+                {"u::r w", "Invalid ACL permission character", ""},
                 {"u::rwz", "Invalid ACL permission character", ""},
                 {"u::r\xe4", "Invalid ACL permission character", ""},
                 {nullptr, "NULL pointer argument[s]", ""}};
@@ -99,6 +106,10 @@ TEST(Acl, EntriesRefuseUnknownTagsBitsAndNamelessQualifiers) {
     EXPECT_EQ(tvo_acl_get_entry(acl.get(), TVO_ACL_NEXT_ENTRY, &entry), 1);  // from the start again
     EXPECT_EQ(entry->tag_and_permissions, 0x01000001U);
     EXPECT_EQ(show(acl.get()), "1.1 6.1");
+    EXPECT_EQ(tvo_acl_clear_perms(&permissions) + tvo_acl_copy_entry(&foreign, entry), 0);
+    EXPECT_EQ(permissions, 0U);
+    EXPECT_EQ(foreign.tag_and_permissions, 0x01000001U);
+    EXPECT_EQ(tvo_acl_set_tag_type(&foreign, 6), 0);
 }
 
 TEST(Acl, RefusesNull) {
@@ -107,31 +118,27 @@ TEST(Acl, RefusesNull) {
     ASSERT_EQ(tvo_acl_get_entry(acl.get(), TVO_ACL_FIRST_ENTRY, &entry), 1);
     tvo_acl *list = acl.get(), *none = nullptr, *made = nullptr;
     std::uint32_t word = 0, buffer[8];
-    const ssize_t answers[] = {tvo_acl_create_entry(nullptr, &entry),
-                               tvo_acl_create_entry(&none, &entry),
-                               tvo_acl_create_entry(&list, nullptr),
-                               tvo_acl_delete_entry(nullptr, entry),
-                               tvo_acl_delete_entry(list, nullptr),
-                               tvo_acl_get_entry(nullptr, 0, &entry),
-                               tvo_acl_get_entry(list, 0, nullptr),
-                               tvo_acl_get_tag_type(nullptr, &word),
-                               tvo_acl_get_tag_type(entry, nullptr),
-                               tvo_acl_set_tag_type(nullptr, 1),
-                               tvo_acl_set_qualifier(nullptr, &word),
-                               tvo_acl_set_qualifier(entry, nullptr),
-                               tvo_acl_get_permset(nullptr, &word),
-                               tvo_acl_get_permset(entry, nullptr),
-                               tvo_acl_set_permset(nullptr, 1),
-                               tvo_acl_add_perm(nullptr, 1),
-                               tvo_acl_delete_perm(nullptr, 1),
-                               tvo_acl_calc_mask(nullptr),
-                               tvo_acl_complete(list, nullptr, &word, nullptr),
-                               tvo_acl_complete(list, &made, nullptr, nullptr),
-                               tvo_acl_size(nullptr),
-                               tvo_acl_copy_ext(nullptr, list, sizeof buffer),
-                               tvo_acl_from_short_text(nullptr, "", nullptr)};
-    for (const ssize_t answer : answers)
-        EXPECT_EQ(answer, -1) << &answer - answers;
+    const std::vector<int> rows[] = {
+        answers_to_null(tvo_acl_create_entry, &list, &entry),
+        answers_to_null(tvo_acl_delete_entry, list, entry),
+        answers_to_null(tvo_acl_get_entry, list, 0, &entry),
+        answers_to_null(tvo_acl_copy_entry, entry, entry),
+        answers_to_null(tvo_acl_get_tag_type, entry, &word),
+        answers_to_null(tvo_acl_set_tag_type, entry, 1),
+        answers_to_null(tvo_acl_set_qualifier, entry, &word),
+        answers_to_null(tvo_acl_get_permset, entry, &word),
+        answers_to_null(tvo_acl_set_permset, entry, 1),
+        answers_to_null(tvo_acl_add_perm, &word, 1),
+        answers_to_null(tvo_acl_delete_perm, &word, 1),
+        answers_to_null(tvo_acl_clear_perms, &word),
+        answers_to_null(tvo_acl_calc_mask, &list),
+        answers_to_null(tvo_acl_complete, nullptr, &made, &word, nullptr),
+        answers_to_null(tvo_acl_from_short_text, &made, "", nullptr),
+        {static_cast<int>(tvo_acl_size(nullptr)), tvo_acl_create_entry(&none, &entry)},
+        {static_cast<int>(tvo_acl_copy_ext(nullptr, list, sizeof buffer))},
+    };
+    for (const std::vector<int> &answers : rows)
+        EXPECT_EQ(answers, std::vector<int>(answers.size(), -1)) << "row " << &answers - rows;
     EXPECT_EQ(tvo_acl_get_qualifier(nullptr), nullptr);
     EXPECT_EQ(tvo_acl_copy_int(nullptr), nullptr);
     EXPECT_EQ(tvo_acl_dup(nullptr), nullptr);
@@ -150,6 +157,10 @@ TEST(Acl, ChecksEveryFieldOfAnExternalForm) {
     } rows[] = {{"good", 3, 99, 0, 0},
                 {"version 2", 1, 3U << 16 | 2, EOPNOTSUPP, EOPNOTSUPP},
                 {"size of another count", 0, 8 + 2 * 8, 0, EINVAL},
+                {"version 1", 1, 3U << 16 | 1, 0, 0},
+                {"no other", 6, 0x05000004, EINVAL, 0},
+                {"no owner", 2, 0x02000007, EINVAL, 0},
+                {"two others", 4, 0x06000000, EINVAL, 0},
                 {"tag 7", 6, 0x07000007, EINVAL, 0},
                 {"tag 0", 2, 0x00000007, EINVAL, 0},
                 {"no owner's group", 4, 0x04000000, EINVAL, 0},
@@ -187,6 +198,8 @@ TEST(Acl, ValidityMaskAndCompletion) {
          "Ok - ACL valid"},
         {"u:5:r,u:5:w,u::r,g::r,o::r", "2.4.5 2.2.5 1.4 3.4 5.6 6.4", "1.4 2.4.5 2.2.5 3.4 5.6 6.4", EINVAL,
          "none", 0751, "ACL validation failed"},
+        {"u::r,g::x,u:1:w", "1.4 3.1 2.2.1 5.3", "1.4 2.2.1 3.1 5.3", EINVAL, "1.4 2.2.1 3.1 5.3 6.1",
+         0x10000 | 0411, "Ok - ACL valid"},
         {"u::rw,o::x", "1.6 5.0 6.1", "1.6 5.0 6.1", EINVAL, "none", 0651, "Ok - no ACL required"},
         {nullptr, "", "", EINVAL, "none", 0751, "Ok - no ACL given"},
     };
