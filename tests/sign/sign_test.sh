@@ -77,7 +77,7 @@ for size in $(seq 512000 512 515584); do
     for call in pwrite64 fsync ftruncate copy_file_range ioctl fchown fchmod rename; do
         cp k.ttd try.ttd
         (strace -o log -e trace=$call -e inject=$call:signal=KILL:when=1 \
-            ttdsign resign --signature rsa-sha256 --key new.pem --old-key old.pub try.ttd) >out 2>&1
+            ttdsign resign --signature rsa-sha256 --key new.pem --old-key old.pub try.ttd || :) >out 2>&1
         cmp -s k.ttd try.ttd || proven new.pub try.ttd || fail "half an image: $call at size $size"
     done
 done
