@@ -45,10 +45,7 @@ int ttd_image_file::open(const char *path, bool writable) {
 
 int ttd_image_file::adopt(int descriptor) {
     descriptor_ = descriptor;
-    const int err = find_size();
-    if (err != 0)
-        descriptor_ = -1;
-    return err;
+    return find_size();
 }
 
 int ttd_image_file::read(std::uint64_t offset, void *out, std::size_t length) const {

@@ -18,8 +18,7 @@ public:
     // for another kind of file or one that is too short (its size is then known); else
     // the system's error.
     [[nodiscard]] int open(const char *path, bool writable);
-    // Takes over a descriptor that is open for reading; same errors, the descriptor then
-    // stays the caller's.
+    // Takes over a descriptor that is open for reading; same errors.
     [[nodiscard]] int adopt(int descriptor);
 
     // Reads `length` bytes.  EIO when the file ends before them.
