@@ -170,7 +170,7 @@ void report_mismatch(void *arg, const ttd_mismatch *mismatch) {
     const ttd_reader_mismatch report = {
         .level = mismatch->level,
         .is_data = static_cast<std::uint64_t>(mismatch->offset) < reader->engine.info.tree_offset,
-        .block = mismatch->block,
+        .block = mismatch->data_block,
         .offset = static_cast<std::uint64_t>(mismatch->offset),
     };
     reader->on_mismatch(reader->arg, &report);

@@ -1,5 +1,6 @@
 /* The nbdkit plugin "ttd": serves the inner image of a ttd image, read-only, each byte
  * proven before it is sent.  See nbdkit-ttd-plugin(1). */
+#define _GNU_SOURCE
 #include <errno.h>
 #include <inttypes.h>
 #include <stdlib.h>

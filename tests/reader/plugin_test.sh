@@ -62,7 +62,7 @@ nm -D --defined-only "$1"/libttd.so.0 | awk '{print $3}' | grep -v '^TTD_0$' | g
 # A file to look into, without a loop device.
 if command -v nbdfuse >/dev/null && [ -w /dev/fuse ]; then
     mkdir mnt
-    nbdfuse mnt/fs.img [ nbdkit --exit-with-parent -s "$plugin" image=good.ttd key=pub.pem ] &
+    nbdfuse mnt/fs.img [ nbdkit "$plugin" image=good.ttd key=pub.pem ] &
     for _ in $(seq 100); do [ -s mnt/fs.img ] && break || sleep 0.1; done
     e2fsck -fn mnt/fs.img >log 2>&1 && debugfs -R 'cat /ls' mnt/fs.img 2>/dev/null | cmp - /bin/ls || fail "nbdfuse"
     fusermount3 -u mnt && wait
