@@ -16,7 +16,7 @@ if(TARGET blake3_reference)
     list(APPEND engine_libraries blake3_reference)
 endif()
 
-install(TARGETS mktfs ttdinfo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS mktfs ttdinfo ttdsign RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(
     TARGETS ${engine_libraries}
     EXPORT mktfs-targets

@@ -10,10 +10,11 @@
 #include <memory>
 #include <new>
 
-#include "info/image_tail.h"
-#include "info/print.h"
+#include "info/json.h"
 #include "info/report.h"
+#include "info/text.h"
 #include "th/str.h"
+#include "ttd/image_file.h"
 
 namespace {
 
@@ -173,7 +174,11 @@ void print_report(const ttdinfo_report &report, output_kind kind, std::FILE *out
 }
 
 int read_image(const char *path, ttdinfo_report &report) {
-    const int err = ttdinfo_read_tail(path, &report.engine.superblock, &report.file_size);
+    ttd_image_file image;
+    int err = image.open(path, false);
+    if (err == 0)
+        err = image.read_superblock(&report.engine.superblock);
+    report.file_size = image.size();
     if (err == EINVAL)
         std::fprintf(stderr, "ttdinfo: %s: no regular file or block device of at least %zu bytes\n", path,
                      TTD_SUPERBLOCK_SIZE);

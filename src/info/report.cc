@@ -160,3 +160,18 @@ const char *ttdinfo_verdict_text(ttdinfo_verdict verdict) {
     constexpr const char *texts[] = {"not checked", "good", "bad"};
     return texts[static_cast<unsigned>(verdict)];
 }
+
+std::span<const std::uint8_t> ttdinfo_salt(const ttdinfo_report &report) {
+    const ttd_superblock &superblock = report.engine.superblock;
+    return {superblock.salt, std::min<std::size_t>(superblock.saltsize, TTD_MAX_SALT)};
+}
+
+std::span<const std::uint8_t> ttdinfo_root_hash(const ttdinfo_report &report) {
+    const std::size_t size = report.hash_size != 0 ? report.hash_size : TTD_MAX_ROOT_HASH;
+    return {report.engine.superblock.roothash, std::min(size, TTD_MAX_ROOT_HASH)};
+}
+
+std::span<const std::uint8_t> ttdinfo_signature(const ttdinfo_report &report) {
+    const ttd_superblock &superblock = report.engine.superblock;
+    return {superblock.sig, std::min<std::size_t>(superblock.sigsize, TTD_MAX_SIGNATURE)};
+}

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "ttd/engine.h"
 
@@ -45,3 +46,9 @@ struct ttdinfo_report {
 [[nodiscard]] bool ttdinfo_is_partition(const ttdinfo_report &report);
 // The text of a verdict: "not checked", "good" or "bad".
 [[nodiscard]] const char *ttdinfo_verdict_text(ttdinfo_verdict verdict);
+
+// The parts of the variable-length fields that are in use, never more than the superblock
+// has room for.
+[[nodiscard]] std::span<const std::uint8_t> ttdinfo_salt(const ttdinfo_report &report);
+[[nodiscard]] std::span<const std::uint8_t> ttdinfo_root_hash(const ttdinfo_report &report);
+[[nodiscard]] std::span<const std::uint8_t> ttdinfo_signature(const ttdinfo_report &report);

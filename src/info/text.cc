@@ -1,7 +1,8 @@
+#include "info/text.h"
+
 #include <algorithm>
 #include <cinttypes>
 
-#include "info/print.h"
 #include "info/report.h"
 #include "ttd/engine_log.h"
 
@@ -93,21 +94,6 @@ void ttdinfo_print_hex(std::span<const std::uint8_t> bytes, std::FILE *out) {
     char text[2 * TTD_MAX_SIGNATURE + 1];
     ttd_hex_text(bytes, text);
     std::fputs(text, out);
-}
-
-std::span<const std::uint8_t> ttdinfo_salt(const ttdinfo_report &report) {
-    const ttd_superblock &superblock = report.engine.superblock;
-    return {superblock.salt, std::min<std::size_t>(superblock.saltsize, TTD_MAX_SALT)};
-}
-
-std::span<const std::uint8_t> ttdinfo_root_hash(const ttdinfo_report &report) {
-    const std::size_t size = report.hash_size != 0 ? report.hash_size : TTD_MAX_ROOT_HASH;
-    return {report.engine.superblock.roothash, std::min(size, TTD_MAX_ROOT_HASH)};
-}
-
-std::span<const std::uint8_t> ttdinfo_signature(const ttdinfo_report &report) {
-    const ttd_superblock &superblock = report.engine.superblock;
-    return {superblock.sig, std::min<std::size_t>(superblock.sigsize, TTD_MAX_SIGNATURE)};
 }
 
 void ttdinfo_print_text(const ttdinfo_report &report, std::FILE *out) {

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <new>
 
-#include "io/io_state.h"
+#include "io/io_mem.h"
 
 namespace {
 

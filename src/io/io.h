@@ -142,3 +142,6 @@ void mktfs_io_drop(mktfs_io *io, std::uint64_t offset, std::uint64_t length);
 [[nodiscard]] int mktfs_io_close(mktfs_io *io);
 
 using mktfs_io_ptr = th_handle<mktfs_io, mktfs_io_destroy>;
+
+// For the kinds: an object around `state`, which it owns from then on; ENOMEM leaves it alone.
+[[nodiscard]] int io_make(const mktfs_io_ops &ops, void *state, mktfs_io **io);

@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "base/log.h"
-#include "io/io_state.h"
+#include "io/io_mem.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "base/input_file.h"
 #include "base/log.h"
-#include "io/io_state.h"
+#include "io/io_mem.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <memory>
 #include <new>
 
-#include "io/io_state.h"
+#include "io/io_mem.h"
 
 namespace {
 

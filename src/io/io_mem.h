@@ -26,9 +26,6 @@ inline io_mem_state &io_mem(mktfs_io &io) {
     return *static_cast<io_mem_state *>(io.state);
 }
 
-// An object around `state`, which it owns from then on; ENOMEM leaves it alone.
-[[nodiscard]] int io_make(const mktfs_io_ops &ops, void *state, mktfs_io **io);
-
 // An object of a memory or mapping kind; ENOMEM leaves the buffer to the caller.
 [[nodiscard]] int io_mem_make(const mktfs_io_ops &ops, const io_mem_state &initial, mktfs_io **io);
 

@@ -1,0 +1,11 @@
+# Debian's cross compiler for 64-bit ARM; `scripts/setup arm64` installs it with the
+# libraries of that architecture and the emulator that runs the result.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
+set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
+set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64)
+set(PKG_CONFIG_EXECUTABLE aarch64-linux-gnu-pkg-config)
+
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -1,0 +1,5 @@
+#include "sign/cmdline.h"
+
+int main(int argc, char **argv) {
+    return ttdsign_main(argc, argv);
+}
