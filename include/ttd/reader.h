@@ -20,10 +20,10 @@ struct ttd_reader;
 
 /* A block that does not prove. */
 struct ttd_reader_mismatch {
-    uint32_t level;  /* of the hash tree: the hash blocks of that level, 0 next to the data */
+    uint32_t level;   /* of the hash tree: the hash blocks of that level, 0 next to the data */
     uint32_t is_data; /* 1: the data block itself, level is 0; 0: a hash block above it */
-    uint64_t block;  /* data block of the inner image, which cannot be read */
-    uint64_t offset; /* of the bytes that do not match in the image file, bytes */
+    uint64_t block;   /* data block of the inner image, which cannot be read */
+    uint64_t offset;  /* of the bytes that do not match in the image file, bytes */
 };
 
 /*
@@ -65,11 +65,11 @@ struct ttd_reader_info {
 
 /* Counted since the open. */
 struct ttd_reader_statistics {
-    size_t size;       /* in: sizeof(struct ttd_reader_statistics) */
-    uint64_t proven;   /* data blocks of reads that succeeded */
-    uint64_t refused;  /* data blocks of reads, or pieces of 256 KiB of them, that failed */
-    uint64_t cached;   /* hash blocks that were found in memory */
-    uint64_t loaded;   /* hash blocks that were read and proven */
+    size_t size;      /* in: sizeof(struct ttd_reader_statistics) */
+    uint64_t proven;  /* data blocks of reads that succeeded */
+    uint64_t refused; /* data blocks of reads, or pieces of 256 KiB of them, that failed */
+    uint64_t cached;  /* hash blocks that were found in memory */
+    uint64_t loaded;  /* hash blocks that were read and proven */
 };
 
 /*
