@@ -25,6 +25,7 @@ struct ttd_cache_entry {
 struct ttd_lru_cache {
     std::mutex lock;
     talg_lru_cache *table = nullptr;
+    std::size_t slots = 0;
 };
 
 namespace {
@@ -152,8 +153,13 @@ int ttd_lru_cache_create(ttd_lru_cache **out, std::size_t slots) {
         delete cache;
         return err;
     }
+    cache->slots = slots;
     *out = cache;
     return 0;
+}
+
+std::size_t ttd_lru_cache_slots(const ttd_lru_cache *cache) {
+    return cache ? cache->slots : 0;
 }
 
 void ttd_lru_cache_destroy(ttd_lru_cache *cache) {

@@ -47,6 +47,10 @@ bool ttd_proven_path::allocate(std::uint32_t count) {
     const std::size_t spanned = count / ctx_.info.hashes_per_block + 2;
     if (!allocate(levels_[0], std::min(PIECE_SIZE / ctx_.info.hash_block_size, spanned)))
         return false;
+    const std::size_t leaves =
+        (std::size_t{end_} + ctx_.info.hashes_per_block - 1) / ctx_.info.hashes_per_block;
+    const std::size_t slots = ttd_lru_cache_slots(ctx_.block_cache);
+    levels_[0].keep_from = static_cast<std::uint32_t>(leaves - std::min(leaves, slots));
     for (unsigned level = 1; level < ctx_.info.levels; ++level)
         if (!allocate(levels_[level], 1))
             return false;
@@ -122,7 +126,8 @@ void ttd_proven_path::read_blocks(window &at, const ttd_path_step &step, std::ui
         const std::uint32_t key = step.global + at.count;
         if (!copy_from(ctx_.block_cache, key, block, size) &&
             (ttd_io_read(ctx_.hash_io, offset, block, size) != 0 ||
-             !copy_into(ctx_.block_cache, ctx_.block_slab, key, block, size))) {
+             (step.local + at.count >= at.keep_from &&
+              !copy_into(ctx_.block_cache, ctx_.block_slab, key, block, size)))) {
             at.failed = true;
             return;
         }
@@ -153,7 +158,8 @@ std::uint32_t ttd_proven_path::hash_missing(window &at, std::uint32_t global, st
         at.failed = true;
     }
     for (std::uint32_t i = from; i < at.count; ++i) {
-        if (copy_into(ctx_.hash_cache, ctx_.hash_slab, global + i, at.hashes.data() + i * size, size))
+        if (at.first + i < at.keep_from ||
+            copy_into(ctx_.hash_cache, ctx_.hash_slab, global + i, at.hashes.data() + i * size, size))
             continue;
         at.count = i;
         at.failed = true;

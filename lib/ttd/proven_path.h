@@ -34,6 +34,7 @@ private:
         std::size_t room = 0;     // hash blocks
         std::uint32_t first = 0;  // index in the level
         std::uint32_t count = 0;
+        std::uint32_t keep_from = 0;  // earlier ones would leave the caches within this range
         // The hash block behind them could not be loaded; its error is still to be told.
         bool failed = false;
         ttd_hash_failure failure;  // err is TCRYPTO_OK when it was no digest step
