@@ -56,8 +56,7 @@ private:
         covered_ = partition ? sb_.totalsize : sb_.fssize;
         return sb_.magic == TTD_MAGIC && sb_.version == TTD_VERSION && hash_size_ > 0 &&
                sb_.saltsize >= hash_size_ && sb_.saltsize <= sizeof sb_.salt && is_block_size(sb_.blksize) &&
-               is_block_size(sb_.hblksize) && covered_ > 0 && sb_.fssize <= covered_ &&
-               sb_.fssize <= image_.size();
+               is_block_size(sb_.hblksize) && covered_ > 0 && sb_.fssize <= image_.size();
     }
 
     // The levels' places: the highest lies first.
@@ -79,8 +78,9 @@ private:
             starts_[level] = place;
             items_.push_back(items_.back() * per_block_);
         }
-        return counts.size() <= TTD_MAX_LEVELS && place >= sb_.offset &&
-               total * std::max<std::uint64_t>(sb_.hblksize, per_block_) <= UINT32_MAX;
+        // The index just behind the last block is walked like any other.
+        return blocks_ <= covered_ / sb_.blksize + 1 && counts.size() <= TTD_MAX_LEVELS &&
+               place >= sb_.offset && total * std::max<std::uint64_t>(sb_.hblksize, per_block_) <= UINT32_MAX;
     }
 
     [[nodiscard]] image_bytes root() { return hash_of(starts_.size(), 0); }
