@@ -21,7 +21,6 @@
 #include "ttd/image_file.h"
 #include "ttd/signature.h"
 #include "ttd/superblock.h"
-#include "ttd/verify.h"
 #include "ttd/verify_range.h"
 
 namespace {

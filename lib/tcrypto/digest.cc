@@ -24,11 +24,12 @@ int hash_block(tcrypto_ctx &ctx, byte_range salt, byte_range block, std::uint8_t
     step = TCRYPTO_STEP_INIT;
     if (const int err = tcrypto_digest_init(&ctx); err != TCRYPTO_OK)
         return err;
-    step = TCRYPTO_STEP_UPDATE;
-    for (const byte_range &part : {salt, block}) {
-        if (const int err = tcrypto_digest_update(&ctx, part.bytes, part.length); err != TCRYPTO_OK)
-            return err;
-    }
+    step = TCRYPTO_STEP_SALT;
+    if (const int err = tcrypto_digest_update(&ctx, salt.bytes, salt.length); err != TCRYPTO_OK)
+        return err;
+    step = TCRYPTO_STEP_DATA;
+    if (const int err = tcrypto_digest_update(&ctx, block.bytes, block.length); err != TCRYPTO_OK)
+        return err;
     step = TCRYPTO_STEP_FINAL;
     return tcrypto_digest_final(&ctx, out, nullptr);
 }

@@ -101,7 +101,8 @@ using tcrypto_ctx_ptr = th_handle<tcrypto_ctx, tcrypto_release_ctx>;
 
 enum tcrypto_digest_step {
     TCRYPTO_STEP_INIT,
-    TCRYPTO_STEP_UPDATE,
+    TCRYPTO_STEP_SALT,
+    TCRYPTO_STEP_DATA,
     TCRYPTO_STEP_FINAL,
 };
 

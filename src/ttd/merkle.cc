@@ -7,12 +7,10 @@
 #include "base/hex.h"
 #include "base/log.h"
 #include "base/progress.h"
+#include "io/io.h"
 #include "ttd/hash.h"
 
 namespace {
-
-// How far the hashing runs ahead before it lets go of the mapped pages behind it.
-constexpr std::uint64_t WINDOW = 4 * 1024 * 1024;
 
 void dump_hash(const std::uint8_t *block, const std::uint8_t *hash, std::size_t size) {
     mktfs_log(MKTFS_LOG_INFO, "ttd: data: ");
@@ -67,21 +65,23 @@ private:
             fill_with_zero_hash(out, end - first);
             return 0;
         }
-        if (const int err =
-                ttd_hash_blocks(&ctx_, bytes_ + offset, ctx_.info.block_size, end - first, digest_, out);
-            err != 0)
-            return MKTFS_FAIL(err, "ttd: failed to hash data block %lu\n", first);
+        const ttd_block_run run = {
+            .data = bytes_ + offset, .length = ctx_.info.block_size, .count = end - first};
+        ttd_hash_failure failure;
+        if (ttd_hash_blocks(&ctx_, run, digest_, out, &failure) != 0)
+            return MKTFS_FAIL(ttd_hash_report(failure), "ttd: failed to hash data block %lu\n",
+                              first + failure.block);
         release_behind(end * ctx_.info.block_size);
         return 0;
     }
 
     void fill_with_zero_hash(std::uint8_t *out, std::uint64_t count) const {
         for (std::uint64_t i = 0; i < count; ++i)
-            std::memcpy(out + i * ctx_.info.hash_size, ctx_.zero_hash.data(), ctx_.info.hash_size);
+            std::memcpy(out + i * ctx_.info.hash_size, ctx_.info.zero_hash.data(), ctx_.info.hash_size);
     }
 
     void release_behind(std::uint64_t offset) {
-        if (offset - released_ < WINDOW)
+        if (offset - released_ < MKTFS_IO_WINDOW)
             return;
         mktfs_io_drop(&image_, released_, offset - released_);
         released_ = offset;
@@ -124,9 +124,11 @@ public:
         if (verbose > 2)
             return hash_one_by_one(first, first + count, out);
         const std::uint32_t size = ctx_.info.hash_block_size;
-        if (const int err = ttd_hash_blocks(&ctx_, level_ + first * size, size, count, digest_, out);
-            err != 0)
-            return MKTFS_FAIL(err, "ttd: failed to hash data block %zu\n", static_cast<std::size_t>(first));
+        const ttd_block_run run = {.data = level_ + first * size, .length = size, .count = count};
+        ttd_hash_failure failure;
+        if (ttd_hash_blocks(&ctx_, run, digest_, out, &failure) != 0)
+            return MKTFS_FAIL(ttd_hash_report(failure), "ttd: failed to hash data block %zu\n",
+                              static_cast<std::size_t>(first) + failure.block);
         return 0;
     }
 
