@@ -190,7 +190,7 @@ TEST_F(Digest, BlocksTellWhichStepOfWhichBlockFailed) {
         bytes out;
     } rows[] = {
         {"sum", 0, 7, TCRYPTO_STEP_INIT, {11, 12, 13}},   {"sum", 1, 0, TCRYPTO_STEP_INIT, {0, 0, 0}},
-        {"sum", 2, 0, TCRYPTO_STEP_SALT, {0, 0, 0}},    {"sum", 7, 1, TCRYPTO_STEP_DATA, {11, 0, 0}},
+        {"sum", 2, 0, TCRYPTO_STEP_SALT, {0, 0, 0}},      {"sum", 7, 1, TCRYPTO_STEP_DATA, {11, 0, 0}},
         {"sum", 12, 2, TCRYPTO_STEP_FINAL, {11, 12, 13}}, {"rum", 0, 7, TCRYPTO_STEP_INIT, {9, 9, 13}},
         {"rum", 3, 2, TCRYPTO_STEP_DATA, {9, 9, 0}},
     };
