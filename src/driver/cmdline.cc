@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <optional>
 #include <string>
 
@@ -13,6 +14,7 @@
 #include "driver/usage.h"
 #include "fs/filesystem.h"
 #include "th/log.h"
+#include "th/str.h"
 #include "tree/search_path.h"
 
 TH_LOG_CONTEXT_DEFINE(mktfs_log_context, "mktfs");
@@ -21,6 +23,7 @@ namespace {
 
 constexpr char DRIVER_LETTERS[] = "afho:r:svyx";
 constexpr std::size_t MAX_TYPE_LETTERS = 503;
+constexpr std::uint32_t MAX_THREADS = 64;
 
 // What a step yields: the status that ends the run, or nothing to go on.
 using outcome = std::optional<int>;
@@ -152,6 +155,17 @@ outcome check_run(const mktfs_run &run) {
     return GO_ON;
 }
 
+outcome read_thread_count() {
+    const char *text = std::getenv("MKTFS_THREADS");
+    if (text == nullptr)
+        return GO_ON;
+    std::uint32_t &threads = mktfs_get_filesystem_opts()->threads;
+    if (th_str_to_uint32(text, 10, &threads) != 0 || threads < 1 || threads > MAX_THREADS)
+        return MKTFS_FAIL(1, "the variable MKTFS_THREADS is '%s', it must be a number from 1 to %u\n", text,
+                          MAX_THREADS);
+    return GO_ON;
+}
+
 int run_mode(const mktfs_run &run) {
     if (run.extract)
         return mktfs_run_extract(run);
@@ -172,6 +186,8 @@ int run_command_line(int argc, char **argv) {
     if (const outcome end = read_options(args, run))
         return *end;
     if (const outcome end = check_run(run))
+        return *end;
+    if (const outcome end = read_thread_count())
         return *end;
     return run_mode(run);
 }
