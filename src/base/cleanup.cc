@@ -83,7 +83,7 @@ void on_bus_error(int signal, siginfo_t *info, void *) {
     const bool raised_by_a_fault = info->si_code > 0;
     mktfs_progress_wipe();
     if (raised_by_a_fault && ::write(STDERR_FILENO, message, sizeof message - 1) < 0) {
-        // nobody is left to be told
+        // standard error is gone, too
     }
     remove_pending_files();
     if (raised_by_a_fault)

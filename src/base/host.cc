@@ -12,16 +12,25 @@
 #include <string>
 #include <string_view>
 
+#include "base/input_file.h"
 #include "base/log.h"
 
 namespace {
 
 constexpr int RMTREE_DESCRIPTORS = 64;
 
-int size_of_status(int result, const struct stat &status, std::uint64_t *size) {
-    if (result != 0)
-        return errno;
+int size_of_status(const struct stat &status, std::uint64_t *size) {
+    if (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode))
+        return ESPIPE;
     *size = static_cast<std::uint64_t>(status.st_size);
+    return 0;
+}
+
+int size_of_device(const char *path, std::uint64_t *size) {
+    mktfs_input_file device;
+    if (const int err = device.open(path); err != 0)
+        return err;
+    *size = device.size();
     return 0;
 }
 
@@ -100,7 +109,9 @@ int mktfs_file_size(const char *path, std::uint64_t *size) {
     if (path == nullptr)
         return EINVAL;
     struct stat status {};
-    return size_of_status(::stat(path, &status), status, size);
+    if (::stat(path, &status) != 0)
+        return errno;
+    return S_ISBLK(status.st_mode) ? size_of_device(path, size) : size_of_status(status, size);
 }
 
 int mktfs_fd_size(int descriptor, std::uint64_t *size) {
@@ -108,7 +119,7 @@ int mktfs_fd_size(int descriptor, std::uint64_t *size) {
         return EINVAL;
     *size = 0;
     struct stat status {};
-    return size_of_status(::fstat(descriptor, &status), status, size);
+    return ::fstat(descriptor, &status) != 0 ? errno : size_of_status(status, size);
 }
 
 int mktfs_strreplace(const char *source, const char *needle, const char *replacement, char *out,
@@ -152,24 +163,26 @@ int mktfs_same_file(const char *a, const char *b, bool *same) {
     struct stat status_a {
     }, status_b{};
     bool found_a = false, found_b = false;
-    int err = look_at(a, status_a, found_a);
-    if (err == 0)
-        err = look_at(b, status_b, found_b);
-    *same = err == 0 && found_a && found_b && same_object(status_a, status_b);
-    return err;
+    *same = false;
+    if (const int err = look_at(a, status_a, found_a); err != 0)
+        return err;
+    if (const int err = look_at(b, status_b, found_b); err != 0)
+        return err;
+    *same = found_a && found_b && same_object(status_a, status_b);
+    return 0;
 }
 
 int mktfs_path_is_inside(const char *path, const char *folder, bool *inside) {
     *inside = false;
     struct stat status {};
     bool found = false;
-    int err = look_at(folder, status, found);
-    if (err != 0 || !found || path == nullptr)
+    if (const int err = look_at(folder, status, found); err != 0)
         return err;
-    err = resolve_below(path, status, *inside);
-    if (err == 0 && !*inside)
-        err = resolve_below(parent_of(path).c_str(), status, *inside);
-    return err;
+    if (!found || path == nullptr)
+        return 0;
+    if (const int err = resolve_below(path, status, *inside); err != 0 || *inside)
+        return err;
+    return resolve_below(parent_of(path).c_str(), status, *inside);
 }
 
 int mktfs_claim_file(const char *path, int descriptor) {

@@ -7,8 +7,9 @@
 struct stat;
 struct FTW;
 
-// The file's size in bytes from its status.  `size` is 0 on failure.  Returns 0
-// or the error number.  Does not log.
+// The file's size in bytes from its status; that of a block device that is named by its
+// path, from its end.  ESPIPE for a pipe or socket, else the system's error number;
+// `size` is 0 on failure.  Do not log.
 [[nodiscard]] int mktfs_file_size(const char *path, std::uint64_t *size);
 [[nodiscard]] int mktfs_fd_size(int descriptor, std::uint64_t *size);
 

@@ -28,6 +28,11 @@ extern int abort_on_warning;
 // Installs a log function; null leaves the current one.
 void mktfs_register_log_fct(mktfs_log_function function);
 
+// A text that may be missing, as messages show it.
+[[nodiscard]] constexpr const char *mktfs_shown(const char *text) {
+    return text != nullptr ? text : "(null)";
+}
+
 // Writes out what standard output still buffers.  Returns 0, or the error number of
 // the first write to it that failed in this process.  Does not log.
 [[nodiscard]] int mktfs_log_flush();

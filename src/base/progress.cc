@@ -105,7 +105,7 @@ void mktfs_progress_text(const mktfs_progress_figures &figures, char *out, std::
     const double total = static_cast<double>(figures.size) * figures.passes;
     const double share = std::clamp(static_cast<double>(figures.done) / total, 1e-9, 1.0);
     const double speed = share * static_cast<double>(figures.size) / figures.seconds / (1 << 20);
-    // Longer than anybody waits, and small enough for the line.
+    // At most 99:59:59, which fits the line.
     const double left = std::min(figures.seconds / share - figures.seconds, 359999.0);
     const auto seconds = static_cast<unsigned>(left);
     char time[16];

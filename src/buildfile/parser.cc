@@ -62,7 +62,7 @@ void base_error(const char *message) {
     int line = 0;
     int column = 0;
     base_scanner_context(&file, &line, &column);
-    mktfs_log(MKTFS_LOG_ERROR, "%s:%d:%d:%s\n", file != nullptr ? file : "(null)", line, column, message);
+    mktfs_log(MKTFS_LOG_ERROR, "%s:%d:%d:%s\n", mktfs_shown(file), line, column, message);
 }
 
 void base_begin_object(std::int32_t type) {

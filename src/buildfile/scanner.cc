@@ -99,7 +99,7 @@ char *copy_or_exit(const char *text, std::size_t length) {
 }  // namespace
 
 void base_scanner_open(const char *path) {
-    const char *name = path != nullptr ? path : "(null)";
+    const char *name = mktfs_shown(path);
     base_scanner_close();  // what an abandoned parse left behind
     self.at.line = 1;
     self.at.token_length = 0;

@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <optional>
 #include <string>
 
 #include "base/cleanup.h"
@@ -25,122 +24,113 @@ constexpr char DRIVER_LETTERS[] = "afho:r:svyx";
 constexpr std::size_t MAX_TYPE_LETTERS = 503;
 constexpr std::uint32_t MAX_THREADS = 64;
 
-// What a step yields: the status that ends the run, or nothing to go on.
-using outcome = std::optional<int>;
-constexpr outcome GO_ON = std::nullopt;
-
-// The arguments as getopt sees them.
-struct arguments {
+// The arguments as getopt sees them, and what they ask for.
+struct command_line {
     int count;
     char **vector;
     std::string letters = DRIVER_LETTERS;
+    mktfs_run run = {};
+    bool help = false;  // the help is printed: nothing behind -h matters
 };
 
-outcome fail_with_usage() {
+int fail_with_usage() {
     mktfs_usage(1);
     return 1;
 }
 
-outcome accept_search_paths(const char *paths) {
-    const int err = mktfs_parse_search_paths(paths);
-    if (err != 0)
+int accept_search_paths(const char *paths) {
+    if (const int err = mktfs_parse_search_paths(paths); err != 0)
         return MKTFS_FAIL(err, "invalid search paths '%s' provided\n", paths);
-    return GO_ON;
-}
-
-outcome print_help(const mktfs_run &run) {
-    mktfs_usage(run.backend == nullptr);
     return 0;
 }
 
-struct driver_option {
-    char letter;
-    outcome (*apply)(mktfs_run &run, const char *argument);
-};
-
-// A step that only notes its option.
-template <auto Note>
-outcome note(mktfs_run &run, const char *argument) {
-    Note(run, argument);
-    return GO_ON;
+void print_help(command_line &line) {
+    mktfs_usage(line.run.backend == nullptr);
+    line.help = true;
 }
 
+// `set` is the whole effect of an option, or `run` is, which may fail.
+struct driver_option {
+    char letter;
+    void (*set)(command_line &line, const char *argument);
+    int (*run)(const char *argument) = nullptr;
+};
+
 constexpr driver_option DRIVER_OPTIONS[] = {
-    {'a', note<[](mktfs_run &, const char *) { abort_on_warning = 1; }>},
-    {'f', note<[](mktfs_run &run, const char *) { run.force = true; }>},
-    {'h', [](mktfs_run &run, const char *) { return print_help(run); }},
-    {'o', note<[](mktfs_run &run, const char *path) { run.output = path; }>},
-    {'r', [](mktfs_run &, const char *paths) { return accept_search_paths(paths); }},
-    {'s', note<[](mktfs_run &run, const char *) { run.stats = true; }>},
-    {'v', note<[](mktfs_run &, const char *) { ++verbose; }>},
-    {'x', note<[](mktfs_run &run, const char *) { run.extract = true; }>},
-    {'y', note<[](mktfs_run &run, const char *) { run.verify = true; }>},
-    {'?', [](mktfs_run &, const char *) { return fail_with_usage(); }},
+    {'a', [](command_line &, const char *) { abort_on_warning = 1; }},
+    {'f', [](command_line &line, const char *) { line.run.force = true; }},
+    {'h', [](command_line &line, const char *) { print_help(line); }},
+    {'o', [](command_line &line, const char *path) { line.run.output = path; }},
+    {'r', nullptr, accept_search_paths},
+    {'s', [](command_line &line, const char *) { line.run.stats = true; }},
+    {'v', [](command_line &, const char *) { ++verbose; }},
+    {'x', [](command_line &line, const char *) { line.run.extract = true; }},
+    {'y', [](command_line &line, const char *) { line.run.verify = true; }},
+    {'?', nullptr, [](const char *) { return fail_with_usage(); }},
 };
 
 // The first argument names the type, unless it is an option.  It then stands in
 // the program name's place.
-outcome select_type(arguments &args, mktfs_run &run) {
-    const char *name = args.vector[1];
+int select_type(command_line &line) {
+    const char *name = line.vector[1];
     if (name[0] == '-')
-        return GO_ON;
-    --args.count;
-    ++args.vector;
-    run.backend = mktfs_find_backend(name);
-    if (run.backend == nullptr) {
+        return 0;
+    --line.count;
+    ++line.vector;
+    const mktfs_backend *backend = mktfs_find_backend(name);
+    if (backend == nullptr) {
         mktfs_log(MKTFS_LOG_ERROR, "unsupported filesystem type '%s'\n", name);
         return fail_with_usage();
     }
-    mktfs_set_backend(run.backend);
-    if (run.backend->optstring != nullptr)
-        args.letters += std::string(run.backend->optstring).substr(0, MAX_TYPE_LETTERS);
-    return GO_ON;
-}
-
-outcome init_type_options(const mktfs_run &run) {
-    if (run.backend == nullptr || run.backend->opts_init == nullptr)
-        return GO_ON;
-    const int err = run.backend->opts_init(mktfs_get_filesystem_opts());
-    if (err != 0)
+    line.run.backend = backend;
+    mktfs_set_backend(backend);
+    if (backend->optstring != nullptr)
+        line.letters += std::string(backend->optstring).substr(0, MAX_TYPE_LETTERS);
+    if (backend->opts_init == nullptr)
+        return 0;
+    if (const int err = backend->opts_init(mktfs_get_filesystem_opts()); err != 0)
         return MKTFS_FAIL(err, "backend opts init function failed\n");
-    return GO_ON;
+    return 0;
 }
 
-outcome apply_type_option(const mktfs_run &run, int letter, const char *argument) {
-    if (run.backend == nullptr)
-        return GO_ON;
-    const auto handler = run.backend->cmdopt_handler;
+int apply_type_option(const mktfs_backend *backend, int letter, const char *argument) {
+    if (backend == nullptr)
+        return 0;
+    const auto handler = backend->cmdopt_handler;
     const int err = handler != nullptr ? handler(mktfs_get_filesystem_opts(), letter, argument) : EOPNOTSUPP;
     if (err == EOPNOTSUPP) {
         mktfs_log(MKTFS_LOG_ERROR, "unsupported option '-%c'\n", letter);
         mktfs_usage(0);
     }
-    return err != 0 ? outcome(err) : GO_ON;
+    return err;
 }
 
-outcome apply_option(mktfs_run &run, int letter, const char *argument) {
+int apply_option(command_line &line, int letter, const char *argument) {
     for (const driver_option &option : DRIVER_OPTIONS) {
-        if (option.letter == letter)
-            return option.apply(run, argument);
+        if (option.letter != letter)
+            continue;
+        if (option.run != nullptr)
+            return option.run(argument);
+        option.set(line, argument);
+        return 0;
     }
-    return apply_type_option(run, letter, argument);
+    return apply_type_option(line.run.backend, letter, argument);
 }
 
-outcome read_options(const arguments &args, mktfs_run &run) {
+int read_options(command_line &line) {
+    const auto next = [&line] { return ::getopt(line.count, line.vector, line.letters.c_str()); };
     optind = 1;
-    for (;;) {
-        const int letter = ::getopt(args.count, args.vector, args.letters.c_str());
-        if (letter < 0)
-            break;
-        if (const outcome end = apply_option(run, letter, optarg))
-            return end;
-    }
-    run.input = optind < args.count ? args.vector[optind] : nullptr;
-    return GO_ON;
+    for (int letter; !line.help && (letter = next()) >= 0;)
+        if (const int err = apply_option(line, letter, optarg); err != 0)
+            return err;
+    const auto operand = [&line](int index) { return index < line.count ? line.vector[index] : nullptr; };
+    line.run.input = operand(optind);
+    line.run.unused_input = operand(optind + 1);
+    return 0;
 }
 
 // Fatal messages end the process; a replaced log function may return from them.
-outcome check_run(const mktfs_run &run) {
+int check_run(const mktfs_run &run) {
     if (run.backend == nullptr) {
         mktfs_log(MKTFS_LOG_ERROR, "no backend supplied\n");
         return fail_with_usage();
@@ -152,18 +142,18 @@ outcome check_run(const mktfs_run &run) {
         mktfs_log(MKTFS_LOG_FATAL, "missing -o option\n");
     if (run.extract && run.verify)
         mktfs_log(MKTFS_LOG_FATAL, "can't mix options -y and -x\n");
-    return GO_ON;
+    return 0;
 }
 
-outcome read_thread_count() {
+int read_thread_count() {
     const char *text = std::getenv("MKTFS_THREADS");
     if (text == nullptr)
-        return GO_ON;
+        return 0;
     std::uint32_t &threads = mktfs_get_filesystem_opts()->threads;
     if (th_str_to_uint32(text, 10, &threads) != 0 || threads < 1 || threads > MAX_THREADS)
         return MKTFS_FAIL(1, "the variable MKTFS_THREADS is '%s', it must be a number from 1 to %u\n", text,
                           MAX_THREADS);
-    return GO_ON;
+    return 0;
 }
 
 int run_mode(const mktfs_run &run) {
@@ -177,19 +167,16 @@ int run_command_line(int argc, char **argv) {
         mktfs_usage(1);
         return 0;
     }
-    arguments args{.count = argc, .vector = argv};
-    mktfs_run run;
-    if (const outcome end = select_type(args, run))
-        return *end;
-    if (const outcome end = init_type_options(run))
-        return *end;
-    if (const outcome end = read_options(args, run))
-        return *end;
-    if (const outcome end = check_run(run))
-        return *end;
-    if (const outcome end = read_thread_count())
-        return *end;
-    return run_mode(run);
+    command_line line{.count = argc, .vector = argv};
+    if (const int err = select_type(line); err != 0)
+        return err;
+    if (const int err = read_options(line); err != 0 || line.help)
+        return err;
+    if (const int err = check_run(line.run); err != 0)
+        return err;
+    if (const int err = read_thread_count(); err != 0)
+        return err;
+    return run_mode(line.run);
 }
 
 }  // namespace

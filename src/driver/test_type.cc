@@ -64,7 +64,7 @@ void print_heading() {
 }
 
 const char *path_of(const mktfs_inode &inode) {
-    return inode.has_path ? inode.path.c_str() : "(null)";
+    return mktfs_shown(inode.has_path ? inode.path.c_str() : nullptr);
 }
 
 // Where the contents come from.

@@ -22,8 +22,6 @@ position current_position() {
     const mktfs_backend *backend = mktfs_get_backend();
     if (backend != nullptr && backend->parser.scanner_context != nullptr)
         backend->parser.scanner_context(&at.file, &at.line, &at.column);
-    if (at.file == nullptr)
-        at.file = "(null)";
     return at;
 }
 
@@ -38,7 +36,7 @@ void drop_one_newline(char *text) {
     std::vsnprintf(message, sizeof message, format, arguments);
     drop_one_newline(message);
     const position at = current_position();
-    mktfs_log(level, "%s:%d:%d:%s\n", at.file, at.line, at.column, message);
+    mktfs_log(level, "%s:%d:%d:%s\n", mktfs_shown(at.file), at.line, at.column, message);
 }
 
 }  // namespace

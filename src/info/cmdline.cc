@@ -13,6 +13,7 @@
 #include "info/image_tail.h"
 #include "info/print.h"
 #include "info/report.h"
+#include "th/str.h"
 
 namespace {
 
@@ -76,6 +77,13 @@ int set_output(settings &to, output_kind kind) {
     return 0;
 }
 
+int set_min_rollback(settings &to, const char *version) {
+    std::uint64_t number = 0;
+    to.min_rollback = version;
+    return th_str_to_uint64(version, 10, &number) != 0 ? wrong_usage("--min-rollback takes a decimal number")
+                                                       : 0;
+}
+
 int apply_option(int code, settings &to) {
     switch (code) {
     case OPTION_JSON:
@@ -83,8 +91,7 @@ int apply_option(int code, settings &to) {
     case OPTION_ROOT_HASH:
         return set_output(to, output_kind::ROOT_HASH);
     case OPTION_MIN_ROLLBACK:
-        to.min_rollback = optarg;
-        return 0;
+        return set_min_rollback(to, optarg);
     case OPTION_VERIFY_SIGNATURE:
         to.public_key = optarg;
         return 0;

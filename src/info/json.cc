@@ -37,13 +37,13 @@ public:
         ttdinfo_print_hex(value, out_);
         std::fputc('"', out_);
     }
-    // Null is written as null.
+    // Null is written as null.  The texts are the program's own: printable ASCII without
+    // quotation marks and backslashes, so that none needs an escape.
     void text(const char *name, const char *value) {
+        if (!value)
+            return null(name);
         begin(name);
-        if (value)
-            quote(value);
-        else
-            std::fputs("null", out_);
+        std::fprintf(out_, "\"%s\"", value);
     }
 
 private:
@@ -64,21 +64,6 @@ private:
             std::fprintf(out_, "\"%s\": ", name);
     }
     void new_line(unsigned depth) { std::fprintf(out_, "\n%*s", static_cast<int>(2 * depth), ""); }
-    // Texts may quote arguments of the command line, of any encoding: what is not
-    // ASCII becomes the replacement character.
-    void quote(const char *value) {
-        std::fputc('"', out_);
-        for (; *value != '\0'; ++value) {
-            const auto byte = static_cast<unsigned char>(*value);
-            if (byte == '"' || byte == '\\')
-                std::fprintf(out_, "\\%c", byte);
-            else if (byte < 0x20)
-                std::fprintf(out_, "\\u%04x", byte);
-            else
-                byte < 0x7f ? (void)std::fputc(byte, out_) : (void)std::fputs("\\ufffd", out_);
-        }
-        std::fputc('"', out_);
-    }
 
     std::FILE *out_;
     char close_;

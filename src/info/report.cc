@@ -66,7 +66,7 @@ void check_fields(ttdinfo_report &report) {
 bool start_crypto(ttdinfo_report &report) {
     complaint[0] = '\0';
     if (const int err = ttd_tcrypto_init(&report.engine); err != 0) {
-        add_complaint(report, err, "the algorithms are not to be had");
+        add_complaint(report, err, "the algorithms are not available");
         return false;
     }
     report.hash_size = report.engine.info.hash_size;

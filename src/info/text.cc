@@ -3,6 +3,7 @@
 
 #include "info/print.h"
 #include "info/report.h"
+#include "ttd/engine_log.h"
 
 namespace {
 
@@ -89,8 +90,9 @@ void print_geometry(const ttdinfo_report &report, const text_writer &to) {
 }  // namespace
 
 void ttdinfo_print_hex(std::span<const std::uint8_t> bytes, std::FILE *out) {
-    for (const std::uint8_t byte : bytes)
-        std::fprintf(out, "%02x", byte);
+    char text[2 * TTD_MAX_SIGNATURE + 1];
+    ttd_hex_text(bytes, text);
+    std::fputs(text, out);
 }
 
 std::span<const std::uint8_t> ttdinfo_salt(const ttdinfo_report &report) {

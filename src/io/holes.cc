@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <new>
 
 namespace {
 
@@ -26,18 +27,20 @@ std::uint64_t next(int descriptor, std::uint64_t from, int kind, std::uint64_t s
 
 }  // namespace
 
-io_holes::io_holes(int descriptor, std::uint64_t size) {
+io_holes::io_holes(int descriptor, std::uint64_t size) noexcept {
     if (!is_sparse(descriptor))
         return;
-    for (std::uint64_t at = 0; at < size && ranges_.size() < MOST;) {
+    ranges_.reset(new (std::nothrow) range[MOST]);
+    for (std::uint64_t at = 0; ranges_ && at < size && count_ < MOST;) {
         const std::uint64_t start = next(descriptor, at, SEEK_HOLE, size);
         at = next(descriptor, start, SEEK_DATA, size);
         if (at - start >= SMALLEST)
-            ranges_.push_back({start, at});
+            ranges_[count_++] = {start, at};
     }
 }
 
 std::uint64_t io_holes::length_at(std::uint64_t offset) const {
-    const auto hole = std::ranges::upper_bound(ranges_, offset, {}, &range::end);
-    return hole != ranges_.end() && hole->start <= offset ? hole->end - offset : 0;
+    const range *end = ranges_.get() + count_;
+    const range *hole = std::ranges::upper_bound(ranges_.get(), end, offset, {}, &range::end);
+    return hole != end && hole->start <= offset ? hole->end - offset : 0;
 }

@@ -1,14 +1,15 @@
 // The holes of a sparse file: ranges that read as zeros and need no reading.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 class io_holes {
 public:
-    // Asks the system for the larger holes of an open file of `size` bytes; a file
-    // that is not sparse, or a system that cannot tell, has none.
-    io_holes(int descriptor, std::uint64_t size);
+    // Asks the system for the larger holes of an open file of `size` bytes.  None are
+    // known when the file is not sparse, the system cannot tell or memory is out.
+    io_holes(int descriptor, std::uint64_t size) noexcept;
 
     // Bytes of a hole from `offset` on; 0 where there is data or nobody knows.
     [[nodiscard]] std::uint64_t length_at(std::uint64_t offset) const;
@@ -18,5 +19,6 @@ private:
         std::uint64_t start = 0;
         std::uint64_t end = 0;
     };
-    std::vector<range> ranges_;  // in order
+    std::unique_ptr<range[]> ranges_;  // in order
+    std::size_t count_ = 0;
 };

@@ -6,24 +6,22 @@
 #include <algorithm>
 #include <new>
 
-#include "base/progress.h"
 #include "io/io_state.h"
 
 namespace {
 
 constexpr std::uint64_t CHUNK = 4096;  // bytes on the stack
 
-int copy_in_chunks(mktfs_io *destination, mktfs_io *source, std::uint64_t length) {
+int copy_in_chunks(mktfs_io *destination, mktfs_io *source, std::uint64_t length, mktfs_io_moved moved) {
     std::uint8_t chunk[CHUNK];
     for (std::uint64_t done = 0; done < length;) {
         const std::uint64_t step = std::min(CHUNK, length - done);
-        int err = mktfs_io_read(source, static_cast<std::int64_t>(done), chunk, step);
-        if (err == 0)
-            err = mktfs_io_write(destination, -1, chunk, step);
-        if (err != 0)
+        if (const int err = mktfs_io_read(source, static_cast<std::int64_t>(done), chunk, step); err != 0)
+            return err;
+        if (const int err = mktfs_io_write(destination, -1, chunk, step); err != 0)
             return err;
         done += step;
-        mktfs_progress_add(step);
+        moved(step);
     }
     return 0;
 }
@@ -75,14 +73,15 @@ void mktfs_io_destroy(mktfs_io *io) {
     delete io;
 }
 
-int mktfs_io_merge(mktfs_io *destination, mktfs_io *source, std::uint64_t length) {
+int mktfs_io_merge(mktfs_io *destination, mktfs_io *source, std::uint64_t length, mktfs_io_moved moved) {
     length = std::min(mktfs_io_datasize(source), length);
     if (length == 0)
         return 0;
     const std::uint8_t *bytes = source->ops->bytes ? source->ops->bytes(*source) : nullptr;
-    if (bytes && destination && destination->ops->append)
-        return destination->ops->append(*destination, *source, bytes, length);
-    return copy_in_chunks(destination, source, length);
+    const bool readable = length <= mktfs_io_size(source);  // else as far as reads get
+    if (bytes && readable && destination && destination->ops->append)
+        return destination->ops->append(*destination, *source, bytes, length, moved);
+    return copy_in_chunks(destination, source, length, moved);
 }
 
 void mktfs_io_drop(mktfs_io *io, std::uint64_t offset, std::uint64_t length) {

@@ -17,6 +17,9 @@
 
 struct mktfs_io;
 
+// Is told that this many bytes more were copied.
+using mktfs_io_moved = void (*)(std::uint64_t bytes);
+
 // Every slot gets the object after the checks of the functions below.
 struct mktfs_io_ops {
     // Every kind fills the slots from here ...
@@ -37,7 +40,8 @@ struct mktfs_io_ops {
     const std::uint8_t *(*bytes)(mktfs_io &io) = nullptr;
     // Appends the first `length` bytes of `source`, which lie at `bytes`, and drops
     // them from the source as it goes.
-    int (*append)(mktfs_io &io, mktfs_io &source, const std::uint8_t *bytes, std::uint64_t length) = nullptr;
+    int (*append)(mktfs_io &io, mktfs_io &source, const std::uint8_t *bytes, std::uint64_t length,
+                  mktfs_io_moved moved) = nullptr;
     void (*drop)(mktfs_io &io, std::uint64_t offset, std::uint64_t length) = nullptr;
     std::uint64_t (*hole)(mktfs_io &io, std::uint64_t offset) = nullptr;
     int (*extend)(mktfs_io &io, std::uint64_t size) = nullptr;
@@ -107,11 +111,13 @@ void mktfs_io_reset(mktfs_io *io);
 void mktfs_io_destroy(mktfs_io *io);
 
 // Appends the first min(data size of the source, length) bytes of the source to
-// the destination, in pieces.  0 for a null source or nothing to copy; EINVAL for a
-// null destination; else the first error of a read or write, EIO for a mapping
-// that lost its file.  Ranges of a mapping that were copied into a file are dropped
-// as by mktfs_io_drop.
-[[nodiscard]] int mktfs_io_merge(mktfs_io *destination, mktfs_io *source, std::uint64_t length);
+// the destination, in pieces; `moved` hears of each.  0 for a null source or nothing to
+// copy; EINVAL for a null destination; else the first error of a read or write, EIO for
+// a mapping that lost its file, with what comes before it copied.  Ranges of a mapping
+// that were copied into a file are dropped as by mktfs_io_drop.
+[[nodiscard]] int mktfs_io_merge(
+    mktfs_io *destination, mktfs_io *source, std::uint64_t length,
+    mktfs_io_moved moved = [](std::uint64_t) {});
 
 // Tells a mapping that the range will not be read again soon: the whole pages in it
 // no longer count as the process's memory (reading them again works, and is slower).
@@ -123,8 +129,8 @@ void mktfs_io_drop(mktfs_io *io, std::uint64_t offset, std::uint64_t length);
 [[nodiscard]] std::uint64_t mktfs_io_hole(mktfs_io *io, std::uint64_t offset);
 
 // Makes a file longer by a hole, which reads as zeros.  0; ERANGE when the file is
-// longer already; EOPNOTSUPP when a hole cannot be had (another kind of object, a
-// file that is no regular one, a failure): then write zeros instead.
+// longer already; EOPNOTSUPP when there can be no hole (another kind of object,
+// another file than a regular one, a failure): then write zeros instead.
 [[nodiscard]] int mktfs_io_extend(mktfs_io *io, std::uint64_t size);
 
 // The descriptor of a file object, borrowed; -1 for every other kind and null.

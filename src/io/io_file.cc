@@ -12,9 +12,7 @@
 #include <new>
 #include <utility>
 
-#include "base/cleanup.h"
 #include "base/log.h"
-#include "base/progress.h"
 #include "io/io_state.h"
 
 namespace {
@@ -71,11 +69,13 @@ int restore_offset(const file_state &state) {
 // The file's length; leaves the file offset at the remembered one.
 int find_length(const file_state &state, std::uint64_t &length) {
     off_t end = 0;
-    int err = seek(state, 0, SEEK_END, end);
-    if (err == 0)
-        err = restore_offset(state);
-    length = err == 0 ? static_cast<std::uint64_t>(end) : 0;
-    return err;
+    length = 0;
+    if (const int err = seek(state, 0, SEEK_END, end); err != 0)
+        return err;
+    if (const int err = restore_offset(state); err != 0)
+        return err;
+    length = static_cast<std::uint64_t>(end);
+    return 0;
 }
 
 void drop_mapping(file_state &state) {
@@ -102,24 +102,24 @@ std::uint8_t *file_buf(mktfs_io &io) {
 int file_read(mktfs_io &io, std::int64_t offset, void *buffer, std::uint64_t length) {
     file_state &state = file(io);
     off_t position = 0;
-    int err = seek(state, offset, SEEK_SET, position);
-    if (err != 0)
+    if (const int err = seek(state, offset, SEEK_SET, position); err != 0)
         return err;
     std::uint64_t done = 0;
-    err = transfer(length, done, [&](std::uint64_t from) {
+    const auto step = [&](std::uint64_t from) {
         return read(state.descriptor, static_cast<std::uint8_t *>(buffer) + from, length - from);
-    });
-    return err != 0 ? err : seek(state, 0, SEEK_CUR, state.offset);
+    };
+    if (const int err = transfer(length, done, step); err != 0)
+        return err;
+    return seek(state, 0, SEEK_CUR, state.offset);
 }
 
 int file_write(mktfs_io &io, std::int64_t offset, const void *buffer, std::uint64_t length) {
     const file_state &state = file(io);
     off_t position = 0;
-    const int err =
-        offset == -1 ? seek(state, 0, SEEK_END, position) : seek(state, offset, SEEK_SET, position);
-    if (err != 0)
+    const bool appends = offset == -1;
+    if (const int err = seek(state, appends ? 0 : offset, appends ? SEEK_END : SEEK_SET, position); err != 0)
         return err;
-    if (offset != -1 && position != offset)
+    if (!appends && position != offset)
         return EIO;
     std::uint64_t done = 0;
     return transfer(length, done, [&](std::uint64_t from) {
@@ -137,8 +137,7 @@ int file_resize(mktfs_io &io, std::uint64_t size) {
     if (state.flags & IO_FIXED)
         return ENOSYS;
     std::uint64_t length = 0;
-    const int err = find_length(state, length);
-    if (err != 0)
+    if (const int err = find_length(state, length); err != 0)
         return err;
     if (size < length)
         return ERANGE;
@@ -188,28 +187,38 @@ int write_piece(const file_state &state, off_t offset, const std::uint8_t *bytes
     return err == EFAULT ? EIO : err;
 }
 
-int file_append(mktfs_io &io, mktfs_io &source, const std::uint8_t *bytes, std::uint64_t length) {
-    const file_state &state = file(io);
-    off_t start = 0;
-    int err = seek(state, 0, SEEK_END, start);
-    if (err != 0)
-        return err;
-    // Blocks reserved in one go are quicker to write and lie together; where that does
-    // not work, the writes themselves get them.
-    if (length > MERGE_PIECE)
-        (void)fallocate(state.descriptor, FALLOC_FL_KEEP_SIZE, start, static_cast<off_t>(length));
-    std::uint64_t written = 0, dropped = 0;
-    while (err == 0 && written < length) {
+// `written`: bytes that reached the file, also on failure.
+int append_pieces(const file_state &state, off_t start, mktfs_io &source, const std::uint8_t *bytes,
+                  std::uint64_t length, mktfs_io_moved moved, std::uint64_t &written) {
+    std::uint64_t dropped = 0;
+    for (written = 0; written < length;) {
         std::uint64_t done = 0;
-        err = write_piece(state, start + static_cast<off_t>(written), bytes + written,
-                          std::min(MERGE_PIECE, length - written), done);
+        const int err = write_piece(state, start + static_cast<off_t>(written), bytes + written,
+                                    std::min(MERGE_PIECE, length - written), done);
         written += done;
-        mktfs_progress_add(done);
+        moved(done);
+        if (err != 0)
+            return err;
         if (written - dropped >= DROP_WINDOW || written == length) {
             mktfs_io_drop(&source, dropped, written - dropped);
             dropped = written;
         }
     }
+    return 0;
+}
+
+int file_append(mktfs_io &io, mktfs_io &source, const std::uint8_t *bytes, std::uint64_t length,
+                mktfs_io_moved moved) {
+    const file_state &state = file(io);
+    off_t start = 0;
+    if (const int err = seek(state, 0, SEEK_END, start); err != 0)
+        return err;
+    // Blocks reserved in one go are quicker to write and lie together; where that does
+    // not work, the writes themselves get them.
+    if (length > MERGE_PIECE)
+        (void)fallocate(state.descriptor, FALLOC_FL_KEEP_SIZE, start, static_cast<off_t>(length));
+    std::uint64_t written = 0;
+    const int err = append_pieces(state, start, source, bytes, length, moved, written);
     // As after a write: the file offset stands behind the data.
     off_t position = 0;
     const int seek_error = seek(state, start + static_cast<off_t>(written), SEEK_SET, position);
@@ -220,23 +229,25 @@ int file_descriptor(const mktfs_io &io) {
     return static_cast<const file_state *>(io.state)->descriptor;
 }
 
-bool is_empty(int descriptor) {
-    struct stat status {};
-    return fstat(descriptor, &status) == 0 && status.st_size == 0;
-}
-
-// An object around the descriptor, which stays the caller's on failure.
-int make_file(int descriptor, std::uint32_t flags, mktfs_io **io) {
-    std::unique_ptr<file_state> state(new (std::nothrow)
-                                          file_state{.descriptor = descriptor, .flags = flags});
+// An object without a descriptor.
+int make_file(std::uint32_t flags, mktfs_io_ptr &io) {
+    std::unique_ptr<file_state> state(new (std::nothrow) file_state{.flags = flags});
     if (!state)
         return ENOMEM;
-    int err = seek(*state, 0, SEEK_CUR, state->offset);
-    if (err == 0)
-        err = io_make(file_io_ops, state.get(), io);
-    if (err == 0)
-        state.release();
-    return err;
+    if (const int err = io_make(file_io_ops, state.get(), th_out(io)); err != 0)
+        return err;
+    state.release();
+    return 0;
+}
+
+// Completes the object, or destroys it.
+int take_descriptor(mktfs_io_ptr made, int descriptor, mktfs_io **io) {
+    file_state &state = file(*made);
+    state.descriptor = descriptor;
+    if (const int err = seek(state, 0, SEEK_CUR, state.offset); err != 0)
+        return err;
+    *io = made.release();
+    return 0;
 }
 
 }  // namespace
@@ -261,23 +272,26 @@ int mktfs_io_fd_create(int descriptor, mktfs_io **io) {
     if (!io)
         return EINVAL;
     *io = nullptr;
-    return descriptor < 0 ? EINVAL : make_file(descriptor, IO_BORROWED, io);
+    if (descriptor < 0)
+        return EINVAL;
+    mktfs_io_ptr made;
+    if (const int err = make_file(IO_BORROWED, made); err != 0)
+        return err;
+    return take_descriptor(std::move(made), descriptor, io);
 }
 
+// The object comes first: a lack of memory leaves no file behind.
 int mktfs_io_file_create(const char *path, int flags, mode_t mode, mktfs_io **io) {
     if (!path || !io)
         return EINVAL;
     *io = nullptr;
+    mktfs_io_ptr made;
+    if (const int err = make_file(0, made); err != 0)
+        return err;
     const int descriptor = static_cast<int>(TEMP_FAILURE_RETRY(open(path, flags | O_CLOEXEC, mode)));
     if (descriptor < 0) {
         const int err = errno;
         return MKTFS_FAIL(err, "failed to open '%s' (%s)\n", path, strerror(err));
     }
-    const int err = make_file(descriptor, 0, io);
-    if (err != 0) {
-        if (flags & O_CREAT && is_empty(descriptor))  // the caller does not get to know it
-            mktfs_cleanup_remove(mktfs_cleanup_add(path, descriptor));
-        close(descriptor);
-    }
-    return err;
+    return take_descriptor(std::move(made), descriptor, io);
 }

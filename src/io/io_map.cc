@@ -1,70 +1,27 @@
 // The mapping kinds: a whole file as read-only memory, and the same with zeros
 // past the end.
 #include <errno.h>
-#include <fcntl.h>
 #include <string.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <new>
 
+#include "base/input_file.h"
 #include "base/log.h"
 #include "io/io_state.h"
 
 namespace {
 
-// The file behind a mapping while it is being made.
-class source_file {
-public:
-    // Never waits: a FIFO would block an open without O_NONBLOCK.
-    explicit source_file(const char *path)
-        : descriptor_(static_cast<int>(TEMP_FAILURE_RETRY(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)))),
-          error_(descriptor_ < 0 ? errno : 0) {}
-    ~source_file() {
-        if (descriptor_ >= 0)
-            close(descriptor_);
-    }
-    source_file(const source_file &) = delete;
-    source_file &operator=(const source_file &) = delete;
-
-    // 0, or why the file cannot be taken as an input.
-    [[nodiscard]] int find_size(std::uint64_t &size) const {
-        struct stat status {};
-        if (error_ != 0)
-            return error_;
-        if (fstat(descriptor_, &status) != 0)
-            return errno;
-        if (S_ISDIR(status.st_mode))
-            return EISDIR;
-        if (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode))
-            return EINVAL;
-        const off_t end = S_ISREG(status.st_mode) ? status.st_size : lseek(descriptor_, 0, SEEK_END);
-        size = static_cast<std::uint64_t>(end);
-        return end < 0 ? errno : 0;
-    }
-
-    // Null for an empty file; `error` is 0 or the system's.
-    [[nodiscard]] std::uint8_t *map(std::uint64_t size, int &error) const {
-        error = 0;
-        void *bytes = size == 0 ? nullptr : mmap(nullptr, size, PROT_READ, MAP_SHARED, descriptor_, 0);
-        if (bytes == MAP_FAILED) {
-            error = errno;
-            return nullptr;
-        }
-        return static_cast<std::uint8_t *>(bytes);
-    }
-
-    // Null when memory is out, which only costs speed.
-    [[nodiscard]] io_holes *find_holes(std::uint64_t size) const {
-        return new (std::nothrow) io_holes(descriptor_, size);
-    }
-
-private:
-    int descriptor_;
-    int error_;
-};
+// Null for an empty file; `error` is 0 or the system's.
+std::uint8_t *map(const mktfs_input_file &file, int &error) {
+    void *bytes = nullptr;
+    if (file.size() > 0)
+        bytes = mmap(nullptr, file.size(), PROT_READ, MAP_SHARED, file.descriptor(), 0);
+    error = bytes == MAP_FAILED ? errno : 0;
+    return error == 0 ? static_cast<std::uint8_t *>(bytes) : nullptr;
+}
 
 void unmap(std::uint8_t *bytes, std::uint64_t size) {
     if (bytes)
@@ -97,8 +54,7 @@ std::uint64_t map_hole(mktfs_io &io, std::uint64_t offset) {
 
 int overflow_read(mktfs_io &io, std::int64_t offset, void *buffer, std::uint64_t length) {
     const io_mem_state &mem = io_mem(io);
-    const int err = io_mem_check_read(mem, offset, length, mem.virtual_size);
-    if (err != 0)
+    if (const int err = io_mem_check_read(mem, offset, length, mem.virtual_size); err != 0)
         return err;
     const std::uint64_t start = std::min(static_cast<std::uint64_t>(offset), mem.capacity);
     const std::uint64_t inside = std::min(length, mem.capacity - start);
@@ -112,28 +68,26 @@ std::uint64_t overflow_size(mktfs_io &io) {
 }
 
 int map_file(const mktfs_io_ops &ops, const char *path, std::uint64_t virtual_size, mktfs_io **io) {
-    const source_file file(path);
-    std::uint64_t size = 0;
-    int err = file.find_size(size);
-    if (err != 0)
+    mktfs_input_file file;
+    if (const int err = file.open(path); err != 0)
         return MKTFS_FAIL(err, "failed to open '%s' (%s)\n", path, strerror(err));
-    std::uint8_t *bytes = file.map(size, err);
-    if (err != 0)
-        return MKTFS_FAIL(err, "failed to mmap '%s' (%s)\n", path, strerror(err));
-    io_holes *holes = file.find_holes(size);
-    err = io_mem_make(ops,
-                      {.capacity = size,
-                       .buffer = bytes,
-                       .data_size = size,
-                       .flags = IO_FIXED | IO_READ_ONLY,
-                       .virtual_size = virtual_size,
-                       .holes = holes},
-                      io);
-    if (err != 0) {
+    int map_error = 0;
+    std::uint8_t *bytes = map(file, map_error);
+    if (map_error != 0)
+        return MKTFS_FAIL(map_error, "failed to mmap '%s' (%s)\n", path, strerror(map_error));
+    io_holes *holes = new (std::nothrow) io_holes(file.descriptor(), file.size());  // null only costs speed
+    const io_mem_state initial = {.capacity = file.size(),
+                                  .buffer = bytes,
+                                  .data_size = file.size(),
+                                  .flags = IO_FIXED | IO_READ_ONLY,
+                                  .virtual_size = virtual_size,
+                                  .holes = holes};
+    if (const int err = io_mem_make(ops, initial, io); err != 0) {
         delete holes;
-        unmap(bytes, size);
+        unmap(bytes, file.size());
+        return err;
     }
-    return err;
+    return 0;
 }
 
 }  // namespace

@@ -50,10 +50,10 @@ const std::uint8_t *io_mem_bytes(mktfs_io &io) {
 
 int io_mem_read(mktfs_io &io, std::int64_t offset, void *buffer, std::uint64_t length) {
     const io_mem_state &mem = io_mem(io);
-    const int err = io_mem_check_read(mem, offset, length, mem.capacity);
-    if (err == 0)
-        memcpy(buffer, mem.buffer + offset, length);
-    return err;
+    if (const int err = io_mem_check_read(mem, offset, length, mem.capacity); err != 0)
+        return err;
+    memcpy(buffer, mem.buffer + offset, length);
+    return 0;
 }
 
 int io_mem_write(mktfs_io &io, std::int64_t offset, const void *buffer, std::uint64_t length) {
@@ -65,8 +65,7 @@ int io_mem_write(mktfs_io &io, std::int64_t offset, const void *buffer, std::uin
     // memory, or out of range, like every other end that is too high.
     const std::uint64_t end =
         length > MAX_END - start ? std::numeric_limits<std::uint64_t>::max() : start + length;
-    const int err = make_room(io, end);
-    if (err != 0)
+    if (const int err = make_room(io, end); err != 0)
         return err;
     if (length > 0 && mem.flags & IO_READ_ONLY)
         return EACCES;
@@ -149,10 +148,10 @@ int io_mem_make(const mktfs_io_ops &ops, const io_mem_state &initial, mktfs_io *
     std::unique_ptr<io_mem_state> mem(new (std::nothrow) io_mem_state(initial));
     if (!mem)
         return ENOMEM;
-    const int err = io_make(ops, mem.get(), io);
-    if (err == 0)
-        mem.release();
-    return err;
+    if (const int err = io_make(ops, mem.get(), io); err != 0)
+        return err;
+    mem.release();
+    return 0;
 }
 
 int mktfs_io_mem_create(std::uint64_t size, mktfs_io **io) {

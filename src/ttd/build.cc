@@ -196,7 +196,7 @@ int fill_with_zeros(mktfs_io &output, std::uint64_t count, std::uint64_t size) {
 
 int write_input(const ttd_run_context &run, mktfs_io &image, mktfs_io &output) {
     const std::uint64_t covered = run.engine.info.covered_size;
-    int err = mktfs_io_merge(&output, &image, covered);
+    int err = mktfs_io_merge(&output, &image, covered, mktfs_progress_add);
     if (err == 0 && has_option(TTD_OPT_PARTITION))
         err = fill_with_zeros(output, covered - run.input_size, covered);
     if (err != 0)

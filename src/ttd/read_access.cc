@@ -58,5 +58,5 @@ int ttd_fsys_readlnk(mktfs_filesystem *, mktfs_io *, mktfs_inode *, mktfs_io *) 
 int ttd_fsys_readfile(mktfs_filesystem *fs, mktfs_io *image, mktfs_inode *, mktfs_io *output) {
     const std::uint64_t size = std::min(mounted(*fs).fssize, mktfs_io_datasize(image));
     const mktfs_progress progress(size, 1);
-    return mktfs_io_merge(output, image, size);
+    return mktfs_io_merge(output, image, size, mktfs_progress_add);
 }

@@ -235,6 +235,12 @@ TEST(Merge, ReportsNullObjectsAndErrors) {
     EXPECT_EQ(mktfs_io_merge(fixed.get(), source.get(), 5000), ERANGE);
     EXPECT_EQ(small, pattern(4096)) << "the chunks before the error stay";
     EXPECT_EQ(mktfs_io_merge(open_io("/dev/full").get(), source.get(), 5000), ENOSPC);
+    const mktfs_io_ptr longer = make(mktfs_io_mmap_overflow_create, path.c_str(), 10000u);
+    const mktfs_io_ptr memory = make(mktfs_io_mem_create, 0u), file = open_io(dir.file("part", ""));
+    for (mktfs_io *into : {memory.get(), file.get()}) {
+        EXPECT_EQ(mktfs_io_merge(into, longer.get(), 300000), ERANGE) << "read as far as its virtual size";
+        EXPECT_EQ(content(into), pattern(8192));
+    }
     ASSERT_EQ(truncate(path.c_str(), 4096u), 0);
     EXPECT_EQ(mktfs_io_merge(target.get(), source.get(), 300000), EIO) << "the file shrank under its mapping";
     EXPECT_LE(position(target.get()), 4096);
