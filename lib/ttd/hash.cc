@@ -33,9 +33,7 @@ int hash_data_blocks(const ttd_ctx &ctx, const std::uint8_t *data, std::size_t l
                      tcrypto_ctx *digest, std::uint8_t *out) {
     const int err =
         tcrypto_digest_blocks(digest, ctx.info.salt.data(), ctx.info.salt.size(), data, length, count, out);
-    if (err != TCRYPTO_OK)
-        return TTD_FAIL(ENXIO, "hash generation failed\n");
-    return 0;
+    return err == TCRYPTO_OK ? 0 : ENXIO;
 }
 
 }  // namespace
@@ -128,6 +126,13 @@ int ttd_hash_block(ttd_ctx *ctx, const void *data, std::size_t length, tcrypto_c
 
 int ttd_hash_blocks(ttd_ctx *ctx, const void *data, std::size_t length, std::size_t count,
                     tcrypto_ctx *digest, std::uint8_t *out) {
+    if (const int err = ttd_hash_blocks_quietly(ctx, data, length, count, digest, out); err != 0)
+        return TTD_FAIL(err, "hash generation failed\n");
+    return 0;
+}
+
+int ttd_hash_blocks_quietly(ttd_ctx *ctx, const void *data, std::size_t length, std::size_t count,
+                            tcrypto_ctx *digest, std::uint8_t *out) {
     const auto *bytes = static_cast<const std::uint8_t *>(data);
     if (!ctx->zero_hash || length != ctx->info.block_size)
         return hash_data_blocks(*ctx, bytes, length, count, digest, out);

@@ -36,6 +36,10 @@ void ttd_hash_done(tcrypto_ctx *digest);
 [[nodiscard]] int ttd_hash_blocks(ttd_ctx *ctx, const void *data, std::size_t length, std::size_t count,
                                   tcrypto_ctx *digest, std::uint8_t *out);
 
+// The same without a message, for several threads at once.
+[[nodiscard]] int ttd_hash_blocks_quietly(ttd_ctx *ctx, const void *data, std::size_t length,
+                                          std::size_t count, tcrypto_ctx *digest, std::uint8_t *out);
+
 // Remembers digest(salt || zero data block) in ctx->zero_hash.  Called in set-up,
 // once salt and block size are known.  ENOMEM (logs), ENXIO.
 [[nodiscard]] int ttd_hash_zero_block(ttd_ctx *ctx, tcrypto_ctx *digest);
