@@ -8,7 +8,7 @@ from pathlib import Path
 # A folder and the folders that it may include from, besides itself.
 LAYERS = {
     "lib/th": [],
-    "lib/talg": [],
+    "lib/talg": ["lib/th"],
     "lib/tcrypto": ["lib/th"],
     "lib/tcrypto/kernels": [],
     "lib/tcrypto/openssl": ["lib/tcrypto", "lib/tcrypto/kernels", "lib/th"],

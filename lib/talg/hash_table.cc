@@ -23,7 +23,6 @@ struct talg_hash_table {
     talg_compare_function compare = nullptr;
     talg_destroy_function destroy = nullptr;  // may be null
     unsigned order = 0;
-    unsigned flags = 0;
 };
 
 namespace {
@@ -83,7 +82,6 @@ int talg_hash_table_create(talg_hash_table **out, talg_hash_function hash, talg_
     table->compare = compare;
     table->destroy = destroy;
     table->order = order;
-    table->flags = flags;
     table->buckets.reset(
         static_cast<talg_hash_node **>(std::calloc(bucket_count(order), sizeof(talg_hash_node *))));
     if (!table->buckets)
@@ -99,9 +97,9 @@ int talg_hash_table_create(talg_hash_table **out, talg_hash_function hash, talg_
 int talg_hash_table_get(talg_hash_table *table, talg_hash_node **out_node, const void *key) {
     if (!table)
         return EINVAL;
-    const talg_mutex_guard guard(table->mutex);
-    if (guard.error() != 0)
-        return guard.error();
+    const th_lock lock(table->mutex.get());
+    if (lock.error() != 0)
+        return lock.error();
     talg_hash_node **bucket = bucket_of(*table, key);
     if (!bucket)
         return ERANGE;
@@ -115,9 +113,9 @@ int talg_hash_table_get(talg_hash_table *table, talg_hash_node **out_node, const
 int talg_hash_table_set(talg_hash_table *table, talg_hash_node *node, const void *key) {
     if (!table || !node)
         return EINVAL;
-    const talg_mutex_guard guard(table->mutex);
-    if (guard.error() != 0)
-        return guard.error();
+    const th_lock lock(table->mutex.get());
+    if (lock.error() != 0)
+        return lock.error();
     talg_hash_node **bucket = bucket_of(*table, key);
     if (!bucket)
         return ERANGE;
@@ -139,8 +137,8 @@ void talg_hash_table_remove(talg_hash_table *table, talg_hash_node *node) {
 int talg_hash_table_foreach(talg_hash_table *table, talg_visit_function visit, void *argument) {
     if (!table || !visit)
         return EINVAL;
-    const talg_mutex_guard guard(table->mutex);
-    return guard.error() != 0 ? guard.error() : visit_all(*table, visit, argument);
+    const th_lock lock(table->mutex.get());
+    return lock.error() != 0 ? lock.error() : visit_all(*table, visit, argument);
 }
 
 void talg_hash_table_destroy(talg_hash_table *table) noexcept {

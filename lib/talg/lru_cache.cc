@@ -12,7 +12,6 @@ struct talg_lru_cache {
     talg_list recency;                 // most recently used first
     std::size_t capacity = 0;          // entries
     std::size_t count = 0;
-    unsigned flags = 0;
 };
 
 namespace {
@@ -72,7 +71,6 @@ int talg_lru_cache_create(talg_lru_cache **out, talg_hash_function hash, talg_co
     if (!cache)
         return ENOMEM;
     cache->capacity = capacity;
-    cache->flags = flags;
     if ((flags & TALG_LRU_CACHE_NO_LOCK) == 0) {
         if (const int err = cache->mutex.init(PTHREAD_MUTEX_RECURSIVE); err != 0)
             return err;
@@ -89,9 +87,9 @@ int talg_lru_cache_get(talg_lru_cache *cache, talg_list_node **out_entry, const 
     *out_entry = nullptr;
     if (!cache)
         return EINVAL;
-    const talg_mutex_guard guard(cache->mutex);
-    if (guard.error() != 0)
-        return guard.error();
+    const th_lock lock(cache->mutex.get());
+    if (lock.error() != 0)
+        return lock.error();
     talg_hash_node *found = nullptr;
     if (const int err = talg_hash_table_get(cache->table, &found, key); err != 0)
         return err;
@@ -104,16 +102,16 @@ int talg_lru_cache_get(talg_lru_cache *cache, talg_list_node **out_entry, const 
 int talg_lru_cache_set(talg_lru_cache *cache, talg_lru_entry *entry, const void *key) {
     if (!cache || !entry)
         return EINVAL;
-    const talg_mutex_guard guard(cache->mutex);
-    return guard.error() != 0 ? guard.error() : set(*cache, *entry, key);
+    const th_lock lock(cache->mutex.get());
+    return lock.error() != 0 ? lock.error() : set(*cache, *entry, key);
 }
 
 int talg_lru_cache_foreach(talg_lru_cache *cache, talg_lru_visit_function visit, void *argument) {
     if (!cache || !visit)
         return EINVAL;
-    const talg_mutex_guard guard(cache->mutex);
-    if (guard.error() != 0)
-        return guard.error();
+    const th_lock lock(cache->mutex.get());
+    if (lock.error() != 0)
+        return lock.error();
     for (talg_list_node *node = cache->recency.head; node; node = node->next) {
         if (const int result = visit(node, argument); result != 0)
             return result;

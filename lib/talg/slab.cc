@@ -17,6 +17,11 @@ namespace {
 
 constexpr std::size_t HEADER_SIZE = sizeof(talg_slab_header);
 
+void abort_lock(const th_mutex &, bool taking, int) {
+    std::fprintf(stderr, "slab mutex %s failed\n", taking ? "lock" : "unlock");
+    std::abort();
+}
+
 }  // namespace
 
 // One aligned piece of memory that slabs were cut from; freed with its last slab.
@@ -29,8 +34,7 @@ struct talg_slab_block {
 };
 
 struct talg_slab {
-    unsigned flags = 0;
-    talg_mutex mutex;
+    talg_mutex mutex{abort_lock};
     std::size_t element_size = 0;
     std::size_t elements = 0;    // of one slab
     std::size_t slab_size = 0;   // bytes, a power of two
@@ -38,34 +42,10 @@ struct talg_slab {
     std::uint64_t all_free = 0;  // the mask of an unused slab
     std::uint64_t first_taken = 0;
     std::uintptr_t alignment_mask = 0;
-    std::size_t page_size = 0;
     talg_slab_lists lists;
 };
 
 namespace {
-
-[[noreturn]] void die(const char *text) {
-    std::fputs(text, stderr);
-    std::abort();
-}
-
-// Holds the allocator's mutex for a scope.
-class slab_guard {
-public:
-    explicit slab_guard(talg_slab &slab) : mutex_(slab.mutex) {
-        if (mutex_.lock() != 0)
-            die("slab mutex lock failed\n");
-    }
-    slab_guard(const slab_guard &) = delete;
-    slab_guard &operator=(const slab_guard &) = delete;
-    ~slab_guard() {
-        if (mutex_.unlock() != 0)
-            die("slab mutex unlock failed\n");
-    }
-
-private:
-    talg_mutex &mutex_;
-};
 
 // `node` is the first member of its header.
 talg_slab_header &header_of(talg_list_node *node) {
@@ -82,8 +62,8 @@ void set_geometry(talg_slab &slab, std::size_t element_size) {
     slab.element_size = element_size;
     slab.elements = (bound - HEADER_SIZE) / element_size;
     slab.slab_size = std::bit_ceil(slab.elements * element_size + HEADER_SIZE);
-    slab.page_size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    slab.unit = slab.slab_size < slab.page_size ? slab.page_size : bound;
+    const auto page_size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    slab.unit = slab.slab_size < page_size ? page_size : bound;
     slab.all_free = (std::uint64_t{1} << slab.elements) - 1;
     slab.first_taken = slab.all_free & ~std::uint64_t{1};
     slab.alignment_mask = ~(slab.slab_size - 1);
@@ -198,7 +178,6 @@ int talg_slab_create(talg_slab **out, std::size_t element_size, std::size_t init
     std::unique_ptr<talg_slab> slab(new (std::nothrow) talg_slab{});
     if (!slab)
         return ENOMEM;
-    slab->flags = flags;
     set_geometry(*slab, element_size);
     if ((flags & TALG_SLAB_NO_LOCK) == 0) {
         if (const int err = slab->mutex.init(PTHREAD_MUTEX_DEFAULT); err != 0)
@@ -211,7 +190,7 @@ int talg_slab_create(talg_slab **out, std::size_t element_size, std::size_t init
 }
 
 void *talg_slab_alloc(talg_slab *slab) {
-    const slab_guard guard(*slab);
+    const th_lock lock(slab->mutex.get());
     if (slab->lists.partial.head)
         return take_from_partial(*slab);
     if (!slab->lists.empty.head && grow(*slab, 1) != 0)
@@ -222,7 +201,7 @@ void *talg_slab_alloc(talg_slab *slab) {
 void talg_slab_free(talg_slab *slab, void *element) {
     if (!element)
         return;
-    const slab_guard guard(*slab);
+    const th_lock lock(slab->mutex.get());
     auto *header = reinterpret_cast<talg_slab_header *>(reinterpret_cast<std::uintptr_t>(element) &
                                                         slab->alignment_mask);
     const std::uint64_t bit = header->owner == slab ? used_bit(*slab, *header, element) : 0;
@@ -251,7 +230,7 @@ int talg_slab_iterate(const talg_list *list, talg_slab_function function) {
 }
 
 void talg_slab_print(talg_slab *slab) {
-    const slab_guard guard(*slab);
+    const th_lock lock(slab->mutex.get());
     std::printf("slab allocator %p: %zu elements of %zu bytes a slab of %zu bytes, unit %zu bytes\n",
                 static_cast<void *>(slab), slab->elements, slab->element_size, slab->slab_size, slab->unit);
     print_list("empty", slab->lists.empty);

@@ -43,32 +43,33 @@ int ask(tcrypto_plugin &plugin, const wanted_algorithm &wanted, tcrypto_ctx **ou
 // them as it goes.  The first answer other than "not found" counts; *served is
 // the plugin that gave it.
 int ask_plugins(const wanted_algorithm &wanted, const char *tag, tcrypto_plugin **served, tcrypto_ctx **out) {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
-    int rc = TCRYPTO_E_NO_ENTRY;
+    int err = TCRYPTO_E_NO_ENTRY;
     for (tcrypto_plugin *plugin = tcrypto_first_plugin(); plugin; plugin = plugin->next) {
         if (tag && !plugin->tags.serves(tag))
             continue;
-        rc = plugin->bound ? int{TCRYPTO_OK} : tcrypto_bind_plugin_locked(*plugin);
-        if (rc != TCRYPTO_OK)
+        err = plugin->bound ? int{TCRYPTO_OK} : tcrypto_bind_plugin_locked(*plugin);
+        if (err != TCRYPTO_OK)
             continue;
         *served = plugin;
-        rc = ask(*plugin, wanted, out);
-        if (rc != TCRYPTO_E_NO_ALGORITHM)
+        err = ask(*plugin, wanted, out);
+        if (err != TCRYPTO_E_NO_ALGORITHM)
             break;
     }
-    return rc;
+    return err;
 }
 
 // Completes a context that a plugin has just made; no mutex is held meanwhile.
 // On failure the context is gone and *out is null.
 int create_private_state(tcrypto_ctx **out) {
     tcrypto_ctx &ctx = **out;
-    const int rc = ctx.registered->ctx_create(ctx.registered, &ctx.private_state);
-    if (rc != TCRYPTO_OK)
+    if (const int err = ctx.registered->ctx_create(ctx.registered, &ctx.private_state); err != TCRYPTO_OK) {
         ctx.plugin->internal->release_context(std::exchange(*out, nullptr));
-    return rc;
+        return err;
+    }
+    return TCRYPTO_OK;
 }
 
 int request(const wanted_algorithm &wanted, const char *tag, tcrypto_plugin **served, tcrypto_ctx **out) {
@@ -76,8 +77,9 @@ int request(const wanted_algorithm &wanted, const char *tag, tcrypto_plugin **se
         *out = nullptr;
     if (!tcrypto_is_initialised())
         return TCRYPTO_E_NOT_INITIALIZED;
-    const int rc = ask_plugins(wanted, tag, served, out);
-    return rc == TCRYPTO_OK && out ? create_private_state(out) : rc;
+    if (const int err = ask_plugins(wanted, tag, served, out); err != TCRYPTO_OK)
+        return err;
+    return out ? create_private_state(out) : int{TCRYPTO_OK};
 }
 
 }  // namespace
@@ -94,7 +96,8 @@ int tcrypto_check_algorithm(const tcrypto_ctx *ctx, std::uint32_t kind, bool has
 }
 
 void tcrypto_destroy_private_state(tcrypto_ctx &ctx) {
-    ctx.registered->ctx_destroy(std::exchange(ctx.private_state, nullptr));
+    if (const auto *algorithm = std::exchange(ctx.registered, nullptr))
+        algorithm->ctx_destroy(std::exchange(ctx.private_state, nullptr));
     if (const auto hook = std::exchange(ctx.cleanup, nullptr))
         hook(&ctx);
 }
@@ -109,11 +112,13 @@ int tcrypto_request_algorithm(std::uint32_t kind, const char *name, const char *
 
 int tcrypto_find_keygen_by_alg(std::uint32_t id, tcrypto_ctx **out, const char **plugin) {
     tcrypto_plugin *served = nullptr;
-    const int rc =
-        request({.kind = TCRYPTO_KEYGEN, .keygen_id = id}, plugin ? *plugin : nullptr, &served, out);
-    if (rc == TCRYPTO_OK && plugin)
+    const char *tag = plugin ? *plugin : nullptr;
+    if (const int err = request({.kind = TCRYPTO_KEYGEN, .keygen_id = id}, tag, &served, out);
+        err != TCRYPTO_OK)
+        return err;
+    if (plugin)
         *plugin = served->name.get();
-    return rc;
+    return TCRYPTO_OK;
 }
 
 int tcrypto_get_algorithm(tcrypto_plugin *plugin, std::uint32_t kind, const char *name, tcrypto_ctx **out) {
@@ -122,10 +127,10 @@ int tcrypto_get_algorithm(tcrypto_plugin *plugin, std::uint32_t kind, const char
     if (out)
         *out = nullptr;
     {
-        const tcrypto_lock lock(tcrypto_library_mutex);
-        const int rc = lock.error() != 0 ? lock.error() : ask(*plugin, {.kind = kind, .name = name}, out);
-        if (rc != TCRYPTO_OK || !out)
-            return rc;
+        const th_lock lock(tcrypto_library_mutex);
+        const int err = lock.error() != 0 ? lock.error() : ask(*plugin, {.kind = kind, .name = name}, out);
+        if (err != TCRYPTO_OK || !out)
+            return err;
     }
     return create_private_state(out);
 }

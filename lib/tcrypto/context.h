@@ -19,7 +19,8 @@ enum tcrypto_context_state : std::uint32_t {
 struct tcrypto_ctx {
     const tcrypto_algorithm *algorithm = nullptr;   // what the operations use; never null in a live context
     void *private_state = nullptr;                  // made by ctx_create, owned
-    const tcrypto_algorithm *registered = nullptr;  // what the registry handed out: destroys private_state
+    const tcrypto_algorithm *registered = nullptr;  // what the registry handed out: destroys
+                                                    // private_state, and is null once it did
     tcrypto_ctx *previous = nullptr;                // live-context list
     tcrypto_ctx *next = nullptr;
     tcrypto_plugin *plugin = nullptr;  // who served it
@@ -35,5 +36,5 @@ static_assert(std::is_trivially_destructible_v<tcrypto_ctx>);  // wiped whole be
 [[nodiscard]] int tcrypto_check_algorithm(const tcrypto_ctx *ctx, std::uint32_t kind, bool has_operation,
                                           std::uint32_t state);
 
-// Destroys the private state and runs the clean-up hook; the record stays.
+// Destroys the private state and runs the clean-up hook, once; the record stays.
 void tcrypto_destroy_private_state(tcrypto_ctx &ctx);

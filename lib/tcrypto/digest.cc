@@ -13,38 +13,49 @@ bool is_missing(const void *bytes, std::size_t length) {
     return !bytes && length != 0;
 }
 
-int copy_state(const tcrypto_ctx &from, tcrypto_ctx &to) {
-    const int rc = from.algorithm->digest.copy(from.algorithm, from.private_state, &to.private_state);
-    if (rc == TCRYPTO_OK)
-        to.state = from.state;
-    return rc;
+struct byte_range {
+    const void *bytes = nullptr;
+    std::size_t length = 0;
+};
+
+// `step` is the one that ran last.
+int hash_block(tcrypto_ctx &ctx, byte_range salt, byte_range block, std::uint8_t *out,
+               tcrypto_digest_step &step) {
+    step = TCRYPTO_STEP_INIT;
+    if (const int err = tcrypto_digest_init(&ctx); err != TCRYPTO_OK)
+        return err;
+    step = TCRYPTO_STEP_SALT;
+    if (const int err = tcrypto_digest_update(&ctx, salt.bytes, salt.length); err != TCRYPTO_OK)
+        return err;
+    step = TCRYPTO_STEP_DATA;
+    if (const int err = tcrypto_digest_update(&ctx, block.bytes, block.length); err != TCRYPTO_OK)
+        return err;
+    step = TCRYPTO_STEP_FINAL;
+    return tcrypto_digest_final(&ctx, out, nullptr);
 }
 
 }  // namespace
 
 int tcrypto_digest_init(tcrypto_ctx *ctx) {
-    int rc = check<&tcrypto_digest_ops::init>(ctx, TCRYPTO_STATE_ANY);
-    if (rc != TCRYPTO_OK)
-        return rc;
-    rc = ctx->algorithm->digest.init(ctx->private_state);
-    if (rc == TCRYPTO_OK)
-        ctx->state = TCRYPTO_STATE_INITIALISED;
-    return rc;
+    if (const int err = check<&tcrypto_digest_ops::init>(ctx, TCRYPTO_STATE_ANY); err != TCRYPTO_OK)
+        return err;
+    if (const int err = ctx->algorithm->digest.init(ctx->private_state); err != TCRYPTO_OK)
+        return err;
+    ctx->state = TCRYPTO_STATE_INITIALISED;
+    return TCRYPTO_OK;
 }
 
 int tcrypto_digest_update(tcrypto_ctx *ctx, const void *data, std::size_t length) {
-    const int rc = check<&tcrypto_digest_ops::update>(ctx, TCRYPTO_STATE_INITIALISED);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_digest_ops::update>(ctx, TCRYPTO_STATE_INITIALISED); err != TCRYPTO_OK)
+        return err;
     if (is_missing(data, length))
         return TCRYPTO_E_PARAMETERS;
     return ctx->algorithm->digest.update(ctx->private_state, data, length);
 }
 
 int tcrypto_digest_final(tcrypto_ctx *ctx, std::uint8_t *out, std::size_t *out_length) {
-    const int rc = check<&tcrypto_digest_ops::final>(ctx, TCRYPTO_STATE_INITIALISED);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_digest_ops::final>(ctx, TCRYPTO_STATE_INITIALISED); err != TCRYPTO_OK)
+        return err;
     ctx->state = TCRYPTO_STATE_FINALISED;
     if (!out)
         return TCRYPTO_E_PARAMETERS;
@@ -53,31 +64,29 @@ int tcrypto_digest_final(tcrypto_ctx *ctx, std::uint8_t *out, std::size_t *out_l
 
 int tcrypto_digest(tcrypto_ctx *ctx, const void *data, std::size_t length, std::uint8_t *out,
                    std::size_t *out_length) {
-    int rc = tcrypto_digest_init(ctx);
-    if (rc == TCRYPTO_OK)
-        rc = tcrypto_digest_update(ctx, data, length);
-    if (rc == TCRYPTO_OK)
-        rc = tcrypto_digest_final(ctx, out, out_length);
-    return rc;
+    if (const int err = tcrypto_digest_init(ctx); err != TCRYPTO_OK)
+        return err;
+    if (const int err = tcrypto_digest_update(ctx, data, length); err != TCRYPTO_OK)
+        return err;
+    return tcrypto_digest_final(ctx, out, out_length);
 }
 
 int tcrypto_digest_copy(tcrypto_ctx *ctx, tcrypto_ctx **out) {
-    int rc = check<&tcrypto_digest_ops::copy>(ctx, TCRYPTO_STATE_INITIALISED);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_digest_ops::copy>(ctx, TCRYPTO_STATE_INITIALISED); err != TCRYPTO_OK)
+        return err;
     if (!out)
         return TCRYPTO_E_PARAMETERS;
     *out = nullptr;
-    tcrypto_ctx *copy = nullptr;
-    rc = tcrypto_new_context(*ctx->plugin, *ctx->algorithm, &copy);
-    if (rc != TCRYPTO_OK)
-        return rc;
-    rc = copy_state(*ctx, *copy);
-    if (rc == TCRYPTO_OK)
-        *out = copy;
-    else
-        tcrypto_release_ctx(copy);
-    return rc;
+    tcrypto_ctx_ptr copy;
+    if (const int err = tcrypto_new_context(*ctx->plugin, *ctx->algorithm, th_out(copy)); err != TCRYPTO_OK)
+        return err;
+    const tcrypto_digest_ops &digest = ctx->algorithm->digest;
+    if (const int err = digest.copy(ctx->algorithm, ctx->private_state, &copy->private_state);
+        err != TCRYPTO_OK)
+        return err;
+    copy->state = ctx->state;
+    *out = copy.release();
+    return TCRYPTO_OK;
 }
 
 std::size_t tcrypto_digestsize(const tcrypto_ctx *ctx) {
@@ -85,14 +94,30 @@ std::size_t tcrypto_digestsize(const tcrypto_ctx *ctx) {
 }
 
 int tcrypto_digest_blocks(tcrypto_ctx *ctx, const void *salt, std::size_t salt_length, const void *data,
-                          std::size_t length, std::size_t count, std::uint8_t *out) {
-    const int rc = check<&tcrypto_digest_ops::blocks>(ctx, TCRYPTO_STATE_ANY);
-    if (rc != TCRYPTO_OK)
-        return rc;
+                          std::size_t length, std::size_t count, std::uint8_t *out,
+                          tcrypto_block_failure *failure) {
+    if (const int err = tcrypto_check_algorithm(ctx, TCRYPTO_DIGEST, true, TCRYPTO_STATE_ANY);
+        err != TCRYPTO_OK)
+        return err;
     ctx->state = TCRYPTO_STATE_FINALISED;
     if (count == 0)
         return TCRYPTO_OK;
     if (is_missing(salt, salt_length) || is_missing(data, length) || !out)
         return TCRYPTO_E_PARAMETERS;
-    return ctx->algorithm->digest.blocks(ctx->private_state, salt, salt_length, data, length, count, out);
+    const tcrypto_digest_ops &digest = ctx->algorithm->digest;
+    tcrypto_block_failure at;
+    if (digest.blocks)
+        at.block = digest.blocks(ctx->private_state, salt, salt_length, data, length, count, out);
+    int err = TCRYPTO_OK;
+    for (; at.block < count; ++at.block) {
+        const auto *block = static_cast<const std::uint8_t *>(data) + at.block * length;
+        std::uint8_t *result = out + at.block * digest.digest_size;
+        err = hash_block(*ctx, {salt, salt_length}, {block, length}, result, at.step);
+        if (err != TCRYPTO_OK)
+            break;
+    }
+    ctx->state = TCRYPTO_STATE_FINALISED;
+    if (err != TCRYPTO_OK && failure)
+        *failure = at;
+    return err;
 }

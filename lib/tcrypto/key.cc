@@ -2,6 +2,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 #include <span>
 #include <type_traits>
 #include <utility>
@@ -65,25 +66,27 @@ private:
 
 template <class Call>
 auto retry_interrupted(Call call) {
-    auto rc = call();
-    while (rc == -1 && errno == EINTR)
-        rc = call();
-    return rc;
+    auto result = call();
+    while (result == -1 && errno == EINTR)
+        result = call();
+    return result;
 }
 
-// Moves all bytes with `transfer`, read or write.  False and errno when it fails,
-// or EIO when the file ends early.
+// Moves bytes with `transfer`, read or write, until there is no room or the file
+// ends.  The number of bytes; nothing and errno when it fails.
 template <class Transfer>
-bool transfer_all(Transfer transfer, int file, std::span<std::uint8_t> bytes) {
-    while (!bytes.empty()) {
-        const ssize_t done = retry_interrupted([&] { return transfer(file, bytes.data(), bytes.size()); });
+std::optional<std::size_t> transfer_all(Transfer transfer, int file, std::span<std::uint8_t> bytes) {
+    std::size_t total = 0;
+    while (total < bytes.size()) {
+        const auto rest = bytes.subspan(total);
+        const ssize_t done = retry_interrupted([&] { return transfer(file, rest.data(), rest.size()); });
+        if (done < 0)
+            return std::nullopt;
         if (done == 0)
-            errno = EIO;
-        if (done <= 0)
-            return false;
-        bytes = bytes.subspan(static_cast<std::size_t>(done));
+            break;
+        total += static_cast<std::size_t>(done);
     }
-    return true;
+    return total;
 }
 
 int fail_open(const char *path) {
@@ -101,8 +104,14 @@ int fail_write(const char *path) {
     return TCRYPTO_E_IO;
 }
 
-// Size of a file that may be a key; pipes and devices have size 0.
-int query_key_file_size(int file, const char *path, std::size_t &size) {
+int fail_empty() {
+    TH_LOG(tcrypto_log, TH_LOG_ERROR, "key file empty\n");
+    return TCRYPTO_E_IO;
+}
+
+// What a file that may be a key is.  `size`: of a regular file; for any other one
+// the most that is read of it, a byte more than a key may have.
+int query_key_file(int file, const char *path, bool &regular, std::size_t &size) {
     struct stat info {};
     if (fstat(file, &info) != 0) {
         TH_LOG(tcrypto_log, TH_LOG_ERROR, "unable to read key file size '%s' (%s)\n", path,
@@ -111,14 +120,28 @@ int query_key_file_size(int file, const char *path, std::size_t &size) {
     }
     if (S_ISDIR(info.st_mode))
         return fail_read(path, EISDIR);
-    size = static_cast<std::size_t>(info.st_size);
-    if (size > MAX_KEY_FILE_SIZE)
-        return fail_read(path, EFBIG);
-    if (size == 0) {
-        TH_LOG(tcrypto_log, TH_LOG_ERROR, "key file empty\n");
-        return TCRYPTO_E_IO;
-    }
-    return TCRYPTO_OK;
+    regular = S_ISREG(info.st_mode);
+    size = regular ? static_cast<std::size_t>(info.st_size) : MAX_KEY_FILE_SIZE + 1;
+    if (!regular || (size != 0 && size <= MAX_KEY_FILE_SIZE))
+        return TCRYPTO_OK;
+    return size == 0 ? fail_empty() : fail_read(path, EFBIG);
+}
+
+// Fills `bytes` from a regular file, and from another one what it gives until its
+// end; `length` is what was read.
+int read_key_file(int file, const char *path, bool regular, std::span<std::uint8_t> bytes,
+                  std::size_t &length) {
+    if (!regular)
+        fcntl(file, F_SETFL, 0);  // whoever writes to the pipe may take his time
+    const std::optional<std::size_t> done = transfer_all(read, file, bytes);
+    if (!done)
+        return fail_read(path, errno);
+    length = *done;
+    if (regular)
+        return length == bytes.size() ? int{TCRYPTO_OK} : fail_read(path, EIO);
+    if (length == 0)
+        return fail_empty();
+    return length > MAX_KEY_FILE_SIZE ? fail_read(path, EFBIG) : int{TCRYPTO_OK};
 }
 
 int write_key_file(const char *path, std::span<std::uint8_t> bytes) {
@@ -131,7 +154,8 @@ int write_key_file(const char *path, std::span<std::uint8_t> bytes) {
         return fail_write(path);
     if (S_ISREG(info.st_mode) && fchmod(file.number(), S_IRUSR | S_IWUSR) != 0)
         return fail_write(path);
-    return transfer_all(write, file.number(), bytes) && file.finish() ? TCRYPTO_OK : fail_write(path);
+    return transfer_all(write, file.number(), bytes) == bytes.size() && file.finish() ? TCRYPTO_OK
+                                                                                      : fail_write(path);
 }
 
 // ---- Key objects
@@ -142,10 +166,10 @@ int make_key(const tcrypto_ctx &keygen, tcrypto_key **out, Make make) {
     tcrypto_key_ptr key(new (std::nothrow) tcrypto_key{.keygen = keygen.algorithm, .record = {}});
     if (!key)
         return TCRYPTO_E_MEMORY;
-    const int rc = make(&key->record);
-    if (rc == TCRYPTO_OK)
-        *out = key.release();
-    return rc;
+    if (const int err = make(&key->record); err != TCRYPTO_OK)
+        return err;
+    *out = key.release();
+    return TCRYPTO_OK;
 }
 
 bool is_type(const tcrypto_key *key, std::uint32_t type) {
@@ -169,14 +193,14 @@ int export_key_to_file(const tcrypto_key *key, const char *path, std::uint32_t t
     if (!path)
         return TCRYPTO_E_PARAMETERS;
     std::size_t length = 0;
-    int rc = export_key(key, type, format, nullptr, &length);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = export_key(key, type, format, nullptr, &length); err != TCRYPTO_OK)
+        return err;
     const secret_buffer buffer(length);
     if (!buffer.allocated())
         return TCRYPTO_E_MEMORY;
-    rc = export_key(key, type, format, buffer.bytes().data(), &length);
-    return rc == TCRYPTO_OK ? write_key_file(path, buffer.bytes().first(length)) : rc;
+    if (const int err = export_key(key, type, format, buffer.bytes().data(), &length); err != TCRYPTO_OK)
+        return err;
+    return write_key_file(path, buffer.bytes().first(length));
 }
 
 }  // namespace
@@ -188,19 +212,20 @@ int tcrypto_load_key_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const cha
     if (!out || !path)
         return TCRYPTO_E_PARAMETERS;
     *out = nullptr;
-    // Without O_NONBLOCK the open of a pipe would wait for a writer.
+    // Without O_NONBLOCK the open of a named pipe would wait for a writer.
     const descriptor file(
         retry_interrupted([&] { return open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
     if (!file.is_open())
         return fail_open(path);
+    bool regular = false;
     std::size_t size = 0;
-    if (const int rc = query_key_file_size(file.number(), path, size); rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = query_key_file(file.number(), path, regular, size); err != TCRYPTO_OK)
+        return err;
     const secret_buffer buffer(size);
     if (!buffer.allocated())
         return TCRYPTO_E_MEMORY;
-    if (!transfer_all(read, file.number(), buffer.bytes()))
-        return fail_read(path, errno);
+    if (const int err = read_key_file(file.number(), path, regular, buffer.bytes(), size); err != TCRYPTO_OK)
+        return err;
     return tcrypto_load_key_from_mem(keygen, out, buffer.bytes().data(), size, type, format);
 }
 
@@ -226,8 +251,8 @@ int tcrypto_load_key_from_mem(tcrypto_ctx *keygen, tcrypto_key **out, const void
         return TCRYPTO_E_KEY;
     if (!bytes)
         return TCRYPTO_E_PARAMETERS;
-    if (const int rc = check<&tcrypto_keygen_ops::import>(keygen); rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_keygen_ops::import>(keygen); err != TCRYPTO_OK)
+        return err;
     const tcrypto_algorithm *algorithm = keygen->algorithm;
     return make_key(*keygen, out, [&](tcrypto_key_record *record) {
         return algorithm->keygen.import(algorithm, bytes, length, type, format, record);
@@ -254,8 +279,8 @@ int tcrypto_pubkey_from_privkey(tcrypto_ctx *keygen, const tcrypto_key *private_
     if (!out)
         return TCRYPTO_E_PARAMETERS;
     *out = nullptr;
-    if (const int rc = check<&tcrypto_keygen_ops::public_from_private>(keygen); rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_keygen_ops::public_from_private>(keygen); err != TCRYPTO_OK)
+        return err;
     if (!private_key)
         return TCRYPTO_E_KEY;
     const tcrypto_algorithm *algorithm = keygen->algorithm;
@@ -268,8 +293,8 @@ int tcrypto_generate_key(tcrypto_ctx *keygen, std::size_t bits, tcrypto_key **ou
     if (!out)
         return TCRYPTO_E_PARAMETERS;
     *out = nullptr;
-    if (const int rc = check<&tcrypto_keygen_ops::generate_symmetric>(keygen); rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_keygen_ops::generate_symmetric>(keygen); err != TCRYPTO_OK)
+        return err;
     return make_key(*keygen, out, [&](tcrypto_key_record *record) {
         return keygen->algorithm->keygen.generate_symmetric(keygen->private_state, bits, record);
     });

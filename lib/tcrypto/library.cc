@@ -15,17 +15,20 @@ constinit std::atomic<std::uint32_t> reference_count = 0;
 // init mutex.
 constinit std::unique_ptr<char[]> configuration_path;
 
+int supply_and_bind(std::uint32_t flags, tcrypto_plugin *plugin, const tcrypto_provider &provider) {
+    if (const int err = tcrypto_supply_provider(plugin, &provider); err != TCRYPTO_OK)
+        return err;
+    return tcrypto_bind_plugins(flags);
+}
+
 int add_and_bind(std::uint32_t flags, const char *name, const tcrypto_provider &provider) {
     tcrypto_plugin *plugin = nullptr;
-    int rc = tcrypto_add_plugin(name, "*", &plugin);
-    if (rc != TCRYPTO_OK)
-        return rc;
-    rc = tcrypto_supply_provider(plugin, &provider);
-    if (rc == TCRYPTO_OK)
-        rc = tcrypto_bind_plugins(flags);
-    if (rc != TCRYPTO_OK)
+    if (const int err = tcrypto_add_plugin(name, "*", &plugin); err != TCRYPTO_OK)
+        return err;
+    const int err = supply_and_bind(flags, plugin, provider);
+    if (err != TCRYPTO_OK)
         tcrypto_remove_plugin(plugin);  // or the next attempt would find it and fail
-    return rc;
+    return err;
 }
 
 }  // namespace
@@ -35,17 +38,19 @@ bool tcrypto_is_initialised() {
 }
 
 int tcrypto_start_library(std::uint32_t flags, const char *name, const tcrypto_provider &provider) {
-    const tcrypto_lock lock(tcrypto_init_mutex);
+    const th_lock lock(tcrypto_init_mutex);
     if (lock.error() != 0)
         return TCRYPTO_E_INIT;
-    const int rc = reference_count == 0 ? add_and_bind(flags, name, provider) : int{TCRYPTO_OK};
-    if (rc == TCRYPTO_OK)
-        ++reference_count;
-    return rc;
+    if (reference_count == 0) {
+        if (const int err = add_and_bind(flags, name, provider); err != TCRYPTO_OK)
+            return err;
+    }
+    ++reference_count;
+    return TCRYPTO_OK;
 }
 
 int tcrypto_uninit() {
-    const tcrypto_lock lock(tcrypto_init_mutex);
+    const th_lock lock(tcrypto_init_mutex);
     if (lock.error() != 0)
         return lock.error();
     if (reference_count != 0)

@@ -1,37 +1,21 @@
 #include "tcrypto/lock.h"
 
-#include <cstring>
-
 #include "tcrypto/log.h"
-
-constinit tcrypto_mutex tcrypto_init_mutex = {
-    .lock_failure = "failed to lock tcrypto init mutex\n",
-    .unlock_failure = "failed to unlock tcrypto init mutex\n",
-};
-constinit tcrypto_mutex tcrypto_library_mutex = {
-    .lock_failure = "failed to lock library mutex\n",
-    .unlock_failure = "failed to unlock library mutex\n",
-};
-constinit tcrypto_mutex tcrypto_plugin_mutex = {
-    .lock_failure = "failed to lock plugin mutex\n",
-    .unlock_failure = "failed to unlock plugin mutex\n",
-};
 
 namespace {
 
-// The logger drops the line end of a format only, not one that an argument brings.
-void log_line(const char *message) {
-    TH_LOG(tcrypto_log, TH_LOG_ERROR, "%.*s\n", static_cast<int>(std::strcspn(message, "\n")), message);
+void log_failure(const th_mutex &mutex, bool taking, int) {
+    TH_LOG(tcrypto_log, TH_LOG_ERROR, "failed to %s %s mutex\n", taking ? "lock" : "unlock", mutex.name);
+}
+
+// Error-checking: a provider that calls back into the library while a mutex of
+// its caller is held gets EDEADLK instead of hanging.
+constexpr th_mutex logging_mutex(const char *name) {
+    return {.handle = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP, .name = name, .failed = log_failure};
 }
 
 }  // namespace
 
-tcrypto_lock::tcrypto_lock(tcrypto_mutex &mutex) : mutex_(mutex), error_(pthread_mutex_lock(&mutex.mutex)) {
-    if (error_ != 0)
-        log_line(mutex_.lock_failure);
-}
-
-tcrypto_lock::~tcrypto_lock() {
-    if (error_ == 0 && pthread_mutex_unlock(&mutex_.mutex) != 0)
-        log_line(mutex_.unlock_failure);
-}
+constinit th_mutex tcrypto_init_mutex = logging_mutex("tcrypto init");
+constinit th_mutex tcrypto_library_mutex = logging_mutex("library");
+constinit th_mutex tcrypto_plugin_mutex = logging_mutex("plugin");

@@ -68,30 +68,28 @@ int check_versions(const tcrypto_plugin &plugin) {
 }
 
 int start(tcrypto_plugin &plugin) {
-    int rc = check_versions(plugin);
-    if (rc != TCRYPTO_OK)
-        return rc;
-    rc = plugin.internal->init(plugin);
-    if (rc != TCRYPTO_OK) {
+    if (const int err = check_versions(plugin); err != TCRYPTO_OK)
+        return err;
+    if (const int err = plugin.internal->init(plugin); err != TCRYPTO_OK) {
         TH_LOG(tcrypto_plugin_log, TH_LOG_ERROR, "'%s' plugin global initialization failed\n",
                plugin.name.get());
-        return rc;
+        return err;
     }
-    rc = plugin.provider->init();
-    if (rc != TCRYPTO_OK) {
+    if (const int err = plugin.provider->init(); err != TCRYPTO_OK) {
         TH_LOG(tcrypto_plugin_log, TH_LOG_ERROR, "'%s' plugin initialization failed\n", plugin.name.get());
         plugin.internal->uninit(plugin);
+        return err;
     }
-    return rc;
+    return TCRYPTO_OK;
 }
 
 // Binds for a caller that goes on without the plugin.
 int try_bind(tcrypto_plugin &plugin) {
-    const int rc = tcrypto_bind_plugin_locked(plugin);
-    if (rc != TCRYPTO_OK)
+    const int err = tcrypto_bind_plugin_locked(plugin);
+    if (err != TCRYPTO_OK)
         TH_LOG(tcrypto_plugin_log, TH_LOG_ERROR, "failed to load plugin %s (%s)\n", plugin.name.get(),
-               tcrypto_strerror(rc));
-    return rc;
+               tcrypto_strerror(err));
+    return err;
 }
 
 void unbind(tcrypto_plugin &plugin) {
@@ -185,20 +183,19 @@ int tcrypto_add_plugin(const char *name, const char *tags, tcrypto_plugin **out)
     if (!name || !out)
         return TCRYPTO_E_PARAMETERS;
     *out = nullptr;
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
     if (tcrypto_plugin *const known = by_name(name)) {
         *out = known;
-        const int rc = tags ? known->tags.add(tags) : int{TCRYPTO_OK};
-        return rc == TCRYPTO_OK ? int{TCRYPTO_E_EXISTS} : rc;
+        const int err = tags ? known->tags.add(tags) : int{TCRYPTO_OK};
+        return err == TCRYPTO_OK ? int{TCRYPTO_E_EXISTS} : err;
     }
     std::unique_ptr<tcrypto_plugin> plugin = make_plugin(name);
     if (!plugin)
         return TCRYPTO_E_MEMORY;
-    const int rc = tags ? plugin->tags.add(tags) : int{TCRYPTO_OK};
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = tags ? plugin->tags.add(tags) : int{TCRYPTO_OK}; err != TCRYPTO_OK)
+        return err;
     *out = plugin.release();
     append(*out);
     return TCRYPTO_OK;
@@ -208,7 +205,7 @@ int tcrypto_find_plugin(const char *name, const char *tag, tcrypto_plugin **out)
     if (!out)
         return TCRYPTO_E_PARAMETERS;
     *out = nullptr;
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
     if (name)
@@ -225,43 +222,43 @@ int tcrypto_bind_plugin_locked(tcrypto_plugin &plugin) {
         return TCRYPTO_E_PLUGIN_LOAD;
     plugin.internal = &tcrypto_registry_table;
     plugin.provider = plugin.supplied;
-    const int rc = start(plugin);
-    plugin.bound = rc == TCRYPTO_OK;
+    const int err = start(plugin);
+    plugin.bound = err == TCRYPTO_OK;
     if (!plugin.bound)
         detach(plugin);
-    return rc;
+    return err;
 }
 
 int tcrypto_bind_plugin(tcrypto_plugin *plugin) {
     if (!plugin)
         return TCRYPTO_E_PARAMETERS;
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     return lock.error() != 0 ? lock.error() : tcrypto_bind_plugin_locked(*plugin);
 }
 
 int tcrypto_bind_plugins(std::uint32_t flags) {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
     if ((flags & (BIND_FIRST | BIND_ALL)) == 0)
         return TCRYPTO_OK;
-    int rc = TCRYPTO_OK;
+    int err = TCRYPTO_OK;
     for (tcrypto_plugin *plugin = first_plugin; plugin; plugin = plugin->next) {
         if (!plugin->bound)
-            rc = try_bind(*plugin);
+            err = try_bind(*plugin);
         if ((flags & BIND_ALL) == 0)
             break;
     }
-    return rc;
+    return err;
 }
 
 int tcrypto_got_plugins() {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     return lock.error() == 0 && first_plugin ? 1 : 0;
 }
 
 void tcrypto_print_plugins() {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return;
     for (tcrypto_plugin *plugin = first_plugin; plugin; plugin = plugin->next)
@@ -269,14 +266,14 @@ void tcrypto_print_plugins() {
 }
 
 int tcrypto_supply_provider(tcrypto_plugin *plugin, const tcrypto_provider *provider) {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() == 0)
         plugin->supplied = provider;
     return lock.error();
 }
 
 int tcrypto_remove_plugin(tcrypto_plugin *plugin) {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
     tcrypto_plugin **link = &first_plugin;
@@ -285,15 +282,19 @@ int tcrypto_remove_plugin(tcrypto_plugin *plugin) {
     if (!*link)
         return TCRYPTO_E_NO_ENTRY;
     *link = plugin->next;
+    tcrypto_end_contexts(*plugin);
     unbind(*plugin);
     delete plugin;
     return TCRYPTO_OK;
 }
 
 int tcrypto_remove_plugins() {
-    const tcrypto_lock lock(tcrypto_library_mutex);
+    const th_lock lock(tcrypto_library_mutex);
     if (lock.error() != 0)
         return lock.error();
+    // All before any provider goes: a context may hold one of another provider.
+    for (tcrypto_plugin *plugin = first_plugin; plugin; plugin = plugin->next)
+        tcrypto_end_contexts(*plugin);
     while (tcrypto_plugin *const plugin = first_plugin) {
         first_plugin = plugin->next;
         unbind(*plugin);

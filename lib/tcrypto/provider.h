@@ -25,9 +25,10 @@ struct tcrypto_digest_ops {
     int (*final)(void *state, std::uint8_t *out, std::size_t *out_length) = nullptr;
     // Makes a new state in *out with a copy of the running one.
     int (*copy)(const tcrypto_algorithm *algorithm, const void *state, void **out) = nullptr;
-    // Optional: many blocks at once, see tcrypto_digest_blocks.
-    int (*blocks)(void *state, const void *salt, std::size_t salt_length, const void *data,
-                  std::size_t length, std::size_t count, std::uint8_t *out) = nullptr;
+    // Optional: hashes as many of the leading blocks as it can hash faster than one
+    // by one, and returns their number; it cannot fail.  See tcrypto_digest_blocks.
+    std::size_t (*blocks)(void *state, const void *salt, std::size_t salt_length, const void *data,
+                          std::size_t length, std::size_t count, std::uint8_t *out) = nullptr;
 };
 
 struct tcrypto_rng_ops {

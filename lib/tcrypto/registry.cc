@@ -69,7 +69,7 @@ int check_descriptor(const tcrypto_algorithm *algorithm) {
 // Stores the first descriptor of the kind that `matches` accepts.
 template <class Predicate>
 int search(tcrypto_plugin &plugin, std::uint32_t kind, Predicate matches, const tcrypto_algorithm **found) {
-    const tcrypto_lock lock(tcrypto_plugin_mutex);
+    const th_lock lock(tcrypto_plugin_mutex);
     if (lock.error() != 0)
         return lock.error();
     for (const tcrypto_registration *entry = list_of(plugin, kind).first; entry; entry = entry->next) {
@@ -84,9 +84,9 @@ int search(tcrypto_plugin &plugin, std::uint32_t kind, Predicate matches, const 
 template <class Predicate>
 int find(tcrypto_plugin &plugin, std::uint32_t kind, Predicate matches, tcrypto_ctx **out) {
     const tcrypto_algorithm *algorithm = nullptr;
-    const int rc = search(plugin, kind, matches, &algorithm);
-    if (rc != TCRYPTO_OK || !out)
-        return rc;
+    const int err = search(plugin, kind, matches, &algorithm);
+    if (err != TCRYPTO_OK || !out)
+        return err;
     return tcrypto_new_context(plugin, *algorithm, out);
 }
 
@@ -104,7 +104,7 @@ int find_keygen_by_id(tcrypto_plugin &plugin, std::uint32_t id, tcrypto_ctx **ou
 // ---- The rest of the internal table
 
 int registry_init(tcrypto_plugin &plugin) {
-    const tcrypto_lock lock(tcrypto_plugin_mutex);
+    const th_lock lock(tcrypto_plugin_mutex);
     if (lock.error() == 0)
         registering = &plugin;
     return lock.error();
@@ -117,7 +117,7 @@ void wipe_and_free(tcrypto_ctx *ctx) {
 
 void release_context(tcrypto_ctx *ctx) {
     {
-        const tcrypto_lock lock(tcrypto_plugin_mutex);
+        const th_lock lock(tcrypto_plugin_mutex);
         if (lock.error() != 0)
             return;  // still linked: leaked rather than left dangling in the list
         unlink_context(ctx->plugin->registry, ctx);
@@ -128,7 +128,7 @@ void release_context(tcrypto_ctx *ctx) {
 // Takes the whole content out of the registry, so that no provider code runs
 // under the mutex.
 tcrypto_registry detach_content(tcrypto_plugin &plugin) {
-    const tcrypto_lock lock(tcrypto_plugin_mutex);
+    const th_lock lock(tcrypto_plugin_mutex);
     if (lock.error() != 0)
         return {};
     if (registering == &plugin)
@@ -141,20 +141,26 @@ void free_list(tcrypto_algorithm_list list) {
         delete std::exchange(list.first, list.first->next);
 }
 
+// A live context whose private state is still there, or null.
+tcrypto_ctx *next_to_end(const tcrypto_plugin &plugin) {
+    const th_lock lock(tcrypto_plugin_mutex);
+    tcrypto_ctx *ctx = lock.error() == 0 ? plugin.registry.live : nullptr;
+    while (ctx && !ctx->registered)
+        ctx = ctx->next;
+    return ctx;
+}
+
 void registry_uninit(tcrypto_plugin &plugin) {
+    tcrypto_end_contexts(plugin);
     const tcrypto_registry content = detach_content(plugin);
-    for (tcrypto_ctx *ctx = content.live; ctx;) {
-        tcrypto_ctx *const next = ctx->next;
-        tcrypto_destroy_private_state(*ctx);
-        wipe_and_free(ctx);
-        ctx = next;
-    }
+    for (tcrypto_ctx *ctx = content.live; ctx;)
+        wipe_and_free(std::exchange(ctx, ctx->next));
     for (const tcrypto_algorithm_list &list : content.lists)
         free_list(list);
 }
 
 void print_algorithms(tcrypto_plugin &plugin) {
-    const tcrypto_lock lock(tcrypto_plugin_mutex);
+    const th_lock lock(tcrypto_plugin_mutex);
     if (lock.error() != 0)
         return;
     for (std::size_t kind = 0; kind < TCRYPTO_KINDS; ++kind) {
@@ -184,19 +190,23 @@ constinit const tcrypto_internal_table tcrypto_registry_table = {
 };
 
 int register_algorithm(const tcrypto_algorithm *algorithm) {
-    const int rc = check_descriptor(algorithm);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check_descriptor(algorithm); err != TCRYPTO_OK)
+        return err;
     auto *const entry = new (std::nothrow) tcrypto_registration{.algorithm = algorithm};
     if (!entry)
         return TCRYPTO_E_MEMORY;
-    const tcrypto_lock lock(tcrypto_plugin_mutex);
+    const th_lock lock(tcrypto_plugin_mutex);
     if (lock.error() != 0 || !registering) {
         delete entry;
         return lock.error() != 0 ? lock.error() : int{TCRYPTO_E_NOT_INITIALIZED};
     }
     append(list_of(*registering, algorithm->kind), entry);
     return TCRYPTO_OK;
+}
+
+void tcrypto_end_contexts(tcrypto_plugin &plugin) {
+    while (tcrypto_ctx *const ctx = next_to_end(plugin))
+        tcrypto_destroy_private_state(*ctx);
 }
 
 int tcrypto_new_context(tcrypto_plugin &plugin, const tcrypto_algorithm &algorithm, tcrypto_ctx **out) {
@@ -207,7 +217,7 @@ int tcrypto_new_context(tcrypto_plugin &plugin, const tcrypto_algorithm &algorit
     };
     if (!ctx)
         return TCRYPTO_E_MEMORY;
-    const tcrypto_lock lock(tcrypto_plugin_mutex);
+    const th_lock lock(tcrypto_plugin_mutex);
     if (lock.error() != 0) {
         delete ctx;
         return lock.error();

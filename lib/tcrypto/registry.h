@@ -56,6 +56,11 @@ struct tcrypto_internal_table {
 
 extern const tcrypto_internal_table tcrypto_registry_table;
 
+// Destroys the private states of all live contexts, one at a time.  The records
+// stay linked until the registry is emptied, so a context may release another one
+// that it holds, in whatever order they go.
+void tcrypto_end_contexts(tcrypto_plugin &plugin);
+
 // A new linked context of `algorithm`, without private state.  TCRYPTO_E_MEMORY
 // or an error number of the mutex; `out` is untouched on failure.
 [[nodiscard]] int tcrypto_new_context(tcrypto_plugin &plugin, const tcrypto_algorithm &algorithm,

@@ -14,30 +14,28 @@ bool is_missing(const void *bytes, std::size_t length) {
 }  // namespace
 
 int tcrypto_rng_instantiate(tcrypto_ctx *ctx, const void *personalisation, std::size_t length) {
-    int rc = check<&tcrypto_rng_ops::instantiate>(ctx, TCRYPTO_STATE_ANY);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_rng_ops::instantiate>(ctx, TCRYPTO_STATE_ANY); err != TCRYPTO_OK)
+        return err;
     if (is_missing(personalisation, length))
         return TCRYPTO_E_PARAMETERS;
-    rc = ctx->algorithm->rng.instantiate(ctx->private_state, personalisation, length);
-    if (rc == TCRYPTO_OK)
-        ctx->state = TCRYPTO_STATE_INITIALISED;
-    return rc;
+    if (const int err = ctx->algorithm->rng.instantiate(ctx->private_state, personalisation, length);
+        err != TCRYPTO_OK)
+        return err;
+    ctx->state = TCRYPTO_STATE_INITIALISED;
+    return TCRYPTO_OK;
 }
 
 int tcrypto_rng_reseed(tcrypto_ctx *ctx, const void *additional, std::size_t length) {
-    const int rc = check<&tcrypto_rng_ops::reseed>(ctx, TCRYPTO_STATE_INITIALISED);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_rng_ops::reseed>(ctx, TCRYPTO_STATE_INITIALISED); err != TCRYPTO_OK)
+        return err;
     if (is_missing(additional, length))
         return TCRYPTO_E_PARAMETERS;
     return ctx->algorithm->rng.reseed(ctx->private_state, additional, length);
 }
 
 int tcrypto_rng_generate(tcrypto_ctx *ctx, void *out, std::size_t length) {
-    const int rc = check<&tcrypto_rng_ops::generate>(ctx, TCRYPTO_STATE_INITIALISED);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_rng_ops::generate>(ctx, TCRYPTO_STATE_INITIALISED); err != TCRYPTO_OK)
+        return err;
     if (is_missing(out, length))
         return TCRYPTO_E_PARAMETERS;
     return ctx->algorithm->rng.generate(ctx->private_state, out, length);

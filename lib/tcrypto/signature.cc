@@ -16,9 +16,8 @@ bool is_missing(const void *bytes, std::size_t length) {
 // An operation after which only a new initialisation goes on, however it ends.
 template <auto Operation, class... Arguments>
 int conclude(tcrypto_ctx *ctx, bool arguments_missing, Arguments... arguments) {
-    const int rc = check<Operation>(ctx, TCRYPTO_STATE_INITIALISED);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<Operation>(ctx, TCRYPTO_STATE_INITIALISED); err != TCRYPTO_OK)
+        return err;
     ctx->state = TCRYPTO_STATE_FINALISED;
     if (arguments_missing)
         return TCRYPTO_E_PARAMETERS;
@@ -36,24 +35,22 @@ int conclude_verify(tcrypto_ctx *ctx, bool arguments_missing, int *result, Argum
 }  // namespace
 
 int tcrypto_signature_init(tcrypto_ctx *ctx, const tcrypto_key *key, const tcrypto_signature_params *params) {
-    int rc = check<&tcrypto_signature_ops::init>(ctx, TCRYPTO_STATE_ANY);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_signature_ops::init>(ctx, TCRYPTO_STATE_ANY); err != TCRYPTO_OK)
+        return err;
     if (!key)
         return TCRYPTO_E_KEY;
     if (!params)
         return TCRYPTO_E_PARAMETERS;
-    ctx->state = TCRYPTO_STATE_NEW;  // providers drop the earlier key even when they then refuse the new one
-    rc = ctx->algorithm->signature.init(ctx->private_state, &key->record, params);
-    if (rc == TCRYPTO_OK)
-        ctx->state = TCRYPTO_STATE_INITIALISED;
-    return rc;
+    const int err = ctx->algorithm->signature.init(ctx->private_state, &key->record, params);
+    if (err != TCRYPTO_E_SIGNATURE_PADDING)
+        ctx->state = err == TCRYPTO_OK ? TCRYPTO_STATE_INITIALISED : TCRYPTO_STATE_NEW;
+    return err;
 }
 
 int tcrypto_signature_update(tcrypto_ctx *ctx, const void *data, std::size_t length) {
-    const int rc = check<&tcrypto_signature_ops::update>(ctx, TCRYPTO_STATE_INITIALISED);
-    if (rc != TCRYPTO_OK)
-        return rc;
+    if (const int err = check<&tcrypto_signature_ops::update>(ctx, TCRYPTO_STATE_INITIALISED);
+        err != TCRYPTO_OK)
+        return err;
     if (is_missing(data, length))
         return TCRYPTO_E_PARAMETERS;
     return ctx->algorithm->signature.update(ctx->private_state, data, length);

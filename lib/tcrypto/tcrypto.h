@@ -97,14 +97,28 @@ using tcrypto_ctx_ptr = th_handle<tcrypto_ctx, tcrypto_release_ctx>;
 // Bytes that the digest produces; 0 for a context of another kind.
 [[nodiscard]] std::size_t tcrypto_digestsize(const tcrypto_ctx *ctx);
 
+enum tcrypto_digest_step {
+    TCRYPTO_STEP_INIT,
+    TCRYPTO_STEP_SALT,
+    TCRYPTO_STEP_DATA,
+    TCRYPTO_STEP_FINAL,
+};
+
+// Where tcrypto_digest_blocks stopped.
+struct tcrypto_block_failure {
+    std::size_t block = 0;  // index of the block; the results before it are there
+    tcrypto_digest_step step = TCRYPTO_STEP_INIT;
+};
+
 // Digests of many blocks at once: out[i] = digest(salt || block i) for `count`
 // blocks of `length` bytes that lie one after the other at `data`; the results
 // are packed at `out`, tcrypto_digestsize() bytes each.  The result equals init,
 // update(salt), update(block), final for every block; the context is left in
 // state 2.  Uses the processor's widest kernel for this digest where there is one.
+// Stops at the first failure, which `failure` (optional) then describes.
 [[nodiscard]] int tcrypto_digest_blocks(tcrypto_ctx *ctx, const void *salt, std::size_t salt_length,
                                         const void *data, std::size_t length, std::size_t count,
-                                        std::uint8_t *out);
+                                        std::uint8_t *out, tcrypto_block_failure *failure = nullptr);
 
 // ---- Random generators
 //
@@ -146,8 +160,8 @@ enum tcrypto_key_format : std::uint32_t {
 // the name of the provider that answered.
 [[nodiscard]] int tcrypto_find_keygen_by_alg(std::uint32_t id, tcrypto_ctx **out, const char **plugin);
 
-// Loading.  The file is read whole (1 MiB at most) and wiped from memory; nobody is
-// asked for a pass phrase.  On failure *out is null: TCRYPTO_E_FILE or _IO (the
+// Loading.  The file, which may be a pipe, is read to its end (1 MiB at most) and
+// wiped from memory; nobody is asked for a pass phrase.  On failure *out is null: TCRYPTO_E_FILE or _IO (the
 // file), _KEY (no bytes, or a key of another generator), _KEY_TYPE, _KEY_FORMAT,
 // TCRYPTO_E_INTERNAL (not such a key, or encrypted).  Logs.
 [[nodiscard]] int tcrypto_load_key_from_file(tcrypto_ctx *keygen, tcrypto_key **out, const char *path,

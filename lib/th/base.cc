@@ -5,6 +5,8 @@
 #include <limits>
 #include <span>
 
+#include "th/error.h"
+
 namespace {
 
 constexpr std::uint64_t KNOWN_FLAGS = TH_BASE_RAW | TH_BASE_CASE_MASK;
@@ -16,11 +18,6 @@ struct outcome {
     std::size_t read = 0;
     std::size_t written = 0;
 };
-
-int fail(int error) {
-    errno = error;
-    return error;
-}
 
 bool is_raw(const th_base_params &params) {
     return (params.flags & TH_BASE_RAW) != 0;
@@ -108,13 +105,11 @@ int needed_length(th_base_direction direction, std::size_t in_length, const th_b
 int th_base_convert(th_base_direction direction, void *out, std::size_t *out_length, const void *in,
                     std::size_t *in_length, const th_base_params *params) {
     if (!out_length || !in || !in_length || !params)
-        return fail(EINVAL);
+        return th_result(EINVAL);
     if (const int error = check_params(direction, *params); error != 0)
-        return fail(error);
-    if (!out) {
-        const int error = needed_length(direction, *in_length, *params, *out_length);
-        return error ? fail(error) : 0;
-    }
+        return th_result(error);
+    if (!out)
+        return th_result(needed_length(direction, *in_length, *params, *out_length));
     const outcome done = direction == TH_BASE_ENCODE
                              ? encode({static_cast<char *>(out), *out_length},
                                       {static_cast<const std::uint8_t *>(in), *in_length}, *params)
@@ -122,7 +117,7 @@ int th_base_convert(th_base_direction direction, void *out, std::size_t *out_len
                                       {static_cast<const char *>(in), *in_length}, *params);
     *out_length = done.written;
     *in_length = done.read;
-    return done.error ? fail(done.error) : 0;
+    return th_result(done.error);
 }
 
 int th_base_encode(char *out, std::size_t *out_length, const void *in, std::size_t *in_length,

@@ -11,19 +11,20 @@ int store(int *slot, int error, bool wanted) {
     return error;
 }
 
-int refuse_null_slot() {
-    errno = EINVAL;
-    return EINVAL;
-}
-
 }  // namespace
 
+int th_result(int error) {
+    if (error != 0)
+        errno = error;
+    return error;
+}
+
 int th_sticky_error(int *slot, int error) {
-    return slot ? store(slot, error, *slot == 0) : refuse_null_slot();
+    return slot ? store(slot, error, *slot == 0) : th_result(EINVAL);
 }
 
 int th_sticky_error_last(int *slot, int error) {
-    return slot ? store(slot, error, error != 0) : refuse_null_slot();
+    return slot ? store(slot, error, error != 0) : th_result(EINVAL);
 }
 
 const char *th_strerror(int error) {

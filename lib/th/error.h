@@ -1,6 +1,9 @@
 // Helpers for error numbers.
 #pragma once
 
+// Returns an error number, which is then in errno as well, or 0, which leaves errno.
+int th_result(int error);
+
 // For a sequence of steps that all run, whatever fails.  Both return `error`;
 // EINVAL, also in errno, for a null slot.
 // Keeps the first error: stores `error` while the slot is 0.

@@ -114,7 +114,7 @@ int write_cut(std::span<char> room, std::uint32_t chosen) {
 [[gnu::format(printf, 5, 0)]] int write_long(const th_log_line &line, std::size_t length,
                                              std::span<char> beginning, std::uint32_t chosen,
                                              const char *format, std::va_list arguments) {
-    const th_log_lock lock(th_log_shared.long_mutex);
+    const th_lock lock(th_log_shared.long_mutex);
     const std::span<char> room = long_text(length + 1);
     if (room.size() <= length)
         return write_cut(beginning, chosen);
@@ -150,9 +150,9 @@ int write_cut(std::span<char> room, std::uint32_t chosen) {
 
 int th_log_write(const th_log_call_site &site, std::span<const std::uint8_t> data, const char *format,
                  std::va_list arguments) {
-    th_log_lock overall(th_log_shared.mutex);
+    th_lock overall(th_log_shared.mutex);
     th_log_context &context = context_of(site);
-    const th_log_lock own(context.mutex);
+    const th_lock own(context.mutex);
     overall.unlock();
     const std::uint32_t chosen = choose(context.config, site.flags);
     if (chosen == 0)
@@ -194,7 +194,7 @@ bool th_log_check(const th_log_call_site *site) {
     const errno_keeper keeper;
     th_log_start();
     const th_log_call_site &known = site_or_default(site);
-    const th_log_lock overall(th_log_shared.mutex);
+    const th_lock overall(th_log_shared.mutex);
     return choose(context_of(known).config, known.flags) != 0;
 }
 

@@ -55,25 +55,20 @@ int find_config(std::string_view name, th_log_config &config) {
 
 int config_by_name(const char *name, th_log_config &config) {
     th_log_start();
-    const th_log_lock overall(th_log_shared.mutex);
+    const th_lock overall(th_log_shared.mutex);
     return find_config(name, config);
 }
 
 int config_by_variable(const th_log_context *const *variable, th_log_config &config,
                        char (&name)[TH_LOG_NAME_SIZE]) {
     th_log_start();
-    const th_log_lock overall(th_log_shared.mutex);
+    const th_lock overall(th_log_shared.mutex);
     const th_log_context *context = context_of(variable);
     if (!context)
         return ENOENT;
     config = context->config;
     std::memcpy(name, context->name, sizeof name);
     return 0;
-}
-
-// With errno.
-int result(int error) {
-    return error ? th_log_fail(error) : 0;
 }
 
 void explain_clash(th_log_context *const *variable) {
@@ -103,7 +98,7 @@ void explain_clash(th_log_context *const *variable) {
 
 int th_log_context_normalize_name(char *name) {
     if (!name || !*name)
-        return th_log_fail(EINVAL);
+        return th_result(EINVAL);
     for (const std::string_view reserved : {TH_LOG_DEFAULT_NAME, TH_LOG_LOCAL_NAME, TH_LOG_ALL_NAME}) {
         if (name == reserved)
             *name = '_';
@@ -117,73 +112,74 @@ int th_log_context_normalize_name(char *name) {
 
 int th_log_context_create(const char *name, th_log_context **variable) {
     if (!name || !variable)
-        return th_log_fail(EINVAL);
+        return th_result(EINVAL);
     char wanted[TH_LOG_NAME_SIZE] = {};
     std::string_view(name).copy(wanted, sizeof wanted - 1);
     if (const int error = th_log_context_normalize_name(wanted); error != 0)
         return error;
     th_log_start();
-    const th_log_lock overall(th_log_shared.mutex);
+    const th_lock overall(th_log_shared.mutex);
     if (const th_log_context *present = context_of(variable))
-        return result(std::strcmp(present->name, wanted) == 0 ? 0 : EEXIST);
-    return result(add_context(wanted, variable));
+        return th_result(std::strcmp(present->name, wanted) == 0 ? 0 : EEXIST);
+    return th_result(add_context(wanted, variable));
 }
 
 int th_log_context_destroy(th_log_context **variable) {
     if (!variable)
-        return th_log_fail(EINVAL);
+        return th_result(EINVAL);
     th_log_start();
-    const th_log_lock overall(th_log_shared.mutex);
+    const th_lock overall(th_log_shared.mutex);
     th_log_context *context = context_of(variable);
     if (!context)
         return 0;
     {
         // Nobody waits for this mutex without the overall one.
-        const th_log_lock last_message(context->mutex);
+        const th_lock last_message(context->mutex);
         *variable = nullptr;
     }
     const std::uint64_t word = th_slist_word(context);
     th_slist_remove_data(th_log_shared.contexts, &word, th_slist_compare_vp_data, nullptr);
-    pthread_mutex_destroy(&context->mutex);
+    pthread_mutex_destroy(&context->mutex.handle);
     delete context;
     return 0;
 }
 
 int th_log_get_verbosity(th_log_context *const *variable, std::uint32_t destination, std::int32_t *level) {
     if (!variable || !level)
-        return th_log_fail(EINVAL);
+        return th_result(EINVAL);
     th_log_config config;
     char name[TH_LOG_NAME_SIZE];
-    const int error = config_by_variable(variable, config, name);
-    return result(error ? error : th_log_level_of(config, destination, *level));
+    if (const int error = config_by_variable(variable, config, name); error != 0)
+        return th_result(error);
+    return th_result(th_log_level_of(config, destination, *level));
 }
 
 int th_log_get_verbosity_by_name(const char *name, std::uint32_t destination, std::int32_t *level) {
     if (!name || !level)
-        return th_log_fail(EINVAL);
+        return th_result(EINVAL);
     th_log_config config;
-    const int error = config_by_name(name, config);
-    return result(error ? error : th_log_level_of(config, destination, *level));
+    if (const int error = config_by_name(name, config); error != 0)
+        return th_result(error);
+    return th_result(th_log_level_of(config, destination, *level));
 }
 
 int th_log_get_destinations_by_name(const char *name, std::uint32_t *destinations) {
     if (!name || !destinations)
-        return th_log_fail(EINVAL);
+        return th_result(EINVAL);
     th_log_config config;
-    const int error = config_by_name(name, config);
-    if (error != 0)
-        return th_log_fail(error);
+    if (const int error = config_by_name(name, config); error != 0)
+        return th_result(error);
     *destinations = config.mask & TH_LOG_ALL_DESTINATIONS;
     return 0;
 }
 
 int th_log_dump_context_config(const char *title, th_log_context *const *variable) {
     if (!title || !variable)
-        return th_log_fail(EINVAL);
+        return th_result(EINVAL);
     th_log_config config;
     char name[TH_LOG_NAME_SIZE];
     if (const int error = config_by_variable(variable, config, name); error != 0)
-        return th_log_fail(error);
+        return th_result(error);
     char items[128];
     th_log_print_config(config, items);
     char text[TH_LOG_NAME_SIZE + sizeof items];

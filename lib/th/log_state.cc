@@ -56,8 +56,8 @@ public:
 int overlay_template(th_log_templates &templates, const th_log_entry &entry) {
     th_log_entry *found = th_log_find_template(templates, entry.name);
     if (!found) {
-        const int error = th_log_add_template(templates, entry.name, TH_LOG_FOLLOW_DEFAULT, &found);
-        if (error != 0)
+        if (const int error = th_log_add_template(templates, entry.name, TH_LOG_FOLLOW_DEFAULT, &found);
+            error != 0)
             return error;
     }
     th_log_overlay(found->config, entry.config);
@@ -85,13 +85,13 @@ void overlay_present(const th_log_entry &entry) {
     th_log_for_each<th_log_context>(th_log_shared.contexts, [&](th_log_context &context) {
         if (!all && std::string_view(entry.name) != context.name)
             return;
-        const th_log_lock lock(context.mutex);
+        const th_lock lock(context.mutex);
         th_log_overlay(context.config, entry.config);
     });
 }
 
 void set_config(th_log_context &context, const th_log_config &config) {
-    const th_log_lock lock(context.mutex);
+    const th_lock lock(context.mutex);
     context.config = config;
 }
 
@@ -111,7 +111,7 @@ int apply_entries(const th_slist *entries) {
     set_config(state.fallback, defaults);
     th_log_for_each<th_log_entry>(entries, overlay_present);
     th_log_for_each<th_log_context>(state.contexts, [&](th_log_context &context) {
-        const th_log_lock lock(context.mutex);
+        const th_lock lock(context.mutex);
         th_log_follow_default(context.config, defaults);
     });
     return 0;
@@ -120,16 +120,17 @@ int apply_entries(const th_slist *entries) {
 // The overall mutex is held.
 int apply_text(const char *text) {
     entry_list entries;
-    int error = entries.create();
-    if (error == 0)
-        error = th_log_parse_config(text, entries.get());
-    return error ? error : apply_entries(entries.get());
+    if (const int error = entries.create(); error != 0)
+        return error;
+    if (const int error = th_log_parse_config(text, entries.get()); error != 0)
+        return error;
+    return apply_entries(entries.get());
 }
 
 // Starts again: every template and context follows `defaults` everywhere.
 void reset_all(const th_log_config &defaults) {
     th_log_state &state = th_log_shared;
-    const th_log_lock lock(state.mutex);
+    const th_lock lock(state.mutex);
     set_config(state.fallback, defaults);
     th_log_for_each_template(state.templates,
                              [](th_log_entry &pattern) { pattern.config = TH_LOG_FOLLOW_DEFAULT; });
@@ -159,7 +160,7 @@ int apply_variable(const char *name, bool &applied) {
         return 0;
     int error = 0;
     {
-        const th_log_lock lock(th_log_shared.mutex);
+        const th_lock lock(th_log_shared.mutex);
         error = apply_text(value);
     }
     applied = error == 0;
@@ -203,10 +204,11 @@ bool wants_lock() {
 int create_lists() {
     th_log_state &state = th_log_shared;
     const std::uint64_t local = th_slist_word(&state.local);
-    int error = th_slist_create(&state.contexts);
-    if (error == 0)
-        error = th_slist_append(state.contexts, &local);
-    return error ? error : th_log_add_template(state.templates, TH_LOG_ALL_NAME, TH_LOG_FOLLOW_DEFAULT);
+    if (const int error = th_slist_create(&state.contexts); error != 0)
+        return error;
+    if (const int error = th_slist_append(state.contexts, &local); error != 0)
+        return error;
+    return th_log_add_template(state.templates, TH_LOG_ALL_NAME, TH_LOG_FOLLOW_DEFAULT);
 }
 
 void start() {
@@ -216,36 +218,18 @@ void start() {
     bool applied = false;
     if (apply_environment(CONFIG_VARIABLE, TH_LOG_BUILTIN_CONFIG, applied) == ENOMEM)
         abort_for(OUT_OF_MEMORY, ENOMEM);
-    const th_log_lock lock(th_log_shared.mutex);
+    const th_lock lock(th_log_shared.mutex);
     th_log_shared.locked = applied && wants_lock();
 }
 
 }  // namespace
 
-th_log_lock::th_log_lock(pthread_mutex_t &mutex) : mutex_(&mutex) {
-    if (const int error = pthread_mutex_lock(mutex_); error != 0)
-        abort_for("Failed to lock mutex", error);
-}
-
-th_log_lock::~th_log_lock() {
-    unlock();
-}
-
-void th_log_lock::unlock() {
-    if (!mutex_)
-        return;
-    if (const int error = pthread_mutex_unlock(mutex_); error != 0)
-        abort_for("Failed to unlock mutex", error);
-    mutex_ = nullptr;
+void th_log_abort_lock(const th_mutex &, bool taking, int error) {
+    abort_for(taking ? "Failed to lock mutex" : "Failed to unlock mutex", error);
 }
 
 void th_log_start() {
     pthread_once(&start_once, start);
-}
-
-int th_log_fail(int error) {
-    errno = error;
-    return error;
 }
 
 th_log_config th_log_config_for(std::string_view name) {
@@ -258,11 +242,11 @@ th_log_config th_log_config_for(std::string_view name) {
 
 int th_log_update_config(const char *text) {
     if (!text)
-        return th_log_fail(EINVAL);
+        return th_result(EINVAL);
     th_log_start();
-    const th_log_lock lock(th_log_shared.mutex);
+    const th_lock lock(th_log_shared.mutex);
     const int error = th_log_shared.locked ? EPERM : apply_text(text);
-    return error ? th_log_fail(error) : 0;
+    return th_result(error);
 }
 
 int th_log_set_cl_mode() {
@@ -270,5 +254,5 @@ int th_log_set_cl_mode() {
     reset_all(TH_LOG_CL_CONFIG);
     bool applied = false;
     const int error = apply_environment(CL_CONFIG_VARIABLE, TH_LOG_CL_CONFIG, applied);
-    return error ? th_log_fail(error) : 0;
+    return th_result(error);
 }

@@ -3,47 +3,38 @@
 #pragma once
 
 #include <cstddef>
-#include <pthread.h>
 #include <type_traits>
 
+#include "th/lock.h"
 #include "th/log_template.h"
 
-// Holds a mutex for a scope.  A failure prints a message and aborts.
-class th_log_lock {
-public:
-    explicit th_log_lock(pthread_mutex_t &mutex);
-    ~th_log_lock();
-    th_log_lock(const th_log_lock &) = delete;
-    th_log_lock &operator=(const th_log_lock &) = delete;
-    // Ends the hold before the scope does.
-    void unlock();
+// Prints a message and aborts.
+void th_log_abort_lock(const th_mutex &mutex, bool taking, int error);
 
-private:
-    pthread_mutex_t *mutex_;
-};
+inline constexpr th_mutex TH_LOG_MUTEX = {.failed = th_log_abort_lock};
 
 struct th_log_context {
     char name[TH_LOG_NAME_SIZE] = {};
     th_log_context **variable = nullptr;  // where its module refers to it
     // Held while one of its messages is written.
-    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    th_mutex mutex = TH_LOG_MUTEX;
     // Changed under the overall mutex and `mutex`, so either of them allows reading.
     th_log_config config = TH_LOG_BUILTIN_CONFIG;
 };
 
 // Constant-initialised and never destroyed: usable before main and after exit.
 struct th_log_state {
-    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;  // the overall mutex: guards what follows
-    th_slist *contexts = nullptr;                       // th_log_context *, with the local one
-    th_log_templates templates;                         // with the one named "all"
-    bool locked = false;                                // the environment's configuration stays
+    th_mutex mutex = TH_LOG_MUTEX;  // the overall mutex: guards what follows
+    th_slist *contexts = nullptr;   // th_log_context *, with the local one
+    th_log_templates templates;     // with the one named "all"
+    bool locked = false;            // the environment's configuration stays
 
     // The logger's own messages.
     th_log_context local = {.name = "th"};
     // Messages without a registered context; its configuration is the default one.
     th_log_context fallback = {.name = "default"};
 
-    pthread_mutex_t long_mutex = PTHREAD_MUTEX_INITIALIZER;  // guards the buffer for long messages
+    th_mutex long_mutex = TH_LOG_MUTEX;  // guards the buffer for long messages
     char *long_text = nullptr;
     std::size_t long_size = 0;
 };
@@ -63,6 +54,3 @@ void th_log_start();
 
 // What a new context of this name gets.  The overall mutex is held.
 [[nodiscard]] th_log_config th_log_config_for(std::string_view name);
-
-// Sets errno and returns the error number.
-int th_log_fail(int error);

@@ -15,8 +15,11 @@ std::size_t list_index(std::string_view name) {
 int th_log_add_template(th_log_templates &templates, std::string_view name, const th_log_config &config,
                         th_log_entry **added) {
     th_slist *&list = templates.lists[list_index(name)];
-    const int error = list ? 0 : th_slist_create(&list);
-    return error ? error : th_log_add_entry(list, name, config, added);
+    if (!list) {
+        if (const int error = th_slist_create(&list); error != 0)
+            return error;
+    }
+    return th_log_add_entry(list, name, config, added);
 }
 
 th_log_entry *th_log_find_template(const th_log_templates &templates, std::string_view name) {

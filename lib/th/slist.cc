@@ -5,6 +5,8 @@
 #include <new>
 #include <utility>
 
+#include "th/error.h"
+
 struct th_slist_node {
     std::uint64_t data = 0;
     th_slist_node *next = nullptr;
@@ -18,11 +20,6 @@ struct th_slist {
 };
 
 namespace {
-
-int fail(int error) {
-    errno = error;
-    return error;
-}
 
 template <class T>
 int compare_values(T a, T b) {
@@ -72,7 +69,7 @@ position position_of(const th_slist &list, const th_slist_node *node) {
 int insert_behind(th_slist &list, th_slist_node *before, std::uint64_t data, th_slist_node **created) {
     auto *node = new (std::nothrow) th_slist_node;
     if (!node)
-        return fail(ENOMEM);
+        return th_result(ENOMEM);
     th_slist_node *&link = before ? before->next : list.first;
     *node = {data, link, &list};
     link = node;
@@ -102,7 +99,7 @@ void release_node(th_slist_node *node, th_slist_release release) {
 
 int remove_at(th_slist &list, position at, th_slist_release release) {
     if (!at.node)
-        return fail(ENOENT);
+        return th_result(ENOENT);
     (at.before ? at.before->next : list.first) = at.node->next;
     if (list.last == at.node)
         list.last = at.before;
@@ -129,37 +126,38 @@ void move_greatest_back(th_slist_node *head, std::uint64_t length, Comparison co
 
 int th_slist_create(th_slist **list) {
     if (!list)
-        return fail(EINVAL);
+        return th_result(EINVAL);
     *list = new (std::nothrow) th_slist;
-    return *list ? 0 : fail(ENOMEM);
+    return *list ? 0 : th_result(ENOMEM);
 }
 
 int th_slist_append(th_slist *list, const std::uint64_t *data, th_slist_node **created) {
-    return may_add(list, data, created) ? insert_behind(*list, list->last, *data, created) : fail(EINVAL);
+    return may_add(list, data, created) ? insert_behind(*list, list->last, *data, created)
+                                        : th_result(EINVAL);
 }
 
 int th_slist_prepend(th_slist *list, const std::uint64_t *data, th_slist_node **created) {
-    return may_add(list, data, created) ? insert_behind(*list, nullptr, *data, created) : fail(EINVAL);
+    return may_add(list, data, created) ? insert_behind(*list, nullptr, *data, created) : th_result(EINVAL);
 }
 
 int th_slist_insert_after(th_slist *list, const std::uint64_t *data, th_slist_node *node,
                           th_slist_node **created) {
     if (!may_add(list, data, created) || !node || node->owner != list)
-        return fail(EINVAL);
+        return th_result(EINVAL);
     return insert_behind(*list, node, *data, created);
 }
 
 int th_slist_insert_before(th_slist *list, const std::uint64_t *data, th_slist_node *node,
                            th_slist_node **created) {
     if (!may_add(list, data, created) || !node || node->owner != list)
-        return fail(EINVAL);
+        return th_result(EINVAL);
     const position at = position_of(*list, node);
-    return at.node ? insert_behind(*list, at.before, *data, created) : fail(EINVAL);
+    return at.node ? insert_behind(*list, at.before, *data, created) : th_result(EINVAL);
 }
 
 int th_slist_merge(th_slist *list, th_slist **other) {
     if (!list || !other || !*other || *other == list)
-        return fail(EINVAL);
+        return th_result(EINVAL);
     th_slist *moved = std::exchange(*other, nullptr);
     if (moved->first) {
         (list->last ? list->last->next : list->first) = moved->first;
@@ -173,7 +171,7 @@ int th_slist_merge(th_slist *list, th_slist **other) {
 int th_slist_find(const th_slist *list, const std::uint64_t *key, th_slist_compare compare,
                   th_slist_node **cursor) {
     if (!list || !key || !compare || !cursor || (*cursor && (*cursor)->owner != list))
-        return fail(EINVAL);
+        return th_result(EINVAL);
     th_slist_node *start = *cursor ? (*cursor)->next : list->first;
     th_slist_node *found = with_comparison(compare, [=](auto compared) {
         th_slist_node *node = start;
@@ -182,21 +180,21 @@ int th_slist_find(const th_slist *list, const std::uint64_t *key, th_slist_compa
         return node;
     });
     if (!found)
-        return fail(ENOENT);
+        return th_result(ENOENT);
     *cursor = found;
     return 0;
 }
 
 int th_slist_remove(th_slist *list, th_slist_node *node, th_slist_release release) {
     if (!list || !node || node->owner != list)
-        return fail(EINVAL);
+        return th_result(EINVAL);
     return remove_at(*list, position_of(*list, node), release);
 }
 
 int th_slist_remove_data(th_slist *list, const std::uint64_t *key, th_slist_compare compare,
                          th_slist_release release) {
     if (!list || !key || !compare)
-        return fail(EINVAL);
+        return th_result(EINVAL);
     const position at = with_comparison(compare, [=](auto compared) {
         return find_position(*list, [&](const th_slist_node &node) { return compared(node, *key) == 0; });
     });
@@ -205,7 +203,7 @@ int th_slist_remove_data(th_slist *list, const std::uint64_t *key, th_slist_comp
 
 int th_slist_remove_all(th_slist *list, th_slist_release release) {
     if (!list)
-        return fail(EINVAL);
+        return th_result(EINVAL);
     th_slist_node *node = list->first;
     *list = {};
     while (node)
@@ -224,19 +222,19 @@ void th_slist_destroy(th_slist **list, th_slist_release release) {
 
 int th_slist_foreach(th_slist *list, th_slist_callback callback, void *context) {
     if (!list || !callback)
-        return fail(EINVAL);
+        return th_result(EINVAL);
     th_slist_node *node = list->first;
     while (node) {
         const int result = callback(std::exchange(node, node->next), context);
         if (result != 0)
-            return fail(result);
+            return th_result(result);
     }
     return 0;
 }
 
 int th_slist_sort(th_slist *list, th_slist_compare compare) {
     if (!list || !compare)
-        return fail(EINVAL);
+        return th_result(EINVAL);
     with_comparison(compare, [=](auto compared) {
         for (std::uint64_t length = list->count; length > 1; length--)
             move_greatest_back(list->first, length, compared);
@@ -285,7 +283,7 @@ std::uint64_t th_slist_get_data_u64(const th_slist_node *node) {
 
 int th_slist_set_data(th_slist_node *node, const std::uint64_t *data) {
     if (!node || !data)
-        return fail(EINVAL);
+        return th_result(EINVAL);
     node->data = *data;
     return 0;
 }

@@ -9,6 +9,8 @@
 #include <limits>
 #include <type_traits>
 
+#include "th/error.h"
+#include "th/str_label.h"
 #include "th/str_parse.h"
 
 namespace {
@@ -19,11 +21,6 @@ constexpr std::uint64_t LARGEST_SIGNAL = 65;
 template <class... Pointer>
 bool any_null(const Pointer *...pointers) {
     return (... || !pointers);
-}
-
-int fail(int error) {
-    errno = error;
-    return error;
 }
 
 // Text left over, which only a caller that asks for the end may have.
@@ -66,7 +63,7 @@ int parse_mode_range(th_str_request &request) {
 template <class T>
 int parse_into(th_str_request request, const char *text, T *value, std::size_t *end) {
     if (any_null(text, value))
-        return fail(EINVAL);
+        return th_result(EINVAL);
     request.cursor = text;
     request.partial = end != nullptr;
     const int error = parse_string_to_number(request);
@@ -179,11 +176,10 @@ const char *th_str(const char *text) {
 char *th_strdup(const char *text, const char *fallback) {
     if (!text)
         text = fallback;
-    if (!text) {
-        errno = EINVAL;
-        return nullptr;
-    }
-    return strdup(text);
+    if (text)
+        return strdup(text);
+    errno = EINVAL;
+    return nullptr;
 }
 
 int th_strcmp(const char *a, const char *b) {

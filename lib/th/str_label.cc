@@ -1,4 +1,4 @@
-#include "th/str_parse.h"
+#include "th/str_label.h"
 
 #include <cerrno>
 #include <cstring>

@@ -30,8 +30,3 @@ int parse_string_to_number(th_str_request &request);
 
 [[nodiscard]] bool th_str_is_space(char c);
 void th_str_skip_space(th_str_request &request);
-
-// Labels: a user's or group's name, which takes the whole text; a signal's name.
-int th_str_user_label(th_str_request &request);
-int th_str_group_label(th_str_request &request);
-int parse_signo_label(th_str_request &request);

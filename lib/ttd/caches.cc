@@ -25,6 +25,7 @@ struct ttd_cache_entry {
 struct ttd_lru_cache {
     std::mutex lock;
     talg_lru_cache *table = nullptr;
+    std::size_t slots = 0;
 };
 
 namespace {
@@ -77,6 +78,13 @@ int parse_cache_size(const char *text, std::uint32_t total, std::size_t *out_slo
     return 0;
 }
 
+// What the blocks that are present can need: `slots` comes from a superblock, which may
+// claim a tree that is not there.
+std::size_t justified(const ttd_ctx &ctx, std::size_t slots) {
+    const std::size_t parents = ctx.info.present_blocks / std::max(ctx.info.hashes_per_block, 1U);
+    return std::min(slots, 2 * parents + TTD_MAX_LEVELS);
+}
+
 }  // namespace
 
 void *ttd_slab_alloc(talg_slab *slab) {
@@ -89,12 +97,13 @@ void ttd_slab_free(talg_slab *slab, void *buffer) {
 
 int ttd_create_slabs(ttd_ctx *ctx, std::size_t slots) {
     ttd_log(TTD_LOG_PLAIN, "creating hash slab with '%zu' initial slots\n", slots);
-    if (const int err = talg_slab_create(&ctx->hash_slab, ctx->info.hash_size, slots, 0); err != 0)
+    if (const int err = talg_slab_create(&ctx->hash_slab, ctx->info.hash_size, justified(*ctx, slots), 0);
+        err != 0)
         return TTD_FAIL(err, "failed to create hash slab");
     // One slab serves data and hash blocks, whichever are larger.
     const std::size_t block = std::max(ctx->info.block_size, ctx->info.hash_block_size);
     ttd_log(TTD_LOG_PLAIN, "creating block slab with '%zu' initial slots\n", slots);
-    if (const int err = talg_slab_create(&ctx->block_slab, block, slots, 0); err != 0) {
+    if (const int err = talg_slab_create(&ctx->block_slab, block, justified(*ctx, slots), 0); err != 0) {
         talg_slab_destroy(ctx->hash_slab);
         ctx->hash_slab = nullptr;
         return TTD_FAIL(err, "failed to create block slab");
@@ -115,10 +124,10 @@ int ttd_create_caches(ttd_ctx *ctx, std::size_t slots) {
         return 0;
     }
     ttd_log(TTD_LOG_PLAIN, "creating hash cache with '%zu' initial slots\n", slots);
-    if (const int err = ttd_lru_cache_create(&ctx->hash_cache, slots); err != 0)
+    if (const int err = ttd_lru_cache_create(&ctx->hash_cache, justified(*ctx, slots)); err != 0)
         return TTD_FAIL(err, "failed to create hash cache (%d:%s)\n", err, strerror(err));
     ttd_log(TTD_LOG_PLAIN, "creating hash block cache with '%zu' initial slots\n", slots);
-    if (const int err = ttd_lru_cache_create(&ctx->block_cache, slots); err != 0) {
+    if (const int err = ttd_lru_cache_create(&ctx->block_cache, justified(*ctx, slots)); err != 0) {
         ttd_lru_cache_destroy(ctx->hash_cache);
         ctx->hash_cache = nullptr;
         return TTD_FAIL(err, "failed to create hash block cache (%d:%s)\n", err, strerror(err));
@@ -144,8 +153,13 @@ int ttd_lru_cache_create(ttd_lru_cache **out, std::size_t slots) {
         delete cache;
         return err;
     }
+    cache->slots = slots;
     *out = cache;
     return 0;
+}
+
+std::size_t ttd_lru_cache_slots(const ttd_lru_cache *cache) {
+    return cache ? cache->slots : 0;
 }
 
 void ttd_lru_cache_destroy(ttd_lru_cache *cache) {

@@ -29,6 +29,8 @@ void ttd_free_caches(ttd_ctx *ctx);
 
 [[nodiscard]] int ttd_lru_cache_create(ttd_lru_cache **out, std::size_t slots);
 void ttd_lru_cache_destroy(ttd_lru_cache *cache);
+// Entries that fit; 0 for null.
+[[nodiscard]] std::size_t ttd_lru_cache_slots(const ttd_lru_cache *cache);
 // The cache takes over `buffer`, which came from `slab`; `pinned` receives the
 // entry.  ENOMEM or the cache's error: the buffer stays the caller's.
 [[nodiscard]] int ttd_lru_cache_add(ttd_lru_cache *cache, std::uint32_t key, std::uint8_t *buffer,

@@ -14,19 +14,9 @@
 #include "tcrypto/tcrypto.h"
 #include "ttd/format.h"
 #include "ttd/geometry.h"
+#include "ttd/io.h"
 
 struct ttd_lru_cache;
-
-// Where the engine reads from.  `read` returns 0 or an errno value; `destroy` ends
-// what the handle stands for (ttd_io_destroy frees the record itself, made with new).
-struct ttd_io {
-    int (*read)(ttd_io *io, std::int64_t offset, void *buffer, std::uint64_t length) = nullptr;
-    void (*destroy)(ttd_io *io) = nullptr;
-    void *handle = nullptr;
-};
-
-[[nodiscard]] int ttd_io_read(ttd_io *io, std::int64_t offset, void *buffer, std::uint64_t length);
-void ttd_io_destroy(ttd_io *io);  // null-safe
 
 inline constexpr unsigned TTD_DIGEST_SLOTS = 64;
 
@@ -44,12 +34,11 @@ struct ttd_ctx {
     ttd_info info;
     ttd_crypto crypto;
     int verbosity = 0;          // above 2 every step is traced
-    ttd_bytes zero_hash;        // digest(salt || zero data block), see ttd_hash_zero_block
     ttd_io *data_io = nullptr;  // owned by whoever set it
     ttd_io *hash_io = nullptr;
     ttd_lru_cache *hash_cache = nullptr;   // digests of hash blocks, by global index
     ttd_lru_cache *block_cache = nullptr;  // hash blocks, by global index
     talg_slab *hash_slab = nullptr;        // buffers of one hash
     talg_slab *block_slab = nullptr;       // buffers of one block
-    talg_bitmap *verified = nullptr;       // one bit a data block
+    talg_bitmap *verified = nullptr;       // one bit per data block
 };

@@ -4,18 +4,16 @@
 
 namespace {
 
-constexpr std::uint32_t FIRST_PURE_SIGNATURE = 3;
-
 // Row i holds code i + 1.
 constexpr const char *hash_names[] = {
     "sha1", "sha256", "sha512", "sha512-256", "blake2s256", "blake2b256", "blake2b512", "blake3",
 };
 
 constexpr ttd_signature_row signature_rows[] = {
-    {.option = "rsa-sha256", .signature = "rsa-with-sha256", .key = "rsa"},
-    {.option = "ecdsa-sha256", .signature = "ecdsa-with-sha256", .key = "ec"},
-    {.option = "eddsa-25519", .signature = "eddsa-pure", .key = "ed25519"},
-    {.option = "eddsa-448", .signature = "eddsa-pure", .key = "ed448"},
+    {.option = "rsa-sha256", .signature = "rsa-with-sha256", .key = "rsa", .pure = false},
+    {.option = "ecdsa-sha256", .signature = "ecdsa-with-sha256", .key = "ec", .pure = false},
+    {.option = "eddsa-25519", .signature = "eddsa-pure", .key = "ed25519", .pure = true},
+    {.option = "eddsa-448", .signature = "eddsa-pure", .key = "ed448", .pure = true},
 };
 
 }  // namespace
@@ -43,5 +41,6 @@ const ttd_signature_row *ttd_sig_row(std::uint32_t code) {
 }
 
 bool ttd_sig_is_pure(std::uint32_t code) {
-    return code >= FIRST_PURE_SIGNATURE;
+    const ttd_signature_row *row = ttd_sig_row(code);
+    return row && row->pure;
 }

@@ -73,6 +73,7 @@ struct ttd_signature_row {
     const char *option;
     const char *signature;
     const char *key;
+    bool pure;  // signs the message itself, not a SHA-256 digest of it
 };
 
 // The digest code 1..8 of a name (exact comparison), or 0.
@@ -83,8 +84,7 @@ struct ttd_signature_row {
 [[nodiscard]] std::uint32_t ttd_sig_type(const char *name);
 // The row of a signature code, or null.
 [[nodiscard]] const ttd_signature_row *ttd_sig_row(std::uint32_t code);
-// True for the codes whose algorithm signs the message itself and not a SHA-256
-// digest of it.
+// The `pure` column of a code's row; false for a code without one.
 [[nodiscard]] bool ttd_sig_is_pure(std::uint32_t code);
 
 // A power of two from 512 to 32768.

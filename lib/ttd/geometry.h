@@ -21,7 +21,7 @@ struct ttd_info {
     std::uint32_t hashes_per_block = 0;               // hash slots in a hash block
     std::uint32_t total_hashes = 0;                   // hash slots in the tree, used or not
     std::uint32_t hash_blocks = 0;                    // in the whole tree
-    std::uint32_t level_blocks[TTD_MAX_LEVELS] = {};  // hash blocks a level, level 0 above the data
+    std::uint32_t level_blocks[TTD_MAX_LEVELS] = {};  // hash blocks per level, level 0 above the data
     std::uint64_t tree_offset = 0;                    // input where level offsets are wanted, bytes
     std::uint64_t level_offset[TTD_MAX_LEVELS] = {};  // of each level's first hash block, bytes
     std::uint64_t tree_size = 0;                      // bytes, without the superblock
@@ -30,6 +30,10 @@ struct ttd_info {
     ttd_bytes root_hash;   // hash_size bytes
     ttd_bytes salt;        // fed to the digest before every block
     ttd_bytes empty_hash;  // digest(salt), hash_size bytes
+    ttd_bytes zero_hash;   // digest(salt || zero data block), see ttd_hash_zero_block
+    // Set by readers that know the image's size, see ttd_blocks_within: data blocks
+    // from this one on are not looked for, they fail as reads that fail.
+    std::uint32_t present_blocks = UINT32_MAX;
 };
 
 // Derives every derived field from the inputs.  EINVAL when an input is 0, the
@@ -54,6 +58,6 @@ void ttd_clean_info(ttd_info *info);
 using ttd_line_sink = void (*)(const char *line);
 void ttd_describe_info(const ttd_info &info, bool partition, ttd_line_sink sink);
 
-// Prints the record through the engine log at level 0, a call a line, without line
-// ends.  Bit 0 of `flags`: as a partition.
+// Prints the record through the engine log at level 0, one call per line, without
+// line ends.  Bit 0 of `flags`: as a partition.
 void ttd_print_info(const ttd_info *info, std::uint32_t flags);

@@ -29,11 +29,36 @@ std::size_t run_length(const std::uint8_t *data, std::size_t length, std::size_t
     return end - first;
 }
 
-int hash_data_blocks(const ttd_ctx &ctx, const std::uint8_t *data, std::size_t length, std::size_t count,
-                     tcrypto_ctx *digest, std::uint8_t *out) {
-    const int err =
-        tcrypto_digest_blocks(digest, ctx.info.salt.data(), ctx.info.salt.size(), data, length, count, out);
-    return err == TCRYPTO_OK ? 0 : ENXIO;
+// What a failing step is called in the log, in the order of tcrypto_digest_step.
+struct step_texts {
+    const char *operation;
+    const char *outcome;
+};
+constexpr step_texts steps[] = {
+    {"reset", "hash algorithm init failed\n"},
+    {"update", "salt hashing failed\n"},
+    {"update", "data hashing failed\n"},
+    {"finalize", "hash generation failed\n"},
+};
+
+int fail_operation(tcrypto_digest_step step, int err) {
+    return TTD_FAIL(ENXIO, "failed to %s digest algorithm (%s)\n", steps[step].operation,
+                    tcrypto_strerror(err));
+}
+
+int fail_step(tcrypto_digest_step step, int err) {
+    return TTD_FAIL(err, "%s", steps[step].outcome);
+}
+
+int hash_run(const ttd_info &info, const ttd_block_run &run, tcrypto_ctx *digest, std::uint8_t *out,
+             ttd_hash_failure &failure) {
+    tcrypto_block_failure at;
+    const int err = tcrypto_digest_blocks(digest, info.salt.data(), info.salt.size(), run.data, run.length,
+                                          run.count, out, &at);
+    if (err == TCRYPTO_OK)
+        return 0;
+    failure = {.block = at.block, .step = at.step, .err = err};
+    return ENXIO;
 }
 
 }  // namespace
@@ -93,71 +118,70 @@ void ttd_hash_done(tcrypto_ctx *digest) {
 }
 
 int ttd_hash_reset(tcrypto_ctx *digest) {
-    if (const int err = tcrypto_digest_init(digest); err != TCRYPTO_OK)
-        return TTD_FAIL(ENXIO, "failed to reset digest algorithm (%s)\n", tcrypto_strerror(err));
-    return 0;
+    const int err = tcrypto_digest_init(digest);
+    return err == TCRYPTO_OK ? 0 : fail_operation(TCRYPTO_STEP_INIT, err);
 }
 
 int ttd_hash_update(tcrypto_ctx *digest, const void *data, std::size_t length) {
-    if (const int err = tcrypto_digest_update(digest, data, length); err != TCRYPTO_OK)
-        return TTD_FAIL(ENXIO, "failed to update digest algorithm (%s)\n", tcrypto_strerror(err));
-    return 0;
+    const int err = tcrypto_digest_update(digest, data, length);
+    return err == TCRYPTO_OK ? 0 : fail_operation(TCRYPTO_STEP_DATA, err);
 }
 
 int ttd_hash_final(tcrypto_ctx *digest, std::uint8_t *out) {
-    if (const int err = tcrypto_digest_final(digest, out, nullptr); err != TCRYPTO_OK)
-        return TTD_FAIL(ENXIO, "failed to finalize digest algorithm (%s)\n", tcrypto_strerror(err));
-    return 0;
+    const int err = tcrypto_digest_final(digest, out, nullptr);
+    return err == TCRYPTO_OK ? 0 : fail_operation(TCRYPTO_STEP_FINAL, err);
 }
 
-int ttd_hash_block(ttd_ctx *ctx, const void *data, std::size_t length, tcrypto_ctx *digest,
+int ttd_hash_block(const ttd_ctx *ctx, const void *data, std::size_t length, tcrypto_ctx *digest,
                    std::uint8_t *out) {
     if (const int err = ttd_hash_reset(digest); err != 0)
-        return TTD_FAIL(err, "hash algorithm init failed\n");
+        return fail_step(TCRYPTO_STEP_INIT, err);
     if (const int err = ttd_hash_update(digest, ctx->info.salt.data(), ctx->info.salt.size()); err != 0)
-        return TTD_FAIL(err, "salt hashing failed\n");
+        return fail_step(TCRYPTO_STEP_SALT, err);
     if (data)
         if (const int err = ttd_hash_update(digest, data, length); err != 0)
-            return TTD_FAIL(err, "data hashing failed\n");
+            return fail_step(TCRYPTO_STEP_DATA, err);
     if (const int err = ttd_hash_final(digest, out); err != 0)
-        return TTD_FAIL(err, "hash generation failed\n");
+        return fail_step(TCRYPTO_STEP_FINAL, err);
     return 0;
 }
 
-int ttd_hash_blocks(ttd_ctx *ctx, const void *data, std::size_t length, std::size_t count,
-                    tcrypto_ctx *digest, std::uint8_t *out) {
-    if (const int err = ttd_hash_blocks_quietly(ctx, data, length, count, digest, out); err != 0)
-        return TTD_FAIL(err, "hash generation failed\n");
-    return 0;
-}
+int ttd_hash_blocks(const ttd_ctx *ctx, const ttd_block_run &run, tcrypto_ctx *digest, std::uint8_t *out,
+                    ttd_hash_failure *failure) {
+    const ttd_info &info = ctx->info;
+    if (!info.zero_hash || run.length != info.block_size)
+        return hash_run(info, run, digest, out, *failure);
 
-int ttd_hash_blocks_quietly(ttd_ctx *ctx, const void *data, std::size_t length, std::size_t count,
-                            tcrypto_ctx *digest, std::uint8_t *out) {
-    const auto *bytes = static_cast<const std::uint8_t *>(data);
-    if (!ctx->zero_hash || length != ctx->info.block_size)
-        return hash_data_blocks(*ctx, bytes, length, count, digest, out);
-
-    const std::size_t hash_size = ctx->info.hash_size;
-    for (std::size_t first = 0, run = 0; first < count; first += run) {
-        const bool zero = is_zero(bytes + first * length, length);
-        run = run_length(bytes, length, first, count, zero);
-        if (zero)
-            for (std::size_t i = first; i < first + run; ++i)
-                std::memcpy(out + i * hash_size, ctx->zero_hash.data(), hash_size);
-        else if (const int err = hash_data_blocks(*ctx, bytes + first * length, length, run, digest,
-                                                  out + first * hash_size);
-                 err != 0)
+    for (std::size_t first = 0, count = 0; first < run.count; first += count) {
+        const std::uint8_t *data = run.data + first * run.length;
+        const bool zero = is_zero(data, run.length);
+        count = run_length(run.data, run.length, first, run.count, zero);
+        if (zero) {
+            for (std::size_t i = first; i < first + count; ++i)
+                std::memcpy(out + i * info.hash_size, info.zero_hash.data(), info.hash_size);
+            continue;
+        }
+        const ttd_block_run part = {.data = data, .length = run.length, .count = count};
+        if (const int err = hash_run(info, part, digest, out + first * info.hash_size, *failure); err != 0) {
+            failure->block += first;
             return err;
+        }
     }
     return 0;
 }
 
+int ttd_hash_report(const ttd_hash_failure &failure) {
+    return fail_step(failure.step, fail_operation(failure.step, failure.err));
+}
+
 int ttd_hash_zero_block(ttd_ctx *ctx, tcrypto_ctx *digest) {
+    ttd_bytes &hash = ctx->info.zero_hash;
     ttd_bytes block;
-    if (!block.allocate(ctx->info.block_size) || !ctx->zero_hash.allocate(ctx->info.hash_size))
+    if (!block.allocate(ctx->info.block_size) || !hash.allocate(ctx->info.hash_size))
         return TTD_FAIL(ENOMEM, "failed to allocate memory for the zero block hash\n");
-    const int err = ttd_hash_block(ctx, block.data(), block.size(), digest, ctx->zero_hash.data());
-    if (err != 0)
-        ctx->zero_hash.clear();
-    return err;
+    if (const int err = ttd_hash_block(ctx, block.data(), block.size(), digest, hash.data()); err != 0) {
+        hash.clear();
+        return err;
+    }
+    return 0;
 }

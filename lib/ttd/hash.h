@@ -9,7 +9,7 @@
 
 // Selects the digest and signature rows of ctx->superblock, starts the crypto
 // library and sets info.hash_size.  EINVAL for an unknown code, EOPNOTSUPP when the
-// library does not start, ENOENT when the digest is not to be had.  Logs.
+// library does not start, ENOENT when no provider has the digest.  Logs.
 [[nodiscard]] int ttd_tcrypto_init(ttd_ctx *ctx);
 // Releases the cached digest contexts and the library; nothing when not started.
 void ttd_tcrypto_uninit(ttd_ctx *ctx);
@@ -27,19 +27,32 @@ void ttd_hash_done(tcrypto_ctx *digest);
 // Writes digest(salt || data) to `out`, hash_size bytes.  Null data hashes the salt
 // alone (the empty hash).  `digest` is the calling thread's context.  ENXIO when a
 // crypto step fails (`out` is then undefined); logs that step.
-[[nodiscard]] int ttd_hash_block(ttd_ctx *ctx, const void *data, std::size_t length, tcrypto_ctx *digest,
-                                 std::uint8_t *out);
+[[nodiscard]] int ttd_hash_block(const ttd_ctx *ctx, const void *data, std::size_t length,
+                                 tcrypto_ctx *digest, std::uint8_t *out);
 
-// The same for `count` blocks of `length` bytes that lie one after the other; the
-// hashes are packed at `out`.  Blocks of zeros take the remembered hash when there
-// is one for this length.
-[[nodiscard]] int ttd_hash_blocks(ttd_ctx *ctx, const void *data, std::size_t length, std::size_t count,
-                                  tcrypto_ctx *digest, std::uint8_t *out);
+// Blocks of `length` bytes that lie one after the other.
+struct ttd_block_run {
+    const std::uint8_t *data = nullptr;  // borrowed
+    std::size_t length = 0;              // of a block, bytes
+    std::size_t count = 0;
+};
 
-// The same without a message, for several threads at once.
-[[nodiscard]] int ttd_hash_blocks_quietly(ttd_ctx *ctx, const void *data, std::size_t length,
-                                          std::size_t count, tcrypto_ctx *digest, std::uint8_t *out);
+// The first block of a run that could not be hashed.
+struct ttd_hash_failure {
+    std::size_t block = 0;  // index in the run; the hashes before it are there
+    tcrypto_digest_step step = TCRYPTO_STEP_INIT;
+    int err = TCRYPTO_OK;
+};
 
-// Remembers digest(salt || zero data block) in ctx->zero_hash.  Called in set-up,
+// Hashes a run of blocks as ttd_hash_block would one by one; the hashes are packed at
+// `out`.  Blocks of zeros take the remembered hash when there is one for this length.
+// ENXIO: `failure` says where it stopped.  Does not log, so that any thread may call it
+// with its own digest context.
+[[nodiscard]] int ttd_hash_blocks(const ttd_ctx *ctx, const ttd_block_run &run, tcrypto_ctx *digest,
+                                  std::uint8_t *out, ttd_hash_failure *failure);
+// Logs what ttd_hash_block logs of such a failure and returns its result, ENXIO.
+[[nodiscard]] int ttd_hash_report(const ttd_hash_failure &failure);
+
+// Remembers digest(salt || zero data block) in info.zero_hash.  Called in set-up,
 // once salt and block size are known.  ENOMEM (logs), ENXIO.
 [[nodiscard]] int ttd_hash_zero_block(ttd_ctx *ctx, tcrypto_ctx *digest);

@@ -12,14 +12,9 @@ bool is_partition(const ttd_superblock &superblock) {
     return (superblock.flags & TTD_FLAG_PARTITION) != 0;
 }
 
-// The limits of the format that the geometry itself would let through.
-bool sizes_are_sane(const ttd_superblock &superblock, const ttd_info &info) {
-    return ttd_is_block_size(info.block_size) && ttd_is_block_size(info.hash_block_size) &&
-           info.covered_size >= superblock.fssize;
-}
-
-int derive_geometry(const ttd_superblock &superblock, ttd_info &info) {
-    if (!sizes_are_sane(superblock, info))
+// The limits of the format that the geometry itself would let through come first.
+int derive_geometry(ttd_info &info) {
+    if (!ttd_is_block_size(info.block_size) || !ttd_is_block_size(info.hash_block_size))
         return EINVAL;
     if (const int err = ttd_generate_info(&info); err != 0)
         return err;
@@ -33,7 +28,7 @@ int fill_record(const ttd_superblock &superblock, ttd_info &info) {
     if (!info.root_hash.assign({superblock.roothash, root_hash_size}))
         return TTD_FAIL(ENOMEM, "failed to allocate memory for root hash\n");
     info.by_block_size = libdivide::libdivide_u64_gen(info.block_size);
-    if (const int err = derive_geometry(superblock, info); err != 0)
+    if (const int err = derive_geometry(info); err != 0)
         return TTD_FAIL(err, "failed to generate merkle geometry info");
     return 0;
 }
@@ -46,12 +41,15 @@ int ttd_superblock2info(const ttd_superblock *superblock, ttd_info *info) {
     info->hash_block_size = superblock->hblksize;
     info->tree_offset = superblock->offset;
     info->empty_hash.clear();
+    info->zero_hash.clear();
+    info->present_blocks = UINT32_MAX;
     if (superblock->saltsize > TTD_MAX_SALT || superblock->saltsize < info->hash_size)
         return TTD_FAIL(EINVAL, "invalid salt size '%u'\n", superblock->saltsize);
-    const int err = fill_record(*superblock, *info);
-    if (err != 0)
+    if (const int err = fill_record(*superblock, *info); err != 0) {
         ttd_clean_info(info);
-    return err;
+        return err;
+    }
+    return 0;
 }
 
 bool ttd_superblock_fits(const ttd_superblock &superblock, const ttd_info &info, std::uint64_t image_size) {
@@ -82,7 +80,7 @@ void ttd_print_superblock(const ttd_superblock *superblock) {
 int ttd_check_rollback(const ttd_superblock *superblock, const char *text) {
     std::uint64_t minimum = 0;
     if (const int err = th_str_to_uint64(text, 10, &minimum); err != 0)
-        return TTD_FAIL(err, "invalid rollback value '%s'", text ? text : "");
+        return TTD_FAIL(err, "invalid rollback value '%s'", th_str(text));
     if (superblock->rollback >= minimum)
         return 0;
     return TTD_FAIL(EINVAL, "ttd anti-rollback violation detected (%lu < %lu)", superblock->rollback,

@@ -7,8 +7,8 @@
 
 // Fills the record from a superblock; info->hash_size is set beforehand (see
 // ttd_tcrypto_init).  The superblock may be signed and still hostile: block sizes
-// outside the format, a covered area smaller than the inner image, and every count
-// or offset that wraps are refused.  EINVAL or ENOMEM, the record is then clean;
+// outside the format and every count or offset that wraps are refused; areas that lie
+// outside the image are not, see ttd_blocks_within.  EINVAL or ENOMEM, the record is then clean;
 // logs.  A block size of 0 is fatal to the divider, which ends the process.
 [[nodiscard]] int ttd_superblock2info(const ttd_superblock *superblock, ttd_info *info);
 
@@ -18,7 +18,7 @@
 [[nodiscard]] bool ttd_superblock_fits(const ttd_superblock &superblock, const ttd_info &info,
                                        std::uint64_t image_size);
 
-// Debug dump through the engine log at level 0, a call a line, without line ends.
+// Debug dump through the engine log at level 0, one call per line, without line ends.
 void ttd_print_superblock(const ttd_superblock *superblock);
 
 // Refuses an image whose version is below the decimal number in `text`: EINVAL, as

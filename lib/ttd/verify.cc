@@ -1,15 +1,13 @@
 #include "ttd/verify.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 
 #include "ttd/caches.h"
 #include "ttd/engine_log.h"
 #include "ttd/hash.h"
-#include "ttd/verify_range.h"
+#include "ttd/path.h"
 
 namespace {
 
@@ -54,10 +52,8 @@ private:
 // The proof of one data block.
 class block_walk {
 public:
-    block_walk(ttd_ctx &ctx, std::uint32_t block, tcrypto_ctx *digest, ttd_mismatch_function callback,
-               void *arg)
-        : ctx_(ctx), block_(block), digest_(digest), callback_(callback), arg_(arg),
-          tracing_(ctx.verbosity > 2) {}
+    block_walk(ttd_ctx &ctx, std::uint32_t block, tcrypto_ctx *digest, const ttd_listener &listener)
+        : ctx_(ctx), block_(block), digest_(digest), listener_(listener), tracing_(ttd_is_tracing(ctx)) {}
 
     [[nodiscard]] int run(const void *data) {
         if (!expected_.allocate(ctx_.hash_slab))
@@ -139,40 +135,29 @@ private:
         return std::memcmp(expected_.data(), computed, ctx_.info.hash_size) == 0;
     }
 
-    void print_hashes(const std::uint8_t *computed) const {
-        ttd_print_hex_data("disk hash", expected_.data(), ctx_.info.hash_size);
-        ttd_print_hex_data("calc hash", computed, ctx_.info.hash_size);
-    }
-
     void trace_hashes(const char *label, const std::uint8_t *bytes, const std::uint8_t *computed) const {
         ttd_print_hex_data(label, bytes, ctx_.info.hash_size);
-        print_hashes(computed);
+        ttd_print_hash_pair(ctx_, {expected_.data(), computed});
     }
 
     [[nodiscard]] int mismatch(const std::uint8_t *computed, std::uint8_t level, std::uint32_t hash_block,
                                std::int64_t offset) const {
-        if (!tracing_)
-            print_hashes(computed);
-        ttd_log(TTD_LOG_ERROR, "Hash mismatch for data block %u (hash block %u) at level %u (offset: %ld)\n",
-                block_, hash_block, level, offset);
-        const ttd_mismatch report = {level, block_, hash_block, offset};
-        if (callback_)
-            callback_(arg_, &report);
-        return EIO;
+        return ttd_report_mismatch(ctx_, {expected_.data(), computed}, {level, block_, hash_block, offset},
+                                   listener_);
     }
 
     ttd_ctx &ctx_;
     const std::uint32_t block_;
     tcrypto_ctx *const digest_;
-    const ttd_mismatch_function callback_;
-    void *const arg_;
+    const ttd_listener listener_;
     const bool tracing_;
     block_buffer expected_;
 };
 
-// The bit may be asked for the index just past the last block, which has none.
+// The index just past the last block has no bit, nor has one that is not present.
 bool is_verified(const ttd_ctx &ctx, std::uint32_t block) {
-    return ctx.verified && block < ctx.info.raw_blocks && talg_bitmap_isset(ctx.verified, block);
+    return ctx.verified && block < talg_bitmap_capacity(ctx.verified) &&
+           talg_bitmap_isset(ctx.verified, block);
 }
 
 bool is_known_good(const ttd_ctx &ctx, std::uint32_t block, const ttd_range *range) {
@@ -182,41 +167,13 @@ bool is_known_good(const ttd_ctx &ctx, std::uint32_t block, const ttd_range *ran
 
 }  // namespace
 
-int ttd_io_read(ttd_io *io, std::int64_t offset, void *buffer, std::uint64_t length) {
-    return io->read(io, offset, buffer, length);
-}
-
-void ttd_io_destroy(ttd_io *io) {
-    if (!io)
-        return;
-    io->destroy(io);
-    delete io;
-}
-
 int ttd_create_vblkbitmap(ttd_ctx *ctx) {
-    return talg_bitmap_create(&ctx->verified, ctx->info.raw_blocks);
+    return talg_bitmap_create(&ctx->verified, std::min(ctx->info.raw_blocks, ctx->info.present_blocks));
 }
 
 void ttd_free_vblkbitmap(ttd_ctx *ctx) {
     talg_bitmap_destroy(ctx->verified);
     ctx->verified = nullptr;
-}
-
-ttd_path_step ttd_path_step_at(const ttd_info &info, std::uint32_t block, unsigned level) {
-    std::uint32_t below = 0;    // hash blocks of all lower levels
-    std::uint64_t covered = 1;  // data blocks under one hash of this level
-    for (unsigned lower = 0; lower < level; ++lower) {
-        below += info.level_blocks[lower];
-        covered *= info.hashes_per_block;
-    }
-    const auto entry = static_cast<std::uint32_t>(block / covered);
-    ttd_path_step step;
-    step.local = entry / info.hashes_per_block;
-    step.entry = entry % info.hashes_per_block;
-    step.global = below + step.local;
-    step.offset = static_cast<std::int64_t>(info.level_offset[level] +
-                                            std::uint64_t{step.local} * info.hash_block_size);
-    return step;
 }
 
 int ttd_setup_verify(const ttd_ctx *ctx, std::int64_t offset, std::uint64_t length, std::uint64_t max_length,
@@ -258,7 +215,7 @@ int ttd_verify_block(ttd_ctx *ctx, std::uint32_t block, const ttd_range *range, 
         return EINVAL;
     if (is_known_good(*ctx, block, range))
         return 0;
-    const int err = block_walk(*ctx, block, digest, callback, arg).run(data);
+    const int err = block_walk(*ctx, block, digest, {callback, arg}).run(data);
     if (ctx->verified) {
         if (err == 0)
             talg_bitmap_set(ctx->verified, block);

@@ -9,27 +9,23 @@
 #include <cstdint>
 
 #include "ttd/engine.h"
+#include "ttd/mismatch.h"
+
+// Told, in order, of each `count` blocks from `first` on that are dealt with.
+using ttd_passed_function = void (*)(void *arg, std::uint32_t first, std::uint32_t count);
 
 // A byte request, turned into blocks by ttd_setup_verify.
 struct ttd_range {
-    std::uint32_t first = 0;           // data block
-    std::uint32_t end = 0;             // one past the last
-    std::uint64_t aligned_offset = 0;  // of the first block, bytes
-    std::uint64_t aligned_length = 0;  // bytes, possibly cut to the caller's maximum
-    std::uint64_t skip = 0;            // requested offset - aligned offset
-    std::uint64_t count = 0;           // requested bytes that the aligned buffer holds
-    talg_bitmap *bitmap = nullptr;     // optional, borrowed; bit i: block first + i
+    std::uint32_t first = 0;               // data block
+    std::uint32_t end = 0;                 // one past the last
+    std::uint64_t aligned_offset = 0;      // of the first block, bytes
+    std::uint64_t aligned_length = 0;      // bytes, possibly cut to the caller's maximum
+    std::uint64_t skip = 0;                // requested offset - aligned offset
+    std::uint64_t count = 0;               // requested bytes that the aligned buffer holds
+    talg_bitmap *bitmap = nullptr;         // optional, borrowed; bit i: block first + i
+    ttd_passed_function passed = nullptr;  // optional: told what ttd_verify_range is done with
+    void *passed_arg = nullptr;
 };
-
-// What a mismatch callback is told.
-struct ttd_mismatch {
-    std::uint8_t level = 0;
-    std::uint32_t data_block = 0;
-    std::uint32_t hash_block = 0;  // within its level; 0 for a data block itself
-    std::int64_t offset = 0;       // in the image, bytes
-};
-
-using ttd_mismatch_function = void (*)(void *arg, const ttd_mismatch *report);
 
 // EINVAL for a negative offset.  A request of no bytes, or at or beyond the end of
 // the inner image, sets count to 0 and leaves the other fields.
@@ -44,12 +40,6 @@ using ttd_mismatch_function = void (*)(void *arg, const ttd_mismatch *report);
                                    tcrypto_ctx *digest, const void *data, ttd_mismatch_function callback,
                                    void *arg);
 
-// Proves every block of the range, in order, whatever happens to the others.
-// `data`, which may be null, is the aligned buffer of the range's blocks.  EIO when
-// any block failed.  Long ranges take a faster way with the same outcome.
-[[nodiscard]] int ttd_verify_range(ttd_ctx *ctx, const ttd_range *range, tcrypto_ctx *digest,
-                                   const void *data, ttd_mismatch_function callback, void *arg);
-
-// One bit for every data block.  The bitmap's error.
+// One bit for every data block that is present.  The bitmap's error.
 [[nodiscard]] int ttd_create_vblkbitmap(ttd_ctx *ctx);
 void ttd_free_vblkbitmap(ttd_ctx *ctx);

@@ -1,9 +1,3 @@
-// The fast way through a long range.  The plain walk proves one block from the
-// root down; neighbouring blocks share all of that path but its end.  So the proven
-// hash blocks of the current path are kept, only what changes is proven again, and
-// the data blocks under one level-0 hash block are hashed together.  Whatever does
-// not match goes through the plain walk, which reports it.
-
 #include "ttd/verify_range.h"
 
 #include <algorithm>
@@ -13,193 +7,187 @@
 #include <new>
 
 #include "ttd/hash.h"
-#include "ttd/verify.h"
+#include "ttd/proven_path.h"
 
 namespace {
 
-// Data is read and hashed in pieces of about this many bytes.
-constexpr std::size_t PIECE_SIZE = 256 * 1024;
-// Shorter ranges are left to the plain walk and its caches.
-constexpr std::uint32_t FAST_MINIMUM = 16;
+// Data is read and hashed in rounds of about this many bytes.
+constexpr std::size_t ROUND_SIZE = 256 * 1024;
 
-// The proven hash blocks from the root down to level 1, and a window of neighbouring
-// level-0 blocks, which are read and hashed together.
-class proven_path {
+// What became of hashing one data block, to be told when its turn has come.
+struct block_outcome {
+    enum {
+        HASHED,
+        NOT_READ,
+        NOT_HASHED
+    } state = HASHED;
+    ttd_hash_failure failure;  // when not hashed
+};
+
+// The computed hashes of the data blocks of one round.  Silent, and without a look at
+// the tree: parts of a round may be hashed by different threads, each with its own
+// digest context.
+class round_hashes {
 public:
-    proven_path(ttd_ctx &ctx, tcrypto_ctx *digest) : ctx_(ctx), digest_(digest) {}
+    // `data` is where block `first_of_range` lies, or null: blocks are read.
+    round_hashes(const ttd_ctx &ctx, const std::uint8_t *data, std::uint32_t first_of_range)
+        : ctx_(ctx), data_(data), first_of_range_(first_of_range) {}
 
-    [[nodiscard]] bool allocate() {
-        const std::size_t block = ctx_.info.hash_block_size;
-        return blocks_.allocate(std::size_t{ctx_.info.levels} * block) &&
-               window_.allocate(window_room() * block) &&
-               computed_.allocate(window_room() * ctx_.info.hash_size);
+    [[nodiscard]] bool allocate(std::uint32_t count) {
+        outcomes_.reset(new (std::nothrow) block_outcome[count]);
+        return outcomes_ && hashes_.allocate(std::size_t{count} * ctx_.info.hash_size) &&
+               (data_ || buffer_.allocate(std::size_t{count} * ctx_.info.block_size));
     }
 
-    // The hashes of the data blocks from `block` on that share its level-0 hash
-    // block, or null when the path does not prove.
-    [[nodiscard]] const std::uint8_t *hashes_from(std::uint32_t block) {
-        const ttd_path_step step = ttd_path_step_at(ctx_.info, block, 0);
-        if (!window_holds(step.local) && !load_window(block, step))
-            return nullptr;
-        const std::size_t index = step.local - window_first_;
-        const std::uint8_t *hash_block = window_.data() + index * ctx_.info.hash_block_size;
-        return matches(index) ? hash_block + std::size_t{step.entry} * ctx_.info.hash_size : nullptr;
+    void begin(std::uint32_t first) { first_ = first; }
+
+    // Hashes the round's blocks `from` to `to`.
+    void hash_part(std::uint32_t from, std::uint32_t to, tcrypto_ctx *digest) {
+        for (std::uint32_t i = from; i < to; ++i)
+            outcomes_[i].state = data_ || read(i) ? block_outcome::HASHED : block_outcome::NOT_READ;
+        while (from < to) {
+            if (outcomes_[from].state == block_outcome::NOT_READ) {
+                ++from;
+                continue;
+            }
+            std::uint32_t end = from + 1;
+            while (end < to && outcomes_[end].state != block_outcome::NOT_READ)
+                ++end;
+            from = hash_run(from, end, digest);
+        }
+    }
+
+    [[nodiscard]] const block_outcome &outcome(std::uint32_t i) const { return outcomes_[i]; }
+    [[nodiscard]] const std::uint8_t *hash(std::uint32_t i) const {
+        return hashes_.data() + std::size_t{i} * ctx_.info.hash_size;
     }
 
 private:
-    [[nodiscard]] std::size_t window_room() const { return PIECE_SIZE / ctx_.info.hash_block_size; }
-
-    [[nodiscard]] bool window_holds(std::uint32_t local) const {
-        return local >= window_first_ && local - window_first_ < window_count_;
+    [[nodiscard]] std::uint64_t offset(std::uint32_t block) const {
+        return std::uint64_t{block} * ctx_.info.block_size;
+    }
+    [[nodiscard]] const std::uint8_t *bytes(std::uint32_t i) const {
+        return data_ ? data_ + offset(first_ - first_of_range_ + i) : buffer_.data() + offset(i);
     }
 
-    [[nodiscard]] bool matches(std::size_t index) const {
-        const std::size_t at = index * ctx_.info.hash_size;
-        return std::memcmp(computed_.data() + at, window_expected_ + at, ctx_.info.hash_size) == 0;
+    [[nodiscard]] bool read(std::uint32_t i) {
+        const auto at = static_cast<std::int64_t>(offset(first_ + i));
+        return ttd_io_read(ctx_.data_io, at, buffer_.data() + offset(i), ctx_.info.block_size) == 0;
     }
 
-    // Level-0 blocks from this one on, as far as they share the block above them.
-    [[nodiscard]] bool load_window(std::uint32_t block, const ttd_path_step &step) {
-        window_count_ = 0;
-        const std::uint8_t *expected = expected_at_level_0(block);
-        if (!expected || step.local >= ctx_.info.level_blocks[0])
-            return false;
-        const std::uint32_t under_parent =
-            ctx_.info.hashes_per_block - step.local % ctx_.info.hashes_per_block;
-        const std::size_t count =
-            std::min<std::size_t>({window_room(), under_parent, ctx_.info.level_blocks[0] - step.local});
-        const std::size_t size = ctx_.info.hash_block_size;
-        if (ttd_io_read(ctx_.hash_io, step.offset, window_.data(), count * size) != 0 ||
-            ttd_hash_blocks(&ctx_, window_.data(), size, count, digest_, computed_.data()) != 0)
-            return false;
-        window_expected_ = expected;
-        window_first_ = step.local;
-        window_count_ = count;
-        return true;
+    // Gives the first block that is left.
+    [[nodiscard]] std::uint32_t hash_run(std::uint32_t from, std::uint32_t to, tcrypto_ctx *digest) {
+        const ttd_block_run run = {
+            .data = bytes(from), .length = ctx_.info.block_size, .count = std::size_t{to} - from};
+        std::uint8_t *out = hashes_.data() + std::size_t{from} * ctx_.info.hash_size;
+        ttd_hash_failure failure;
+        if (ttd_hash_blocks(&ctx_, run, digest, out, &failure) == 0)
+            return to;
+        const std::uint32_t failed = from + static_cast<std::uint32_t>(failure.block);
+        outcomes_[failed] = {.state = block_outcome::NOT_HASHED, .failure = failure};
+        return failed + 1;
     }
 
-    // The hash that the levels above hold of the block's level-0 hash block, and
-    // behind it those of its neighbours; null when they do not prove.
-    [[nodiscard]] const std::uint8_t *expected_at_level_0(std::uint32_t block) {
-        const std::uint8_t *expected = ctx_.info.root_hash.data();
-        for (unsigned level = ctx_.info.levels; level-- > 1;) {
-            const ttd_path_step step = ttd_path_step_at(ctx_.info, block, level);
-            if (!prove(level, step, expected))
-                return nullptr;
-            expected = at(level) + std::size_t{step.entry} * ctx_.info.hash_size;
-        }
-        return expected;
-    }
-
-    [[nodiscard]] std::uint8_t *at(unsigned level) {
-        return blocks_.data() + std::size_t{level} * ctx_.info.hash_block_size;
-    }
-
-    [[nodiscard]] bool prove(unsigned level, const ttd_path_step &step, const std::uint8_t *expected) {
-        if (valid_[level] && local_[level] == step.local)
-            return true;
-        // A new block here makes every block below it unproven.
-        std::fill(valid_, valid_ + level + 1, false);
-        if (ttd_io_read(ctx_.hash_io, step.offset, at(level), ctx_.info.hash_block_size) != 0 ||
-            ttd_hash_block(&ctx_, at(level), ctx_.info.hash_block_size, digest_, computed_.data()) != 0 ||
-            std::memcmp(computed_.data(), expected, ctx_.info.hash_size) != 0)
-            return false;
-        valid_[level] = true;
-        local_[level] = step.local;
-        return true;
-    }
-
-    ttd_ctx &ctx_;
-    tcrypto_ctx *const digest_;
-    ttd_bytes blocks_;  // one a level; level 0 has the window instead
-    bool valid_[TTD_MAX_LEVELS] = {};
-    std::uint32_t local_[TTD_MAX_LEVELS] = {};
-    ttd_bytes window_;                               // level-0 blocks
-    ttd_bytes computed_;                             // their hashes
-    const std::uint8_t *window_expected_ = nullptr;  // what the level above says of them
-    std::uint32_t window_first_ = 0;
-    std::size_t window_count_ = 0;
+    const ttd_ctx &ctx_;
+    const std::uint8_t *const data_;
+    const std::uint32_t first_of_range_;
+    std::uint32_t first_ = 0;
+    std::unique_ptr<block_outcome[]> outcomes_;
+    ttd_bytes hashes_;
+    ttd_bytes buffer_;  // the round's data, where the caller brought none
 };
 
+// Hashes come first, round by round, then in the order of the blocks their paths,
+// comparisons and reports.
 class range_verifier {
 public:
     range_verifier(ttd_ctx &ctx, const ttd_range &range, tcrypto_ctx *digest, const void *data,
-                   ttd_mismatch_function callback, void *arg)
+                   const ttd_listener &listener)
         : ctx_(ctx), range_(range), digest_(digest), data_(static_cast<const std::uint8_t *>(data)),
-          callback_(callback), arg_(arg), path_(ctx, digest) {}
+          listener_(listener), end_(last_to_try()),
+          path_(ctx, digest, listener, std::min(end_, ctx.info.raw_blocks)), round_(ctx, data_, range.first) {
+    }
 
     // True when every block is proven.
     [[nodiscard]] bool run() {
-        if (!fast_way_is_open())
-            return verify_each(range_.first, range_.end - range_.first, data_);
-        bool good = true;
-        for (std::uint32_t block = range_.first, n = 0; block < range_.end; block += n) {
-            n = blocks_in_piece(block);
-            good &= verify_piece(block, n);
+        bool good = end_ == range_.end;
+        const bool fast = fast_way_is_open();
+        for (std::uint32_t first = range_.first, n = 0; first < end_; first += n) {
+            n = std::min(round_blocks(), end_ - first);
+            good &= fast ? verify_round(first, n) : verify_each(first, n);
+            if (range_.passed)
+                range_.passed(range_.passed_arg, first, n);
         }
         return good;
     }
 
 private:
+    // One past the last block that is worth a look: the index just behind the last
+    // block is walked like any other.
+    [[nodiscard]] std::uint32_t last_to_try() const {
+        const std::uint64_t known =
+            std::min<std::uint64_t>(std::uint64_t{ctx_.info.raw_blocks} + 1, ctx_.info.present_blocks);
+        return std::max(range_.first, static_cast<std::uint32_t>(std::min<std::uint64_t>(range_.end, known)));
+    }
+
+    [[nodiscard]] std::uint32_t round_blocks() const {
+        return static_cast<std::uint32_t>(ROUND_SIZE / ctx_.info.block_size);
+    }
+
     // Tracing wants every step in order; a range bitmap wants its look-ups.
     [[nodiscard]] bool fast_way_is_open() {
-        const std::size_t piece = std::size_t{piece_blocks()};
-        return ctx_.verbosity <= 2 && !range_.bitmap && range_.end - range_.first >= FAST_MINIMUM &&
-               path_.allocate() && hashes_.allocate(piece * ctx_.info.hash_size) &&
-               (data_ || buffer_.allocate(piece * ctx_.info.block_size));
+        const std::uint32_t count = end_ - range_.first;
+        return !ttd_is_tracing(ctx_) && !range_.bitmap && count > 1 && path_.allocate(count) &&
+               round_.allocate(std::min(round_blocks(), count));
     }
 
-    [[nodiscard]] std::uint32_t piece_blocks() const {
-        const auto by_size = static_cast<std::uint32_t>(PIECE_SIZE / ctx_.info.block_size);
-        return std::min(by_size, ctx_.info.hashes_per_block);
-    }
-
-    // Up to the end of the range, of its level-0 hash block, and of a piece.  The
-    // index just past the last block has no hash block of its own to share.
-    [[nodiscard]] std::uint32_t blocks_in_piece(std::uint32_t block) const {
-        const std::uint32_t under_hash_block =
-            ctx_.info.hashes_per_block - block % ctx_.info.hashes_per_block;
-        return std::min({range_.end - block, under_hash_block, piece_blocks()});
-    }
-
-    [[nodiscard]] bool verify_piece(std::uint32_t first, std::uint32_t count) {
-        const std::uint8_t *expected = path_.hashes_from(first);
-        const std::uint8_t *data = expected ? piece_data(first, count) : nullptr;
-        if (!data || ttd_hash_blocks(&ctx_, data, ctx_.info.block_size, count, digest_, hashes_.data()) != 0)
-            return verify_each(first, count, caller_data(first));
-        const std::size_t hash_size = ctx_.info.hash_size;
+    [[nodiscard]] bool verify_round(std::uint32_t first, std::uint32_t count) {
+        round_.begin(first);
+        round_.hash_part(0, count, digest_);
         bool good = true;
         for (std::uint32_t i = 0; i < count; ++i) {
-            if (std::memcmp(hashes_.data() + i * hash_size, expected + i * hash_size, hash_size) == 0)
-                mark_verified(first + i);
-            else
-                good &= verify_each(first + i, 1, caller_data(first + i));
+            // The index just behind the last block may lie under no hash block.
+            const bool proven =
+                first + i < ctx_.info.raw_blocks ? verify_hashed(first + i, i) : verify_each(first + i, 1);
+            good &= proven;
         }
         return good;
     }
 
-    [[nodiscard]] const std::uint8_t *caller_data(std::uint32_t block) const {
-        return data_ ? data_ + std::uint64_t{block - range_.first} * ctx_.info.block_size : nullptr;
+    [[nodiscard]] bool verify_hashed(std::uint32_t block, std::uint32_t i) {
+        const bool proven = is_proven(block, i);
+        if (ctx_.verified) {
+            if (proven)
+                talg_bitmap_set(ctx_.verified, block);
+            else
+                talg_bitmap_unset(ctx_.verified, block);
+        }
+        return proven;
     }
 
-    [[nodiscard]] const std::uint8_t *piece_data(std::uint32_t first, std::uint32_t count) {
-        if (data_)
-            return caller_data(first);
-        const auto offset = static_cast<std::int64_t>(std::uint64_t{first} * ctx_.info.block_size);
-        const std::uint64_t length = std::uint64_t{count} * ctx_.info.block_size;
-        return ttd_io_read(ctx_.data_io, offset, buffer_.data(), length) == 0 ? buffer_.data() : nullptr;
+    [[nodiscard]] bool is_proven(std::uint32_t block, std::uint32_t i) {
+        const std::uint8_t *expected = path_.hash_of(block);
+        if (!expected)
+            return false;
+        const block_outcome &outcome = round_.outcome(i);
+        if (outcome.state == block_outcome::NOT_HASHED)
+            return ttd_hash_report(outcome.failure) == 0;
+        if (outcome.state == block_outcome::NOT_READ)
+            return false;
+        const std::uint8_t *computed = round_.hash(i);
+        if (std::memcmp(expected, computed, ctx_.info.hash_size) == 0)
+            return true;
+        const auto offset = static_cast<std::int64_t>(std::uint64_t{block} * ctx_.info.block_size);
+        return ttd_report_mismatch(ctx_, {expected, computed}, {0, block, 0, offset}, listener_) == 0;
     }
 
-    void mark_verified(std::uint32_t block) {
-        if (ctx_.verified)
-            talg_bitmap_set(ctx_.verified, block);
-    }
-
-    [[nodiscard]] bool verify_each(std::uint32_t first, std::uint32_t count, const std::uint8_t *data) {
+    [[nodiscard]] bool verify_each(std::uint32_t first, std::uint32_t count) {
         bool good = true;
-        for (std::uint32_t i = 0; i < count; ++i) {
-            const std::uint8_t *block = data ? data + std::uint64_t{i} * ctx_.info.block_size : nullptr;
-            good &= ttd_verify_block(&ctx_, first + i, &range_, digest_, block, callback_, arg_) == 0;
+        for (std::uint32_t block = first; block < first + count; ++block) {
+            const std::uint64_t at = std::uint64_t{block - range_.first} * ctx_.info.block_size;
+            const std::uint8_t *bytes = data_ ? data_ + at : nullptr;
+            good &= ttd_verify_block(&ctx_, block, &range_, digest_, bytes, listener_.callback,
+                                     listener_.arg) == 0;
         }
         return good;
     }
@@ -208,11 +196,10 @@ private:
     const ttd_range &range_;
     tcrypto_ctx *const digest_;
     const std::uint8_t *const data_;
-    const ttd_mismatch_function callback_;
-    void *const arg_;
-    proven_path path_;
-    ttd_bytes hashes_;  // of the data blocks of one piece
-    ttd_bytes buffer_;  // the data of one piece, where the caller brought none
+    const ttd_listener listener_;
+    const std::uint32_t end_;
+    ttd_proven_path path_;
+    round_hashes round_;
 };
 
 }  // namespace
@@ -221,5 +208,5 @@ int ttd_verify_range(ttd_ctx *ctx, const ttd_range *range, tcrypto_ctx *digest, 
                      ttd_mismatch_function callback, void *arg) {
     if (range->first >= range->end)
         return 0;
-    return range_verifier(*ctx, *range, digest, data, callback, arg).run() ? 0 : EIO;
+    return range_verifier(*ctx, *range, digest, data, {callback, arg}).run() ? 0 : EIO;
 }

@@ -1,17 +1,12 @@
-// Inside of the verification engine: positions of hash blocks, shared by the walk
-// of a single block and the faster way through long ranges.
+// The proof of many neighbouring blocks.  The outcome is that of ttd_verify_block on
+// each of them: result, reports, texts, their order and the verified bits.
 #pragma once
 
-#include <cstdint>
+#include "ttd/verify.h"
 
-#include "ttd/geometry.h"
-
-// The hash block of one level on a data block's path.
-struct ttd_path_step {
-    std::uint32_t local = 0;   // index within its level
-    std::uint32_t global = 0;  // index in the tree, level 0 first: the caches' key
-    std::uint32_t entry = 0;   // slot in it of the hash that leads down to the data block
-    std::int64_t offset = 0;   // in the image, bytes
-};
-
-[[nodiscard]] ttd_path_step ttd_path_step_at(const ttd_info &info, std::uint32_t block, unsigned level);
+// Proves every block of the range, in order, whatever happens to the others.
+// `data`, which may be null, is the aligned buffer of the range's blocks, as far as
+// they are present.  EIO when any block failed.  Blocks that are not present (see
+// ttd_info) and indices above the block count fail by being counted.
+[[nodiscard]] int ttd_verify_range(ttd_ctx *ctx, const ttd_range *range, tcrypto_ctx *digest,
+                                   const void *data, ttd_mismatch_function callback, void *arg);

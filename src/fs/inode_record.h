@@ -14,6 +14,7 @@ enum mktfs_inode_type : std::int32_t {
     MKTFS_INODE_HLINK = 3,  // hard link
 };
 
+inline constexpr std::uint32_t MKTFS_ROOT_INO = 1;        // of the root of a tree that was read
 inline constexpr std::uint32_t MKTFS_INODE_INLINE = 0x1;  // contents given in the build file
 inline constexpr std::uint32_t MKTFS_INODE_TARGET = 0x2;  // a link's target was written explicitly
 

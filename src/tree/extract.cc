@@ -18,7 +18,6 @@ namespace {
 
 constexpr mode_t FOLDER_MODE = 0755;
 constexpr mode_t FILE_MODE = 0660;
-constexpr std::uint32_t ROOT_INO = 1;
 constexpr std::size_t DEFAULT_LINK_LIMIT = 4096;  // bytes, where the host names none
 
 // Calls a slot of the selected type; an empty one lacks the operation.
@@ -29,7 +28,7 @@ int call_backend(int (*mktfs_backend::*slot)(Parameters...), Arguments... argume
 }
 
 int extract_directory(mktfs_filesystem *, mktfs_inode *inode, mktfs_io *) {
-    if (inode->ino == ROOT_INO && !inode->parent)
+    if (inode->ino == MKTFS_ROOT_INO && !inode->parent)
         return 0;
     if (mkdir(inode->path.c_str(), FOLDER_MODE) != 0)
         return MKTFS_FAIL(errno, "creating dir '%s' failed\n", inode->path.c_str());

@@ -171,11 +171,13 @@ public:
     }
 
 private:
-    // What a worker needs.  It keeps the piece that failed, and does no more.
+    // What a worker needs, and its first failure.
     struct lane {
         ttd_bytes buffer;
         std::size_t failed_piece = SIZE_MAX;
-        fetched_run failed;
+        std::uint64_t failed_block = 0;
+        int read_error = 0;
+        ttd_hash_failure hash_failure;  // where reading did not fail
     };
 
     [[nodiscard]] bool allocate() {
@@ -203,9 +205,8 @@ private:
             traced_error_ = hash_one_by_one(run.first, fetched);
             if (traced_error_ != 0)
                 first_failed_ = piece;
-        } else if (fetched.error != 0 || hash_quietly(run, fetched, worker) != 0) {
+        } else if (hash_fetched(run.first, fetched, worker, mine) != 0) {
             mine.failed_piece = piece;
-            mine.failed = fetched;
             note_failure(piece);
         } else {
             note_progress(std::uint64_t{run.count} * source_.block_size(), worker);
@@ -225,17 +226,21 @@ private:
             source_.show_progress(hashed_.exchange(0));
     }
 
-    // The first piece that failed goes through the hash again, block after block, for
-    // the number of the block and the messages.
-    [[nodiscard]] int report_first_failure() {
+    [[nodiscard]] int report_first_failure() const {
         if (first_failed_ == SIZE_MAX || traced_error_ != 0)
             return traced_error_;
-        const std::uint64_t first = blocks_of(first_failed_).first;
-        for (unsigned i = 0; i < lane_count_; ++i)
-            if (lanes_[i].failed_piece == first_failed_)
-                if (const int err = hash_one_by_one(first, lanes_[i].failed); err != 0)
-                    return err;
-        return MKTFS_FAIL(ENXIO, "ttd: failed to hash data block %lu\n", first);
+        unsigned worker = 0;
+        while (lanes_[worker].failed_piece != first_failed_)
+            ++worker;
+        const lane &failed = lanes_[worker];
+        if (failed.read_error != 0)
+            return refuse_read(failed.failed_block, failed.read_error);
+        return MKTFS_FAIL(ttd_hash_report(failed.hash_failure), "ttd: failed to hash data block %lu\n",
+                          failed.failed_block);
+    }
+
+    [[nodiscard]] static int refuse_read(std::uint64_t index, int err) {
+        return MKTFS_FAIL(err, "ttd: failed to read data block '%lu' (%s)\n", index, strerror(err));
     }
 
     [[nodiscard]] std::uint8_t *slot(std::uint64_t index) const {
@@ -244,32 +249,43 @@ private:
                index % per_block * ctx_.info.hash_size;
     }
 
-    [[nodiscard]] int hash_quietly(const block_run &run, const fetched_run &fetched, unsigned worker) {
+    // A failure stays in the lane.
+    [[nodiscard]] int hash_fetched(std::uint64_t first, const fetched_run &fetched, unsigned worker,
+                                   lane &mine) {
         tcrypto_ctx *digest = digest_;
+        mine.failed_block = first;
         if (worker != 0)
             if (const int err = ttd_hash_init(&ctx_, &digest); err != 0)
                 return err;
-        const int err = hash_by_hash_block(run, fetched.bytes, digest);
+        int err = hash_by_hash_block(first, fetched, digest, mine);
         if (worker != 0)
             ttd_hash_done(digest);
+        if (err == 0 && fetched.error != 0) {
+            mine.failed_block = first + fetched.count;
+            mine.read_error = err = fetched.error;
+        }
         return err;
     }
 
     // Hashes lie side by side as far as a hash block goes.
-    [[nodiscard]] int hash_by_hash_block(const block_run &run, const std::uint8_t *bytes,
-                                         tcrypto_ctx *digest) {
+    [[nodiscard]] int hash_by_hash_block(std::uint64_t first, const fetched_run &fetched, tcrypto_ctx *digest,
+                                         lane &mine) {
         const std::uint64_t per_block = ctx_.info.hashes_per_block;
         const std::uint32_t size = source_.block_size();
         std::uint64_t count = 0;
-        for (std::uint64_t done = 0; done < run.count; done += count) {
-            const std::uint64_t index = run.first + done;
-            count = std::min(run.count - done, per_block - index % per_block);
-            if (!bytes)
-                fill_slots(slot(index), count, ctx_.zero_hash);
-            else if (const int err = ttd_hash_blocks_quietly(&ctx_, bytes + done * size, size, count, digest,
-                                                             slot(index));
-                     err != 0)
+        for (std::uint64_t done = 0; done < fetched.count; done += count) {
+            const std::uint64_t index = first + done;
+            count = std::min(fetched.count - done, per_block - index % per_block);
+            if (!fetched.bytes) {
+                fill_slots(slot(index), count, ctx_.info.zero_hash);
+                continue;
+            }
+            const ttd_block_run run = {.data = fetched.bytes + done * size, .length = size, .count = count};
+            if (const int err = ttd_hash_blocks(&ctx_, run, digest, slot(index), &mine.hash_failure);
+                err != 0) {
+                mine.failed_block = index + mine.hash_failure.block;
                 return err;
+            }
         }
         return 0;
     }
@@ -286,10 +302,7 @@ private:
             if (verbose > 3)
                 dump_hash(block, out, ctx_.info.hash_size);
         }
-        if (fetched.error == 0)
-            return 0;
-        return MKTFS_FAIL(fetched.error, "ttd: failed to read data block '%lu' (%s)\n", first + fetched.count,
-                          strerror(fetched.error));
+        return fetched.error == 0 ? 0 : refuse_read(first + fetched.count, fetched.error);
     }
 
     ttd_ctx &ctx_;

@@ -8,11 +8,10 @@
 #include "fs/filesystem_record.h"
 #include "io/io.h"
 #include "tree/inode.h"
-#include "ttd/format.h"
+#include "ttd/image_superblock.h"
 
 namespace {
 
-constexpr std::uint32_t ROOT_INO = 1;
 constexpr std::uint32_t IMAGE_INO = 2;
 constexpr char IMAGE_NAME[] = "fs.img";
 
@@ -21,11 +20,6 @@ ttd_superblock &mounted(const mktfs_filesystem &fs) {
 }
 
 }  // namespace
-
-int ttd_read_superblock(mktfs_io *image, ttd_superblock *superblock) {
-    const auto offset = static_cast<std::int64_t>(mktfs_io_size(image) - TTD_SUPERBLOCK_SIZE);
-    return mktfs_io_read(image, offset, superblock, sizeof *superblock);
-}
 
 int ttd_fsys_mount(mktfs_filesystem *fs, mktfs_io *image) {
     ttd_superblock &superblock = mounted(*fs);
@@ -42,13 +36,18 @@ int ttd_fsys_mount(mktfs_filesystem *fs, mktfs_io *image) {
 
 int ttd_fsys_readroot(mktfs_filesystem *, mktfs_io *, mktfs_inode *root) {
     root->type = MKTFS_INODE_DIR;
-    root->ino = ROOT_INO;
+    root->ino = MKTFS_ROOT_INO;
     root->nchildren = 1;
     return 0;
 }
 
-int ttd_fsys_readdir(mktfs_filesystem *, mktfs_io *, mktfs_inode *directory) {
-    return mktfs_inode_create(directory, IMAGE_INO, IMAGE_NAME, sizeof IMAGE_NAME - 1, MKTFS_INODE_FILE);
+int ttd_fsys_readdir(mktfs_filesystem *fs, mktfs_io *, mktfs_inode *directory) {
+    if (const int err =
+            mktfs_inode_create(directory, IMAGE_INO, IMAGE_NAME, sizeof IMAGE_NAME - 1, MKTFS_INODE_FILE);
+        err != 0)
+        return err;
+    mktfs_inode_find(&directory->children, IMAGE_NAME)->size = mounted(*fs).fssize;
+    return 0;
 }
 
 int ttd_fsys_readlnk(mktfs_filesystem *, mktfs_io *, mktfs_inode *, mktfs_io *) {

@@ -18,6 +18,3 @@ struct mktfs_io;
 // Copies the first fssize bytes of the image, or what there is of them.
 [[nodiscard]] int ttd_fsys_readfile(mktfs_filesystem *fs, mktfs_io *image, mktfs_inode *file,
                                     mktfs_io *output);
-
-// Reads the last 4096 bytes of an image.  The read's error; does not log.
-[[nodiscard]] int ttd_read_superblock(mktfs_io *image, struct ttd_superblock *superblock);

@@ -12,18 +12,15 @@
 #include "ttd/context.h"
 #include "ttd/engine_log.h"
 #include "ttd/hash.h"
+#include "ttd/image_superblock.h"
 #include "ttd/options.h"
-#include "ttd/read_access.h"
+#include "ttd/path.h"
 #include "ttd/signature.h"
 #include "ttd/stats.h"
 #include "ttd/superblock.h"
-#include "ttd/verify.h"
+#include "ttd/verify_range.h"
 
 namespace {
-
-// The image is proven in windows of this many bytes, and its pages are let go of
-// behind each.
-constexpr std::uint64_t WINDOW = 4 * 1024 * 1024;
 
 using ttd_io_ptr = th_handle<ttd_io, ttd_io_destroy>;
 using digest_ptr = th_handle<tcrypto_ctx, ttd_hash_done>;
@@ -38,6 +35,29 @@ void leave_image(ttd_io *) {}
 ttd_io *wrap_image(mktfs_io &image) {
     return new (std::nothrow) ttd_io{.read = read_image, .destroy = leave_image, .handle = &image};
 }
+
+// Tells the progress, and lets go of the pages behind the proof.
+class proof_follower {
+public:
+    proof_follower(mktfs_io &image, std::uint32_t block_size) : image_(image), block_size_(block_size) {}
+
+    static void passed(void *self, std::uint32_t first, std::uint32_t count) {
+        static_cast<proof_follower *>(self)->move_to(std::uint64_t{first} + count, count);
+    }
+
+private:
+    void move_to(std::uint64_t end, std::uint64_t count) {
+        mktfs_progress_add(count * block_size_);
+        if (end * block_size_ - dropped_ < MKTFS_IO_WINDOW)
+            return;
+        mktfs_io_drop(&image_, dropped_, end * block_size_ - dropped_);
+        dropped_ = end * block_size_;
+    }
+
+    mktfs_io &image_;
+    const std::uint64_t block_size_;
+    std::uint64_t dropped_ = 0;  // bytes of the image
+};
 
 // One verification, in the order of its steps; what a step made is released in the
 // reverse order when the object goes.
@@ -55,24 +75,31 @@ public:
         engine_.data_io = nullptr;
     }
 
-    [[nodiscard]] int run() {
-        using step = int (image_verifier::*)();
-        constexpr step steps[] = {
-            &image_verifier::read_superblock, &image_verifier::check_signature,
-            &image_verifier::derive_geometry, &image_verifier::prepare_buffers,
-            &image_verifier::open_image,      &image_verifier::verify_blocks,
-        };
+    [[nodiscard]] int run(const char *key_path) {
         engine_.verbosity = verbose;
-        for (const step next : steps)
-            if (const int err = (this->*next)(); err != 0)
-                return err;
-        return 0;
+        if (!key_path)
+            return MKTFS_FAIL(EINVAL, "ttd: missing -K option\n");
+        if (const int err = read_superblock(); err != 0)
+            return err;
+        if (const int err = ttd_tcrypto_init(&engine_); err != 0)
+            return err;
+        if (const int err = ttd_verify_superblock(&engine_.superblock, key_path); err != 0)
+            return MKTFS_FAIL(err, "ttd: superblock signature verification failed\n");
+        if (const int err = ttd_hash_init(&engine_, th_out(digest_)); err != 0)
+            return MKTFS_FAIL(err, "ttd: failed to initialize the hash state\n");
+        if (const int err = derive_geometry(); err != 0)
+            return err;
+        if (const int err = create_buffers(); err != 0)
+            return err;
+        if (const int err = ttd_hash_zero_block(&engine_, digest_.get()); err != 0)
+            return err;
+        if (const int err = open_image(); err != 0)
+            return err;
+        return verify_blocks();
     }
 
 private:
     [[nodiscard]] int read_superblock() {
-        if (!ttd_opts.key_path)
-            return MKTFS_FAIL(EINVAL, "ttd: missing -K option\n");
         if (verbose)
             mktfs_log(MKTFS_LOG_INFO, "ttd: reading superblock\n");
         if (const int err = ttd_read_superblock(&image_, &engine_.superblock); err != 0)
@@ -84,48 +111,35 @@ private:
         return 0;
     }
 
-    [[nodiscard]] int check_signature() {
-        if (const int err = ttd_tcrypto_init(&engine_); err != 0)
-            return err;
-        if (const int err = ttd_verify_superblock(&engine_.superblock, ttd_opts.key_path); err != 0)
-            return MKTFS_FAIL(err, "ttd: superblock signature verification failed\n");
-        if (const int err = ttd_hash_init(&engine_, th_out(digest_)); err != 0)
-            return MKTFS_FAIL(err, "ttd: failed to initialize the hash state\n");
-        return 0;
-    }
-
     [[nodiscard]] int derive_geometry() {
-        const ttd_superblock &superblock = engine_.superblock;
-        int err = ttd_superblock2info(&superblock, &engine_.info);
-        if (err == 0 && !ttd_superblock_fits(superblock, engine_.info, mktfs_io_size(&image_)))
-            err = EINVAL;
-        if (err != 0)
+        ttd_info &info = engine_.info;
+        if (const int err = ttd_superblock2info(&engine_.superblock, &info); err != 0)
             return MKTFS_FAIL(err, "ttd: failed to convert superblock params\n");
         if (verbose)
             mktfs_log(MKTFS_LOG_INFO, "ttd: generating merkle information\n");
-        if (err = ttd_generate_info(&engine_.info); err != 0)
+        if (const int err = ttd_generate_info(&info); err != 0)
             return MKTFS_FAIL(err, "ttd: failed to generate information\n");
-        if (verbose > 1) {
-            if ((superblock.flags & TTD_FLAG_PARTITION) != 0)
-                ttd_opts.flags |= TTD_OPT_PARTITION;
-            ttd_print_stats(&fs_);
-        }
+        info.present_blocks = ttd_blocks_within(info, mktfs_io_size(&image_));
+        if (verbose > 1)
+            print_stats();
         return 0;
     }
 
-    [[nodiscard]] std::size_t slots() const {
-        const std::uint32_t n = engine_.info.hash_blocks;
-        return n < 10 ? n : std::max<std::uint32_t>(10, n / 10);
+    // The printer knows a partition by the option alone, so the option follows the image.
+    void print_stats() {
+        if ((engine_.superblock.flags & TTD_FLAG_PARTITION) != 0)
+            ttd_opts.flags |= TTD_OPT_PARTITION;
+        ttd_print_stats(&fs_);
     }
 
-    [[nodiscard]] int prepare_buffers() {
-        if (const int err = ttd_create_slabs(&engine_, slots()); err != 0)
+    [[nodiscard]] int create_buffers() {
+        const std::uint32_t n = engine_.info.hash_blocks;
+        const std::size_t slots = n < 10 ? n : std::max<std::uint32_t>(10, n / 10);
+        if (const int err = ttd_create_slabs(&engine_, slots); err != 0)
             return err;
-        if (const int err = ttd_create_caches(&engine_, slots()); err != 0)
+        if (const int err = ttd_create_caches(&engine_, slots); err != 0)
             return err;
-        if (const int err = ttd_create_vblkbitmap(&engine_); err != 0)
-            return err;
-        return ttd_hash_zero_block(&engine_, digest_.get());
+        return ttd_create_vblkbitmap(&engine_);
     }
 
     [[nodiscard]] int open_image() {
@@ -140,37 +154,23 @@ private:
         return 0;
     }
 
+    // In place in the mapping, which holds all blocks that are present.
     [[nodiscard]] int verify_blocks() {
         if (verbose)
             mktfs_log(MKTFS_LOG_INFO, "ttd: verifying all data blocks\n");
         const std::uint64_t size = engine_.superblock.fssize;
+        // A hostile size may have more blocks than there are indices; they are absent.
+        const std::uint64_t indexed = std::min(size, std::uint64_t{UINT32_MAX} * engine_.info.block_size);
         ttd_range whole;
-        if (const int err = ttd_setup_verify(&engine_, 0, size, size, &whole); err != 0)
+        if (const int err = ttd_setup_verify(&engine_, 0, indexed, indexed, &whole); err != 0)
             return err;
         const mktfs_progress progress(size, 1);
-        const auto window_blocks = static_cast<std::uint32_t>(WINDOW / engine_.info.block_size);
-        int err = 0;
-        for (std::uint32_t first = whole.first; first < whole.end;) {
-            const std::uint32_t count = std::min(window_blocks, whole.end - first);
-            err |= verify_window(first, count);
-            first += count;
-        }
-        return err;
-    }
-
-    // In place in the mapping; only a last block that reaches past the image has to
-    // be read, and refused, by the engine.
-    [[nodiscard]] int verify_window(std::uint32_t first, std::uint32_t count) {
-        const std::uint64_t offset = std::uint64_t{first} * engine_.info.block_size;
-        const std::uint64_t length = std::uint64_t{count} * engine_.info.block_size;
-        const ttd_range window = {.first = first, .end = first + count};
-        const std::uint8_t *bytes = mktfs_io_buf(&image_);
-        const bool mapped = bytes && offset + length <= mktfs_io_size(&image_);
-        const int err = ttd_verify_range(&engine_, &window, digest_.get(), mapped ? bytes + offset : nullptr,
-                                         nullptr, nullptr);
-        mktfs_io_drop(&image_, offset, length);
-        mktfs_progress_add(length);
-        return err;
+        proof_follower follower(image_, engine_.info.block_size);
+        whole.passed = proof_follower::passed;
+        whole.passed_arg = &follower;
+        const int err =
+            ttd_verify_range(&engine_, &whole, digest_.get(), mktfs_io_buf(&image_), nullptr, nullptr);
+        return indexed < size ? EIO : err;
     }
 
     mktfs_filesystem &fs_;
@@ -185,5 +185,5 @@ private:
 }  // namespace
 
 int ttd_verify_filesystem(mktfs_filesystem *fs, mktfs_io *image) {
-    return image_verifier(*fs, *image).run();
+    return image_verifier(*fs, *image).run(ttd_opts.key_path);
 }

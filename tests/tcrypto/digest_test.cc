@@ -142,6 +142,63 @@ TEST_F(Digest, BlocksEqualTheOneByOneResult) {
     }
 }
 
+// A digest of one byte, the sum of all, whose steps fail when `steps_left` runs out.
+int steps_left;
+int step() {
+    return --steps_left == 0 ? TCRYPTO_E_INTERNAL : TCRYPTO_OK;
+}
+std::uint8_t sum;
+constexpr tcrypto_digest_ops SUM = {
+    .digest_size = 1,
+    .block_size = 1,
+    .init = [](void *) { return sum = 0, step(); },
+    .update =
+        [](void *, const void *data, std::size_t length) {
+            for (std::size_t i = 0; i < length; ++i)
+                sum = static_cast<std::uint8_t>(sum + static_cast<const std::uint8_t *>(data)[i]);
+            return step();
+        },
+    .final = [](void *, std::uint8_t *out, std::size_t *) { return *out = sum, step(); },
+};
+
+TEST_F(Digest, BlocksTellWhichStepOfWhichBlockFailed) {
+    tcrypto_algorithm plain = {.name = "sum", .kind = TCRYPTO_DIGEST, .digest = SUM};
+    plain.ctx_create = [](const tcrypto_algorithm *, void **) { return 0; };
+    plain.ctx_destroy = [](void *) {};
+    tcrypto_algorithm ahead = plain;
+    ahead.name[0] = 'r';
+    ahead.digest.blocks = [](void *, const void *, std::size_t, const void *, std::size_t, std::size_t,
+                             std::uint8_t *out) { return out[0] = out[1] = 9, std::size_t{2}; };
+    static const tcrypto_algorithm both[] = {plain, ahead};
+    ASSERT_EQ(tcrypto_bind_plugins(1), 0);
+    ASSERT_EQ(register_algorithm(&both[0]) | register_algorithm(&both[1]), 0);
+    const struct {
+        const char *digest;
+        int failing_step;
+        std::size_t block;
+        tcrypto_digest_step step;
+        bytes out;
+    } rows[] = {
+        {"sum", 0, 7, TCRYPTO_STEP_INIT, {11, 12, 13}},   {"sum", 1, 0, TCRYPTO_STEP_INIT, {0, 0, 0}},
+        {"sum", 2, 0, TCRYPTO_STEP_SALT, {0, 0, 0}},    {"sum", 7, 1, TCRYPTO_STEP_DATA, {11, 0, 0}},
+        {"sum", 12, 2, TCRYPTO_STEP_FINAL, {11, 12, 13}}, {"rum", 0, 7, TCRYPTO_STEP_INIT, {9, 9, 13}},
+        {"rum", 3, 2, TCRYPTO_STEP_DATA, {9, 9, 0}},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.digest) + ", step " + std::to_string(row.failing_step));
+        const tcrypto_ctx_ptr ctx = request(row.digest);
+        tcrypto_block_failure failure = {.block = 7};
+        bytes out(3);
+        steps_left = row.failing_step;
+        EXPECT_EQ(tcrypto_digest_blocks(ctx.get(), "\x0a", 1, "\1\2\3", 1, 3, out.data(), &failure),
+                  row.failing_step == 0 ? 0 : TCRYPTO_E_INTERNAL);
+        EXPECT_EQ(failure.block, row.block);
+        EXPECT_EQ(failure.step, row.step);
+        EXPECT_EQ(out, row.out);
+        EXPECT_EQ(tcrypto_digest_update(ctx.get(), "a", 1), TCRYPTO_E_STATE);
+    }
+}
+
 TEST(KernelsDeathTest, ServeTheirDigestUnlessSwitchedOff) {
     const auto count = [](auto found) { return std::ranges::count_if(digest_kernels(), found); };
     const auto served = [](auto *kernel) { return digest_kernel_for(kernel->digest) == kernel; };

@@ -14,8 +14,8 @@
 static bool lock_fails = false;
 
 static bool is_ours(const pthread_mutex_t *mutex) {
-    return mutex == &tcrypto_init_mutex.mutex || mutex == &tcrypto_library_mutex.mutex ||
-           mutex == &tcrypto_plugin_mutex.mutex;
+    return mutex == &tcrypto_init_mutex.handle || mutex == &tcrypto_library_mutex.handle ||
+           mutex == &tcrypto_plugin_mutex.handle;
 }
 
 FAILING_IF(lock_fails &&is_ours(mutex), int, pthread_mutex_lock, EAGAIN, (pthread_mutex_t * mutex), mutex)
@@ -119,7 +119,7 @@ TEST_F(failing_calls, NullArgumentsAreErrors) {
         answers_to_null(tcrypto_digest_final, digest.get(), out, nullptr),
         answers_to_null(tcrypto_digest, digest.get(), "m", 1, out, nullptr),
         answers_to_null(tcrypto_digest_copy, digest.get(), &made),
-        answers_to_null(tcrypto_digest_blocks, digest.get(), "s", 1, "m", 1, 1, out),
+        answers_to_null(tcrypto_digest_blocks, digest.get(), "s", 1, "m", 1, 1, out, nullptr),
         answers_to_null(tcrypto_rng_instantiate, random.get(), "p", 1),
         answers_to_null(tcrypto_rng_reseed, random.get(), "m", 1),
         answers_to_null(tcrypto_load_key_from_file, keys.get(), &key, "", 3, 3),

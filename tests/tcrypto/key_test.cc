@@ -2,6 +2,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <thread>
+
 #include "key_fixture.h"
 
 namespace {
@@ -91,12 +94,16 @@ TEST_F(key_test, RefusesEverythingElseAtOnce) {
         {"rsa", "empty", PRIVATE, PEM, -5, "tcrypto_static: key file empty [key.cc("},
         {"rsa", "pipe", PRIVATE, PEM, -5, "tcrypto_static: key file empty [key.cc("},
         {"rsa", "directory", PRIVATE, PEM, -5, ": unable to read key from file '@' (Is a directory) ["},
+        {"rsa", "/dev/null", PRIVATE, PEM, -5, "tcrypto_static: key file empty [key.cc("},
+        {"rsa", "/dev/zero", PRIVATE, PEM, -5, ": unable to read key from file '@' (File too large) ["},
         {"rsa", "large", PRIVATE, PEM, -5, ": unable to read key from file '@' (File too large) ["},
         {"rsa", "junk/x", PRIVATE, PEM, -7, ": unable to open key file '@' (Not a directory) ["},
     };
     for (const case_row &row : rows) {
         SCOPED_TRACE(std::string(row.file) + " for " + row.keygen);
-        const std::string path = row.code == -7 ? folder() / row.file : key_file(row.file);
+        const std::string path = row.file[0] == '/' ? row.file
+                                 : row.code == -7   ? folder() / row.file
+                                                    : key_file(row.file);
         std::string message = row.message;
         if (const std::size_t at = message.find('@'); at != message.npos)
             message.replace(at, 1, path);
@@ -113,6 +120,26 @@ TEST_F(key_test, RefusesEverythingElseAtOnce) {
     dup2(standard_input, STDIN_FILENO);
     close(standard_input);
     close(words);
+}
+
+TEST_F(key_test, ReadsAPipeToItsEnd) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const std::string text = read_file(key_file("rsa.pem"));
+    std::thread writer([&] {
+        for (const std::string &part : {text.substr(0, 700), text.substr(700)}) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(30));
+            EXPECT_EQ(write(ends[1], part.data(), part.size()), static_cast<ssize_t>(part.size()));
+        }
+        close(ends[1]);
+    });
+    const std::string path = "/dev/fd/" + std::to_string(ends[0]);
+    tcrypto_key_ptr key;
+    EXPECT_EQ(tcrypto_privkey_from_file(keygen("rsa").get(), th_out(key), path.c_str(), PEM), 0);
+    writer.join();
+    close(ends[0]);
+    ASSERT_TRUE(key);
+    EXPECT_EQ(exported(key.get(), PEM), text);
 }
 
 TEST_F(key_test, ExportsTheMatchingTypeOnly) {

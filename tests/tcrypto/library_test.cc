@@ -20,7 +20,8 @@ namespace {
 using testing::HasSubstr;
 
 std::atomic<int> live_states;
-int create_result, cleanups;
+int create_result, cleanups, uninits;
+bool destroyed_late;
 
 int create_state(const tcrypto_algorithm *, void **state) {
     *state = create_result == 0 ? &live_states : nullptr;
@@ -31,6 +32,7 @@ int create_state(const tcrypto_algorithm *, void **state) {
 void destroy_state(void *state) {
     if (state)
         --live_states;
+    destroyed_late |= uninits != 0;
 }
 
 tcrypto_algorithm made_up(const char *name, std::uint32_t kind = TCRYPTO_MAC) {
@@ -41,7 +43,7 @@ tcrypto_algorithm made_up(const char *name, std::uint32_t kind = TCRYPTO_MAC) {
 
 const tcrypto_algorithm BOTH_HAVE = made_up("both"), ONLY_SECOND = made_up("second");
 
-int provider_result, uninits;
+int provider_result;
 int register_first() {
     return provider_result != 0 ? provider_result : register_algorithm(&BOTH_HAVE);
 }
@@ -240,6 +242,28 @@ TEST_F(Library, UninitFreesContextsThatAreStillAlive) {
     EXPECT_EQ(live_states, 0);
     EXPECT_EQ(cleanups, 1);
     EXPECT_EQ(uninits, 1);
+}
+
+TEST_F(Library, UninitTakesContextsThatHoldOthersOfAnyProvider) {
+    static tcrypto_ctx *held;
+    for (const bool older_holds : {true, false}) {
+        SCOPED_TRACE(older_holds);
+        uninits = 0;
+        destroyed_late = false;
+        add("first", "ours", &FIRST);
+        add("second", "theirs", &SECOND);
+        tcrypto_ctx *older = nullptr, *newer = nullptr, *third = nullptr;
+        ASSERT_EQ(tcrypto_request_algorithm(TCRYPTO_MAC, "both", "ours", 0, &older), 0);
+        ASSERT_EQ(tcrypto_request_algorithm(TCRYPTO_MAC, "both", older_holds ? "ours" : "theirs", 0, &newer),
+                  0);
+        ASSERT_EQ(tcrypto_request_algorithm(TCRYPTO_MAC, "both", "ours", 0, &third), 0);
+        held = older_holds ? newer : older;
+        (older_holds ? older : newer)->cleanup = [](tcrypto_ctx *) { tcrypto_release_ctx(held); };
+        EXPECT_EQ(tcrypto_uninit(), 0);
+        EXPECT_EQ(live_states, 0);
+        EXPECT_FALSE(destroyed_late) << "by a provider that is gone";
+        ASSERT_EQ(tcrypto_init(0, nullptr), 0);
+    }
 }
 
 TEST_F(Library, ListingShowsTagsStatusAndAlgorithms) {

@@ -13,8 +13,9 @@
 #include "ttd/caches.h"
 #include "ttd/engine_log.h"
 #include "ttd/hash.h"
+#include "ttd/path.h"
 #include "ttd/superblock.h"
-#include "ttd/verify.h"
+#include "ttd/verify_range.h"
 
 // Serves reads from the image's bytes, bounded.
 inline int read_bytes(ttd_io *io, std::int64_t offset, void *buffer, std::uint64_t length) {

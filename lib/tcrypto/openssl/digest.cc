@@ -1,6 +1,7 @@
 // The provider's digest table.
 #include "tcrypto/openssl/descriptor.h"
-#include "tcrypto/openssl/digest_backends.h"
+#include "tcrypto/openssl/digest_blake.h"
+#include "tcrypto/openssl/digest_evp.h"
 #include "tcrypto/openssl/families.h"
 #include "tcrypto/openssl/ossl.h"
 

@@ -1,5 +1,5 @@
-// The digests that OpenSSL lacks: short BLAKE2, where the length is a parameter
-// of the digest and not a truncation, and BLAKE3.
+#include "tcrypto/openssl/digest_blake.h"
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -9,7 +9,6 @@
 #include <blake2.h>
 #include <blake3.h>
 
-#include "tcrypto/openssl/digest_backends.h"
 #include "tcrypto/openssl/digest_blocks.h"
 #include "tcrypto/openssl/ossl.h"
 
@@ -59,67 +58,11 @@ struct blake3_record {
 
 namespace {
 
-// Hashes blocks from a saved state that has taken the salt.
-template <class Hasher>
-struct block_hasher {
-    Hasher salted;
-
-    bool start(const block_run &run) {
-        return salted.init(run.digest_size) && salted.update(run.salt, run.salt_length);
-    }
-    bool hash(const block_run &run) const {
-        Hasher hasher = salted;
-        return hasher.update(run.data, run.length) && hasher.final(run.out, run.digest_size);
-    }
-};
-
-// BLAKE3 hashes chunks side by side, but only those that one call brings whole: a
-// salt fed on its own leaves the block off the chunks' grid, and most of it is
-// then hashed serially.  So salt and block go in together, through a buffer.
-template <>
-struct block_hasher<blake3_record> {
-    static constexpr std::size_t ROOM = 65536;  // what is longer takes a second update
-    std::uint8_t joined[ROOM];
-
-    bool start(const block_run &run) {
-        std::copy_n(run.salt, std::min(run.salt_length, ROOM), joined);
-        return true;
-    }
-    bool hash(const block_run &run) {
-        blake3_record hasher;
-        hasher.init(run.digest_size);
-        std::size_t taken = 0;
-        if (run.salt_length <= ROOM) {
-            taken = std::min(run.length, ROOM - run.salt_length);
-            std::copy_n(run.data, taken, joined + run.salt_length);
-            hasher.update(joined, run.salt_length + taken);
-        } else {
-            hasher.update(run.salt, run.salt_length);
-        }
-        hasher.update(run.data + taken, run.length - taken);
-        return hasher.final(run.out, run.digest_size);
-    }
-};
-
-// Frees a record of bytes after wiping it.
-struct wiping_delete {
-    template <class Record>
-    void operator()(Record *record) const noexcept {
-        static_assert(std::is_trivially_destructible_v<Record>);
-        explicit_bzero(record, sizeof(*record));
-        delete record;
-    }
-};
-
-template <class Record>
-using wiped_ptr = std::unique_ptr<Record, wiping_delete>;
-
 template <class Hasher>
 struct record_state {
     alignas(64) Hasher hasher;
     std::size_t digest_size = 0;
     const digest_kernel *kernel = nullptr;
-    block_hasher<Hasher> *blocks = nullptr;  // owned; made when blocks are first hashed without a kernel
 };
 
 template <class Hasher>
@@ -127,16 +70,27 @@ record_state<Hasher> &state_of(void *state) {
     return *static_cast<record_state<Hasher> *>(state);
 }
 
-template <class Hasher>
-int hash_one_by_one(record_state<Hasher> &state, block_run &run) {
-    if (!state.blocks)
-        state.blocks = new (std::nothrow) block_hasher<Hasher>;
-    if (!state.blocks)
-        return TCRYPTO_E_MEMORY;
-    bool good = state.blocks->start(run);
-    for (; good && run.count != 0; run.advance(1))
-        good = state.blocks->hash(run);
-    return good ? int{TCRYPTO_OK} : ossl_fail(TCRYPTO_E_INTERNAL, "digest update failed\n");
+// BLAKE3 hashes chunks side by side, but only those that one call brings whole: a
+// salt fed on its own leaves the block off the chunks' grid, and most of it is
+// then hashed serially.  So salt and block go in together, through a buffer.
+// Returns the number of blocks that it hashed: all, or none without a buffer.
+std::size_t hash_joined(const void *salt, std::size_t salt_length, const std::uint8_t *data,
+                        std::size_t length, std::size_t count, std::uint8_t *out) {
+    constexpr std::size_t ROOM = 65536;  // bytes; what is longer takes a second update
+    const std::size_t taken = salt_length > ROOM ? 0 : std::min(length, ROOM - salt_length);
+    const std::unique_ptr<std::uint8_t[]> joined(new (std::nothrow) std::uint8_t[salt_length + taken]);
+    if (!joined)
+        return 0;
+    std::copy_n(static_cast<const std::uint8_t *>(salt), salt_length, joined.get());
+    for (std::size_t i = 0; i < count; ++i, data += length, out += BLAKE3_OUT_LEN) {
+        std::copy_n(data, taken, joined.get() + salt_length);
+        blake3_record hasher;
+        hasher.init(BLAKE3_OUT_LEN);
+        hasher.update(joined.get(), salt_length + taken);
+        hasher.update(data + taken, length - taken);
+        hasher.final(out, BLAKE3_OUT_LEN);
+    }
+    return count;
 }
 
 }  // namespace
@@ -156,8 +110,9 @@ template <class Hasher>
 void record_digest<Hasher>::destroy(void *state) {
     if (!state)
         return;
-    const wiped_ptr<block_hasher<Hasher>> blocks(state_of<Hasher>(state).blocks);
-    const wiped_ptr<record_state<Hasher>> record(&state_of<Hasher>(state));
+    static_assert(std::is_trivially_destructible_v<record_state<Hasher>>);
+    explicit_bzero(state, sizeof(record_state<Hasher>));
+    delete &state_of<Hasher>(state);
 }
 
 template <class Hasher>
@@ -186,27 +141,22 @@ int record_digest<Hasher>::final(void *state, std::uint8_t *out, std::size_t *ou
 
 template <class Hasher>
 int record_digest<Hasher>::copy(const tcrypto_algorithm *algorithm, const void *from, void **out) {
-    const int rc = create(algorithm, out);
-    if (rc == TCRYPTO_OK)
-        state_of<Hasher>(*out).hasher = static_cast<const record_state<Hasher> *>(from)->hasher;
-    return rc;
+    if (const int err = create(algorithm, out); err != TCRYPTO_OK)
+        return err;
+    state_of<Hasher>(*out).hasher = static_cast<const record_state<Hasher> *>(from)->hasher;
+    return TCRYPTO_OK;
 }
 
 template <class Hasher>
-int record_digest<Hasher>::blocks(void *state, const void *salt, std::size_t salt_length, const void *data,
-                                  std::size_t length, std::size_t count, std::uint8_t *out) {
-    record_state<Hasher> &record = state_of<Hasher>(state);
-    block_run run = {
-        .salt = static_cast<const std::uint8_t *>(salt),
-        .salt_length = salt_length,
-        .data = static_cast<const std::uint8_t *>(data),
-        .length = length,
-        .count = count,
-        .out = out,
-        .digest_size = record.digest_size,
-    };
-    hash_lanes(record.kernel, run);
-    return run.count == 0 ? int{TCRYPTO_OK} : hash_one_by_one(record, run);
+std::size_t record_digest<Hasher>::blocks(void *state, const void *salt, std::size_t salt_length,
+                                          const void *data, std::size_t length, std::size_t count,
+                                          std::uint8_t *out) {
+    const digest_kernel *kernel = state_of<Hasher>(state).kernel;
+    const std::size_t done = hash_lanes(kernel, salt, salt_length, data, length, count, out);
+    if constexpr (!std::is_same_v<Hasher, blake3_record>)
+        return done;
+    return done + hash_joined(salt, salt_length, static_cast<const std::uint8_t *>(data) + done * length,
+                              length, count - done, out + done * BLAKE3_OUT_LEN);
 }
 
 template struct record_digest<blake2s_record>;

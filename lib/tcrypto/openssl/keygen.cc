@@ -15,7 +15,7 @@
 
 #include "tcrypto/openssl/descriptor.h"
 #include "tcrypto/openssl/families.h"
-#include "tcrypto/openssl/keys.h"
+#include "tcrypto/openssl/keygen.h"
 
 namespace {
 

@@ -43,9 +43,8 @@ const char *ossl_version() {
 
 int ossl_register_all(std::span<const tcrypto_algorithm> algorithms) {
     for (const tcrypto_algorithm &algorithm : algorithms) {
-        const int rc = register_algorithm(&algorithm);
-        if (rc != TCRYPTO_OK)
-            return rc;
+        if (const int err = register_algorithm(&algorithm); err != TCRYPTO_OK)
+            return err;
     }
     return TCRYPTO_OK;
 }

@@ -33,9 +33,8 @@ int tcrypto_openssl_init() {
     if (!start_openssl())
         return ossl_fail(TCRYPTO_E_INTERNAL, "OpenSSL initialization failed\n");
     for (const auto register_family : FAMILIES) {
-        const int rc = register_family();
-        if (rc != TCRYPTO_OK)
-            return rc;
+        if (const int err = register_family(); err != TCRYPTO_OK)
+            return err;
     }
     return TCRYPTO_OK;
 }

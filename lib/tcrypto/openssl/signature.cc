@@ -9,7 +9,7 @@
 
 #include "tcrypto/openssl/descriptor.h"
 #include "tcrypto/openssl/families.h"
-#include "tcrypto/openssl/keys.h"
+#include "tcrypto/openssl/keygen.h"
 
 namespace {
 
@@ -84,10 +84,18 @@ int take_key(signature_state &state, const tcrypto_key_record &record,
     return start_key_context(state, key.get());
 }
 
-// The last step; a failed initialisation leaves no key behind.
-int finish_init(signature_state &state, int err) {
-    if (err == TCRYPTO_OK && EVP_DigestInit_ex2(state.context.get(), state.digest.get(), nullptr) != 1)
-        err = ossl_fail(TCRYPTO_E_INTERNAL, "failed to init digest alg\n");
+// The last step.
+int start_digest(signature_state &state) {
+    if (EVP_DigestInit_ex2(state.context.get(), state.digest.get(), nullptr) != 1)
+        return ossl_fail(TCRYPTO_E_INTERNAL, "failed to init digest alg\n");
+    return TCRYPTO_OK;
+}
+
+// Runs `steps`; a failed initialisation leaves no key behind.
+template <class Steps>
+int initialise(signature_state &state, Steps steps) {
+    ossl_clear_errors();
+    const int err = steps();
     if (err != TCRYPTO_OK)
         drop_key(state);
     return err;
@@ -138,21 +146,26 @@ int check_modulus(const signature_state &state) {
 int rsa_init(void *opaque, const tcrypto_key_record *key, const tcrypto_signature_params *params) {
     if (params->padding != TCRYPTO_PADDING_PKCS1 && params->padding != TCRYPTO_PADDING_PSS)
         return TCRYPTO_E_SIGNATURE_PADDING;
-    ossl_clear_errors();
     signature_state &state = state_of(opaque);
-    int err = take_key(state, *key, *params);
-    if (err == TCRYPTO_OK)
-        err = check_modulus(state);
-    if (err == TCRYPTO_OK)
-        err = set_padding(state, *params);
-    return finish_init(state, err);
+    return initialise(state, [&] {
+        if (const int err = take_key(state, *key, *params); err != TCRYPTO_OK)
+            return err;
+        if (const int err = check_modulus(state); err != TCRYPTO_OK)
+            return err;
+        if (const int err = set_padding(state, *params); err != TCRYPTO_OK)
+            return err;
+        return start_digest(state);
+    });
 }
 
 // DSA and ECDSA.
 int dsa_init(void *opaque, const tcrypto_key_record *key, const tcrypto_signature_params *params) {
-    ossl_clear_errors();
     signature_state &state = state_of(opaque);
-    return finish_init(state, take_key(state, *key, *params));
+    return initialise(state, [&] {
+        if (const int err = take_key(state, *key, *params); err != TCRYPTO_OK)
+            return err;
+        return start_digest(state);
+    });
 }
 
 int eddsa_take_key(signature_state &state, const tcrypto_key_record &record) {
@@ -172,14 +185,10 @@ int eddsa_take_key(signature_state &state, const tcrypto_key_record &record) {
 }
 
 int eddsa_init(void *opaque, const tcrypto_key_record *key, const tcrypto_signature_params *params) {
-    ossl_clear_errors();
     signature_state &state = state_of(opaque);
     drop_key(state);  // also because OpenSSL would go on with the key that a context holds
     state.signing = is_signing(*params);
-    const int err = eddsa_take_key(state, *key);
-    if (err != TCRYPTO_OK)
-        drop_key(state);
-    return err;
+    return initialise(state, [&] { return eddsa_take_key(state, *key); });
 }
 
 // ---- Signing and verifying
@@ -239,30 +248,30 @@ int verify_without_digest(void *opaque, const void *digest, std::size_t length, 
 
 int sign(void *opaque, std::uint8_t *signature, std::size_t *signature_length) {
     digest_value value;
-    const int err = value.take(state_of(opaque));
-    return err != TCRYPTO_OK
-               ? err
-               : sign_without_digest(opaque, value.data(), value.size(), signature, signature_length);
+    if (const int err = value.take(state_of(opaque)); err != TCRYPTO_OK)
+        return err;
+    return sign_without_digest(opaque, value.data(), value.size(), signature, signature_length);
 }
 
 int verify(void *opaque, const std::uint8_t *signature, std::size_t signature_length, int *result) {
     digest_value value;
-    const int err = value.take(state_of(opaque));
-    return err != TCRYPTO_OK ? err
-                             : verify_without_digest(opaque, value.data(), value.size(), signature,
-                                                     signature_length, result);
+    if (const int err = value.take(state_of(opaque)); err != TCRYPTO_OK)
+        return err;
+    return verify_without_digest(opaque, value.data(), value.size(), signature, signature_length, result);
 }
 
 int sign_oneshot(void *opaque, const void *data, std::size_t length, std::uint8_t *signature,
                  std::size_t *signature_length) {
-    const int err = update(opaque, data, length);
-    return err != TCRYPTO_OK ? err : sign(opaque, signature, signature_length);
+    if (const int err = update(opaque, data, length); err != TCRYPTO_OK)
+        return err;
+    return sign(opaque, signature, signature_length);
 }
 
 int verify_oneshot(void *opaque, const void *data, std::size_t length, const std::uint8_t *signature,
                    std::size_t signature_length, int *result) {
-    const int err = update(opaque, data, length);
-    return err != TCRYPTO_OK ? err : verify(opaque, signature, signature_length, result);
+    if (const int err = update(opaque, data, length); err != TCRYPTO_OK)
+        return err;
+    return verify(opaque, signature, signature_length, result);
 }
 
 int eddsa_sign_oneshot(void *opaque, const void *data, std::size_t length, std::uint8_t *signature,

@@ -1,0 +1,424 @@
+#include "support/failing_calls.h"
+
+#include "support/null_arguments.h"
+#include "support/stderr_of.h"
+#include "talg/bitmap.h"
+#include "talg/lru_cache.h"
+#include "talg/memalign.h"
+#include "talg/slab.h"
+
+#include <cerrno>
+#include <cstring>
+#include <random>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <pthread.h>
+
+static bool lock_fails = false, unlock_fails = false;
+
+// clang-format off
+FAILING(void *, _ZnamRKSt9nothrow_t, nullptr, (std::size_t size, const std::nothrow_t &tag), size, tag)
+FAILING(void *, calloc, nullptr, (std::size_t count, std::size_t size), count, size)
+FAILING(int, mprotect, -1, (void *memory, std::size_t size, int protection), memory, size, protection)
+FAILING(int, pthread_mutex_init, EAGAIN, (pthread_mutex_t * mutex, const pthread_mutexattr_t *kind), mutex, kind)
+FAILING_IF(lock_fails, int, pthread_mutex_lock, EAGAIN, (pthread_mutex_t * mutex), mutex)
+FAILING_IF(unlock_fails, int, pthread_mutex_unlock, EPERM, (pthread_mutex_t * mutex), mutex)
+// clang-format on
+
+namespace {
+
+using numbers = std::vector<std::size_t>;
+using byte_list = std::vector<unsigned char>;
+
+struct keyed_record {
+    std::uint32_t key = 0;
+    talg_lru_entry entry = {};
+};
+
+keyed_record *record_of(const talg_hash_node *node) {
+    return TALG_RECORD_OF(node, keyed_record, entry.hash_node);
+}
+keyed_record *record_of(const talg_list_node *node) {
+    return TALG_RECORD_OF(node, keyed_record, entry.node);
+}
+std::uint32_t masked_hash(unsigned order, const void *key) {
+    return *static_cast<const std::uint32_t *>(key) &
+           static_cast<std::uint32_t>((std::uint64_t{1} << order) - 1);
+}
+int compare_keys(const talg_hash_node *node, const void *key) {
+    return record_of(node)->key == *static_cast<const std::uint32_t *>(key) ? 0 : 1;
+}
+template <class Node>
+int collect_key(Node *node, void *list) {
+    static_cast<numbers *>(list)->push_back(record_of(node)->key);
+    return 0;
+}
+numbers destroyed;
+void note(talg_hash_node *node, void *) {
+    destroyed.push_back(record_of(node)->key);
+}
+
+struct HashTable : testing::Test {
+    int set(keyed_record &r) { return talg_hash_table_set(table, &r.entry.hash_node, &r.key); }
+    int get(std::uint32_t key) { return talg_hash_table_get(table, &found, &key); }
+    void create(unsigned order) {
+        talg_hash_table_destroy(table);
+        destroyed.clear();
+        ASSERT_EQ(talg_hash_table_create(&table, masked_hash, compare_keys, note, order, 0), 0);
+    }
+    void TearDown() override { talg_hash_table_destroy(table); }
+
+    talg_hash_table *table = nullptr;
+    talg_hash_node *found = nullptr;
+};
+
+TEST_F(HashTable, KeepsTheNewestOfAKeyAndAWalkMayRemoveNodes) {
+    keyed_record records[5] = {{0}, {1}, {2}, {4}, {6}}, equal{2};
+    EXPECT_THAT(answers_to_null(talg_hash_table_create, &table, masked_hash, compare_keys, nullptr, 0, 0),
+                testing::Each(EINVAL));
+    EXPECT_EQ(talg_hash_table_create(&table, masked_hash, compare_keys, nullptr, 33, 0), EINVAL);
+    EXPECT_EQ(set(records[0]), EINVAL);
+    EXPECT_EQ(get(0), EINVAL);
+    EXPECT_EQ(talg_hash_table_foreach(table, collect_key, nullptr), EINVAL);
+    create(32);  // a single bucket
+    EXPECT_EQ(set(records[0]), 0);
+    EXPECT_EQ(set(records[1]), ERANGE);
+    EXPECT_EQ(get(1), ERANGE);
+    create(2);  // four buckets
+    for (keyed_record &record : records)
+        EXPECT_EQ(set(record), 0);
+    EXPECT_EQ(talg_hash_table_foreach(table, nullptr, nullptr), EINVAL);
+    EXPECT_EQ(talg_hash_table_set(table, nullptr, &records[0].key), EINVAL);
+    numbers keys;
+    EXPECT_EQ(talg_hash_table_foreach(table, collect_key, &keys), 0);
+    EXPECT_EQ(keys, (numbers{4, 0, 1, 6, 2}));
+    EXPECT_EQ(set(records[2]), 0) << "once more";
+    EXPECT_EQ(destroyed, numbers{});
+    EXPECT_EQ(set(equal), 0);
+    EXPECT_EQ(destroyed, numbers{2});
+    EXPECT_EQ(get(10), ENOENT);
+    EXPECT_EQ(get(2), 0);
+    EXPECT_EQ(found, &equal.entry.hash_node);
+    const auto remove_until_one = [](talg_hash_node *node, void *owner) {
+        talg_hash_table_remove(static_cast<talg_hash_table *>(owner), node);
+        return record_of(node)->key == 1 ? 77 : 0;
+    };
+    EXPECT_EQ(talg_hash_table_foreach(table, remove_until_one, table), 77);
+    talg_hash_table_destroy(std::exchange(table, nullptr));
+    EXPECT_EQ(destroyed, (numbers{2, 4, 0, 1, 2, 6}));
+}
+
+struct LruCache : testing::Test {
+    void create(std::size_t capacity, unsigned order) {
+        talg_lru_cache_destroy(cache);
+        destroyed.clear();
+        const auto destroy = [](talg_hash_node *node, void *) {
+            note(node, nullptr), delete record_of(node);
+        };
+        ASSERT_EQ(talg_lru_cache_create(&cache, masked_hash, compare_keys, destroy, order, capacity, 0), 0);
+    }
+    int set(keyed_record *r) { return talg_lru_cache_set(cache, &r->entry, &r->key); }
+    keyed_record *get(std::uint32_t key) {
+        talg_list_node stale, *node = &stale;
+        const int err = talg_lru_cache_get(cache, &node, &key);
+        EXPECT_EQ(err, node ? 0 : ENOENT);
+        EXPECT_TRUE(!node || record_of(node)->key == key);
+        return node ? record_of(node) : nullptr;
+    }
+    numbers order() {
+        numbers keys;
+        EXPECT_EQ(talg_lru_cache_foreach(cache, collect_key, &keys), 0);
+        return keys;
+    }
+    void TearDown() override { talg_lru_cache_destroy(cache); }
+
+    talg_lru_cache *cache = nullptr;
+    keyed_record outsider{1};
+};
+
+TEST_F(LruCache, AFailedSetLeavesTheEntryAndTheCacheAlone) {
+    EXPECT_THAT(answers_to_null(talg_lru_cache_create, &cache, masked_hash, compare_keys, nullptr, 0, 1, 0),
+                testing::Each(EINVAL));
+    EXPECT_EQ(talg_lru_cache_create(&cache, masked_hash, compare_keys, nullptr, 0, 0, 0), EINVAL);
+    EXPECT_EQ(talg_lru_cache_create(&cache, masked_hash, compare_keys, nullptr, 33, 1, 0), EINVAL);
+    talg_list_node *node = nullptr;
+    EXPECT_EQ(set(&outsider), EINVAL);
+    EXPECT_EQ(talg_lru_cache_get(cache, &node, &outsider.key), EINVAL);
+    EXPECT_EQ(talg_lru_cache_foreach(cache, collect_key, nullptr), EINVAL);
+    create(1, 32);  // a single bucket, for hash value 0
+    EXPECT_EQ(set(new keyed_record{0}), 0);
+    EXPECT_EQ(set(&outsider), ERANGE);
+    EXPECT_EQ(talg_lru_cache_set(cache, nullptr, &outsider.key), EINVAL);
+    EXPECT_EQ(talg_lru_cache_foreach(cache, nullptr, nullptr), EINVAL);
+    EXPECT_EQ(talg_lru_cache_foreach(
+                  cache, [](talg_list_node *, void *) { return 9; }, nullptr),
+              9);
+    EXPECT_EQ(order(), numbers{0});
+}
+
+TEST_F(LruCache, EvictsTheLeastRecentlyUsedEntry) {
+    std::mt19937 random(7);
+    for (const std::size_t capacity : {1u, 3u, 8u}) {
+        create(capacity, 2);
+        numbers model, model_destroyed;
+        for (int i = 0; i < 2000; ++i) {
+            const auto key = static_cast<std::uint32_t>(random() % 12);
+            const bool present = std::erase(model, key) != 0;
+            if (random() % 2 == 0) {
+                keyed_record *entry = get(key);
+                ASSERT_EQ(entry != nullptr, present);
+                if (!entry)
+                    continue;
+                ASSERT_EQ(i % 2 == 0 ? set(entry) : 0, 0);
+            } else {
+                ASSERT_EQ(set(new keyed_record{key}), 0);
+                if (present)
+                    model_destroyed.push_back(key);
+            }
+            model.insert(model.begin(), key);
+            if (model.size() > capacity) {
+                model_destroyed.push_back(model.back());
+                model.pop_back();
+            }
+            ASSERT_EQ(order(), model);
+        }
+        ASSERT_EQ(destroyed, model_destroyed);
+    }
+}
+
+TEST(Bitmap, WholeWordsAreReadableAndTheCapacityIsOutOfRange) {
+    for (const auto &[bits, size] : {std::pair<std::size_t, std::size_t>{0, 0}, {64, 8}, {65, 16}}) {
+        talg_bitmap *bitmap = nullptr;
+        ASSERT_EQ(talg_bitmap_create(&bitmap, bits), 0);
+        const auto bytes = [map = bitmap] {
+            byte_list all(talg_bitmap_size(map));
+            talg_bitmap_read(map, all.data());
+            return all;
+        };
+        EXPECT_EQ(bytes(), byte_list(size)) << bits;
+        for (const auto change : {talg_bitmap_set, talg_bitmap_unset, talg_bitmap_toggle})
+            EXPECT_EQ(change(bitmap, talg_bitmap_capacity(bitmap)), ERANGE);
+        talg_bitmap_set_all(bitmap);
+        EXPECT_EQ(bytes(), byte_list(size, 0xFF));
+        talg_bitmap_write(bitmap, byte_list(size, 0xA5).data());
+        EXPECT_EQ(bytes(), byte_list(size, 0xA5));
+        for (std::size_t i = 0; i < bits; ++i) {
+            ASSERT_EQ(talg_bitmap_isset(bitmap, i), (0xA5 >> i % 8 & 1) != 0);
+            ASSERT_EQ(talg_bitmap_unset(bitmap, i), 0);
+        }
+        EXPECT_TRUE(bits == 65 || bytes() == byte_list(size));
+        talg_bitmap_set_all(bitmap);
+        talg_bitmap_clear(bitmap);
+        EXPECT_EQ(bytes(), byte_list(size));
+        talg_bitmap_destroy(bitmap);
+    }
+    talg_bitmap *none = nullptr;
+    EXPECT_EQ(talg_bitmap_create(&none, ~0ULL), ENOMEM);
+    EXPECT_EQ(talg_bitmap_create(nullptr, 1), EINVAL);
+}
+
+struct Slab : testing::Test {
+    void create(std::size_t element_size, std::size_t initial_count = 1) {
+        talg_slab_destroy(slab);
+        ASSERT_EQ(talg_slab_create(&slab, element_size, initial_count, 0), 0);
+    }
+    numbers lengths() {
+        static std::size_t seen;
+        numbers result;
+        const talg_slab_lists *lists = talg_slab_get_lists(slab);
+        for (const talg_list *list : {&lists->empty, &lists->partial, &lists->full}) {
+            seen = 0;
+            EXPECT_EQ(talg_slab_iterate(list, [](talg_slab_header *) { return ++seen, 0; }), 0);
+            result.push_back(seen);
+        }
+        return result;
+    }
+    void TearDown() override { talg_slab_destroy(slab); }
+
+    talg_slab *slab = nullptr;
+};
+using SlabDeathTest = Slab;
+
+TEST_F(Slab, RefusesBadSizes) {
+    EXPECT_EQ(talg_slab_create(&slab, 0, 1, 0), EINVAL);
+    EXPECT_EQ(talg_slab_create(nullptr, 1, 1, 0), EINVAL);
+    EXPECT_EQ(talg_slab_create(&slab, std::size_t{1} << 57, 1, 0), EOVERFLOW);
+    const std::pair<std::size_t, std::size_t> cases[] = {
+        {16, std::size_t{1} << 57}, {16, SIZE_MAX / 16}, {16, SIZE_MAX}, {(std::size_t{1} << 57) - 1, 1}};
+    for (const auto &c : cases) {
+        const auto create_it = [&] { EXPECT_EQ(talg_slab_create(&slab, c.first, c.second, 0), ENOMEM); };
+        EXPECT_EQ(stderr_of(create_it), "failed to allocate slab block\n");
+    }
+}
+
+TEST_F(Slab, KeepsTheBytesOfEveryElementAndGrowsOnlyWhenFull) {
+    std::mt19937 random(11);
+    const std::size_t cases[][4] = {// size, first count, slabs of the first growth and of the next ones
+                                    {1, 1, 64, 64},  {32, 124, 2, 2}, {32, 125, 2, 2},
+                                    {32, 128, 4, 2}, {64, 64, 2, 1},  {4096, 63, 1, 1}};
+    for (const auto &[size, first_count, slabs, more] : cases) {
+        create(size, first_count);
+        EXPECT_EQ(lengths(), (numbers{slabs, 0, 0})) << "of elements of " << size;
+        EXPECT_EQ(talg_slab_elemsize(slab), size);
+        std::vector<std::pair<void *, byte_list>> live;
+        std::size_t peak = 0;
+        for (int i = 0; i < 2000; ++i) {
+            if (live.empty() || random() % 10 < (i < 1000 ? 6 : 4)) {
+                live.emplace_back(talg_slab_alloc(slab),
+                                  byte_list(size, static_cast<unsigned char>(random())));
+                std::memcpy(live.back().first, live.back().second.data(), size);
+                peak = std::max(peak, live.size());
+                continue;
+            }
+            std::swap(live[random() % live.size()], live.back());
+            ASSERT_EQ(std::memcmp(live.back().first, live.back().second.data(), size), 0);
+            talg_slab_free(slab, live.back().first);
+            live.pop_back();
+        }
+        for (auto &[element, bytes] : live)
+            talg_slab_free(slab, element);
+        const std::size_t elements = size == 1 ? 16 : size == 32 ? 62 : 63;  // of a slab
+        std::size_t needed = slabs;
+        while (needed * elements < peak)
+            needed += more;
+        EXPECT_EQ(lengths(), (numbers{needed, 0, 0}));
+    }
+    create(32);
+    void *last = nullptr;
+    for (int i = 0; i < 62; ++i)
+        last = talg_slab_alloc(slab);
+    EXPECT_EQ(lengths(), (numbers{1, 0, 1}));
+    talg_slab_free(slab, last);
+    EXPECT_EQ(lengths(), (numbers{1, 1, 0}));
+    EXPECT_EQ(talg_slab_alloc(slab), last);
+}
+
+TEST_F(SlabDeathTest, AbortsOnWhatIsNoElementInUse) {
+    talg_slab *other = nullptr;
+    ASSERT_EQ(talg_slab_create(&other, 32, 1, 0), 0);
+    create(32);
+    auto *element = static_cast<char *>(talg_slab_alloc(slab));
+    for (void *wrong : {talg_slab_alloc(other), static_cast<void *>(element + 1),
+                        static_cast<void *>(element - 48), static_cast<void *>(element + 32)})
+        EXPECT_DEATH(talg_slab_free(slab, wrong), "^free'ing invalid slab pointer 0x[0-9a-f]+\n");
+    talg_slab_free(slab, nullptr);
+    talg_slab_destroy(other);
+}
+
+TEST(MemalignDeathTest, GivesZeroedPagesAtTheAlignmentOrWhyNot) {
+    const struct {
+        std::size_t size, alignment, found;
+        int error;
+    } cases[] = {
+        {1, 0, 4096, 0},   {4097, 32768, 32768, 0},  {4096, 1 << 20, 1 << 20, 0},       {1, 4097, 0, EINVAL},
+        {0, 1, 0, EINVAL}, {SIZE_MAX, 1, 0, ENOMEM}, {SIZE_MAX - 4095, 8192, 0, ENOMEM}};
+    for (const auto &c : cases) {
+        errno = 0;
+        auto *memory = static_cast<unsigned char *>(talg_memalign_alloc(c.size, c.alignment));
+        EXPECT_EQ(errno, c.error) << c.size << " at " << c.alignment;
+        ASSERT_EQ(memory == nullptr, c.error != 0);
+        if (memory == nullptr)
+            continue;
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory) % c.found, 0u);
+        const std::size_t length = (c.size + 4095) / 4096 * 4096;
+        EXPECT_EQ(memory[0] | memory[length - 1], 0);
+        std::memset(memory, 0xA5, length);
+        talg_memalign_free(memory, c.size);
+        EXPECT_DEATH(memory[length - 1] = 1, "") << "all of it is unmapped";
+    }
+    alignas(2) char unaligned[2];
+    EXPECT_DEATH(talg_memalign_free(unaligned + 1, 1), "^talg_memalign_free: failed to munmap \\(22\\)\n");
+}
+
+template <class T>
+bool works(int (*create)(T **), void (*destroy)(T *) noexcept) {
+    T *object = nullptr;
+    const int err = create(&object);
+    EXPECT_EQ(err == 0, object != nullptr);
+    destroy(object);
+    return err == 0;
+}
+int make_cache(talg_lru_cache **out) {
+    return talg_lru_cache_create(out, masked_hash, compare_keys, nullptr, 4, 1, 0);
+}
+int make_slab(talg_slab **out) {
+    return talg_slab_create(out, 64, 1, 0);
+}
+
+TEST(FailingCallsDeathTest, FailTheirCallerOrAbortWhenALockFails) {
+    const auto make_bitmap = [](talg_bitmap **out) { return talg_bitmap_create(out, 9); };
+    EXPECT_EQ(fail_each_call([&] { return works<talg_bitmap>(make_bitmap, talg_bitmap_destroy); }), 2);
+    EXPECT_EQ(fail_each_call([] { return works(make_cache, talg_lru_cache_destroy); }), 4);
+    stderr_of([] { EXPECT_EQ(fail_each_call([] { return works(make_slab, talg_slab_destroy); }), 4); });
+    talg_slab *slab = nullptr;
+    ASSERT_EQ(make_slab(&slab), 0);
+    for (int i = 0; i < 63; ++i)
+        EXPECT_NE(talg_slab_alloc(slab), nullptr);
+    for (const int call : {1, 2, 0}) {
+        const auto grow = [&] { EXPECT_EQ(talg_slab_alloc(slab) == nullptr, call != 0); };
+        fails_at = call;
+        EXPECT_EQ(stderr_of(grow), call ? "failed to allocate slab block\n" : "");
+        EXPECT_EQ(errno, ENOMEM);
+    }
+    const auto alloc_when = [=](bool &failing) { failing = true, static_cast<void>(talg_slab_alloc(slab)); };
+    EXPECT_DEATH(alloc_when(lock_fails), "^slab mutex lock failed\n");
+    EXPECT_DEATH(alloc_when(unlock_fails), "^slab mutex unlock failed\n");
+    talg_slab_destroy(slab);
+    keyed_record record{1};
+    talg_lru_cache *cache = nullptr;
+    talg_list_node *entry = nullptr;
+    ASSERT_EQ(make_cache(&cache), 0);
+    lock_fails = true;
+    EXPECT_EQ(talg_lru_cache_set(cache, &record.entry, &record.key), EAGAIN);
+    EXPECT_EQ(talg_lru_cache_get(cache, &entry, &record.key), EAGAIN);
+    EXPECT_EQ(talg_lru_cache_foreach(cache, collect_key, nullptr), EAGAIN);
+    lock_fails = false;
+    talg_lru_cache_destroy(cache);
+}
+
+constexpr unsigned THREADS = 4;
+constexpr std::uint32_t ROUNDS = 2000;
+
+talg_slab *shared_slab;  // of keyed records
+talg_lru_cache *shared_cache;
+talg_bitmap *shared_bitmap;
+
+void use_all(unsigned thread) {
+    for (std::uint32_t i = 0; i < ROUNDS; ++i) {
+        const std::uint32_t key = i * 7 % 50;
+        talg_list_node *found = nullptr;
+        if (talg_lru_cache_get(shared_cache, &found, &key) != 0) {
+            auto *record = new (talg_slab_alloc(shared_slab)) keyed_record{key};
+            EXPECT_EQ(talg_lru_cache_set(shared_cache, &record->entry, &record->key), 0);
+        }
+        numbers keys;
+        EXPECT_EQ(talg_lru_cache_foreach(shared_cache, collect_key, &keys), 0);
+        EXPECT_LE(keys.size(), 20u);
+        const std::uint64_t bit = std::uint64_t{i} * THREADS + thread;
+        for (const auto change : {talg_bitmap_set, talg_bitmap_toggle, talg_bitmap_toggle})
+            EXPECT_EQ(change(shared_bitmap, bit), 0);
+        static_cast<void>(talg_bitmap_isset(shared_bitmap, bit ^ 1));
+    }
+}
+
+TEST(Threads, ShareSlabCacheAndBitmap) {
+    ASSERT_EQ(talg_slab_create(&shared_slab, sizeof(keyed_record), 1, 0), 0);
+    ASSERT_EQ(talg_bitmap_create(&shared_bitmap, std::uint64_t{ROUNDS} * THREADS), 0);
+    const auto give_back = [](talg_hash_node *node, void *) { talg_slab_free(shared_slab, record_of(node)); };
+    ASSERT_EQ(talg_lru_cache_create(&shared_cache, masked_hash, compare_keys, give_back, 3, 20, 0), 0);
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < THREADS; ++t)
+        threads.emplace_back(use_all, t);
+    for (std::thread &t : threads)
+        t.join();
+    for (std::uint64_t i = 0; i < talg_bitmap_capacity(shared_bitmap); ++i)
+        ASSERT_TRUE(talg_bitmap_isset(shared_bitmap, i));
+    talg_lru_cache_destroy(shared_cache);
+    EXPECT_EQ(talg_slab_get_lists(shared_slab)->partial.head, nullptr);
+    EXPECT_EQ(talg_slab_get_lists(shared_slab)->full.head, nullptr);
+    talg_slab_destroy(shared_slab);
+    talg_bitmap_destroy(shared_bitmap);
+}
+
+}  // namespace
