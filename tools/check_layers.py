@@ -19,7 +19,7 @@ LAYERS = {
     "src/buildfile": ["src/tree", "src/fs", "src/io", "src/base", "lib/th"],
     "lib/ttd": ["lib/tcrypto", "lib/talg", "lib/th"],
     "src/ttd": [
-        "lib/ttd", "src/buildfile", "src/tree", "src/fs", "src/io", "src/base", "lib/tcrypto", "lib/th",
+        "lib/ttd", "src/buildfile", "src/tree", "src/fs", "src/io", "src/base", "lib/tcrypto", "lib/talg", "lib/th",
     ],
     "src/info": ["lib/ttd", "src/io", "src/base", "lib/tcrypto", "lib/th"],
     "src/driver": ["src/ttd", "src/buildfile", "src/tree", "src/fs", "src/io", "src/base", "lib/th"],

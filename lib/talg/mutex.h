@@ -5,7 +5,8 @@
 
 class talg_mutex {
 public:
-    explicit talg_mutex(decltype(th_mutex::failed) failed = nullptr) { mutex_.failed = failed; }
+    talg_mutex() = default;
+    explicit talg_mutex(decltype(th_mutex::failed) failed) { mutex_.failed = failed; }
     talg_mutex(const talg_mutex &) = delete;
     talg_mutex &operator=(const talg_mutex &) = delete;
     ~talg_mutex() {
