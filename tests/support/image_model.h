@@ -53,12 +53,10 @@ private:
 
     [[nodiscard]] bool is_sane() {
         const bool partition = (sb_.flags & 1) != 0;
-        const std::uint64_t room = image_.size() - TTD_SUPERBLOCK_SIZE;
         covered_ = partition ? sb_.totalsize : sb_.fssize;
         return sb_.magic == TTD_MAGIC && sb_.version == TTD_VERSION && hash_size_ > 0 &&
                sb_.saltsize >= hash_size_ && sb_.saltsize <= sizeof sb_.salt && is_block_size(sb_.blksize) &&
-               is_block_size(sb_.hblksize) && covered_ > 0 && covered_ <= image_.size() &&
-               sb_.fssize <= covered_ && sb_.fssize <= room && sb_.offset <= room;
+               is_block_size(sb_.hblksize) && covered_ > 0 && sb_.fssize <= image_.size();
     }
 
     // The levels' places: the highest lies first.
@@ -71,14 +69,18 @@ private:
             count = (count + per_block_ - 1) / per_block_;
             counts.push_back(count);
         } while (count > 1);
-        std::uint64_t place = sb_.offset;
+        std::uint64_t place = sb_.offset, total = 0;
+        for (const std::uint64_t blocks : counts)
+            total += blocks;
         items_.assign(1, 1);
         starts_.assign(counts.size(), 0);
         for (std::size_t level = counts.size(); level-- > 0; place += counts[level] * sb_.hblksize) {
             starts_[level] = place;
             items_.push_back(items_.back() * per_block_);
         }
-        return counts.size() <= TTD_MAX_LEVELS && place <= image_.size() - TTD_SUPERBLOCK_SIZE;
+        // The index just behind the last block is walked like any other.
+        return blocks_ <= covered_ / sb_.blksize + 1 && counts.size() <= TTD_MAX_LEVELS &&
+               place >= sb_.offset && total * std::max<std::uint64_t>(sb_.hblksize, per_block_) <= UINT32_MAX;
     }
 
     [[nodiscard]] image_bytes root() { return hash_of(starts_.size(), 0); }
@@ -88,7 +90,7 @@ private:
         const std::uint64_t size = level == 0 ? sb_.blksize : sb_.hblksize;
         const std::uint64_t place = level == 0 ? index * size : starts_[level - 1] + index * size;
         image_bytes result(hash_size_);
-        if (place + size > image_.size()) {
+        if (place > image_.size() || size > image_.size() - place) {
             consistent_ = false;
             return result;
         }

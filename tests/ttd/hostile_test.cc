@@ -227,8 +227,9 @@ TEST_F(hostile, AProvingTreeDoesNotMakeUpForSizesOutsideTheFormat) {
         {"too long a salt", {{&SALTSIZE, 129}}, false},
         {"too short a salt", {{&SALTSIZE, 31}}, false},
         {"no salt", {{&SALTSIZE, 0}}, false},
-        {"half of the image covered", {{&FLAGS, 1}, {&TOTALSIZE, 512}, {&FSSIZE, 1024}}, false},
-        {"no block covered", {{&FLAGS, 1}, {&TOTALSIZE, 511}, {&FSSIZE, 512}}, false},
+        {"all but the last block covered", {{&FLAGS, 1}, {&TOTALSIZE, 512}, {&FSSIZE, 1024}}, true},
+        {"a third of the image covered", {{&FLAGS, 1}, {&TOTALSIZE, 512}, {&FSSIZE, 1536}}, false},
+        {"no block covered", {{&FLAGS, 1}, {&TOTALSIZE, 511}, {&FSSIZE, 512}}, true},
         {"all covered", {{&FLAGS, 1}, {&TOTALSIZE, 1024}, {&FSSIZE, 1024}}, true},
     };
     const image_bytes good = larger(build(2048, options()));
