@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <string>
 
 #include "base/cleanup.h"
@@ -12,6 +13,7 @@
 #include "driver/usage.h"
 #include "fs/filesystem.h"
 #include "th/log.h"
+#include "th/str.h"
 #include "tree/search_path.h"
 
 TH_LOG_CONTEXT_DEFINE(mktfs_log_context, "mktfs");
@@ -20,6 +22,7 @@ namespace {
 
 constexpr char DRIVER_LETTERS[] = "afho:r:svyx";
 constexpr std::size_t MAX_TYPE_LETTERS = 503;
+constexpr std::uint32_t MAX_THREADS = 64;
 
 // The arguments as getopt sees them, and what they ask for.
 struct command_line {
@@ -142,6 +145,17 @@ int check_run(const mktfs_run &run) {
     return 0;
 }
 
+int read_thread_count() {
+    const char *text = std::getenv("MKTFS_THREADS");
+    if (text == nullptr)
+        return 0;
+    std::uint32_t &threads = mktfs_get_filesystem_opts()->threads;
+    if (th_str_to_uint32(text, 10, &threads) != 0 || threads < 1 || threads > MAX_THREADS)
+        return MKTFS_FAIL(1, "the variable MKTFS_THREADS is '%s', it must be a number from 1 to %u\n", text,
+                          MAX_THREADS);
+    return 0;
+}
+
 int run_mode(const mktfs_run &run) {
     if (run.extract)
         return mktfs_run_extract(run);
@@ -159,6 +173,8 @@ int run_command_line(int argc, char **argv) {
     if (const int err = read_options(line); err != 0 || line.help)
         return err;
     if (const int err = check_run(line.run); err != 0)
+        return err;
+    if (const int err = read_thread_count(); err != 0)
         return err;
     return run_mode(line.run);
 }

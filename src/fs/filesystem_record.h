@@ -15,7 +15,8 @@ inline constexpr std::uint32_t MKTFS_OPT_NO_SEARCH_PATHS = 0x10;  // no default 
 
 struct mktfs_filesystem_opts {
     std::uint32_t flags = 0;
-    void *priv = nullptr;  // the type's private options, owned by the type
+    void *priv = nullptr;       // the type's private options, owned by the type
+    std::uint32_t threads = 1;  // that the run may use, 1 to 64
 };
 
 struct mktfs_filesystem {

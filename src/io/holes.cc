@@ -8,8 +8,6 @@
 
 namespace {
 
-// Smaller holes are as quickly read; more of them are not worth their memory.
-constexpr std::uint64_t SMALLEST = 64 * 1024;
 constexpr std::size_t MOST = 4096;
 constexpr blkcnt_t STATUS_BLOCK = 512;  // unit of st_blocks, bytes
 
@@ -34,7 +32,7 @@ io_holes::io_holes(int descriptor, std::uint64_t size) noexcept {
     for (std::uint64_t at = 0; ranges_ && at < size && count_ < MOST;) {
         const std::uint64_t start = next(descriptor, at, SEEK_HOLE, size);
         at = next(descriptor, start, SEEK_DATA, size);
-        if (at - start >= SMALLEST)
+        if (at - start >= IO_SMALLEST_HOLE)
             ranges_[count_++] = {start, at};
     }
 }

@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <memory>
 
+// Bytes.  Smaller holes are as quickly read; more of them are not worth their memory.
+inline constexpr std::uint64_t IO_SMALLEST_HOLE = 64 * 1024;
+
 class io_holes {
 public:
     // Asks the system for the larger holes of an open file of `size` bytes.  None are

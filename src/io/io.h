@@ -114,7 +114,8 @@ void mktfs_io_destroy(mktfs_io *io);
 // the destination, in pieces; `moved` hears of each.  0 for a null source or nothing to
 // copy; EINVAL for a null destination; else the first error of a read or write, EIO for
 // a mapping that lost its file, with what comes before it copied.  Ranges of a mapping
-// that were copied into a file are dropped as by mktfs_io_drop.
+// that were copied into a file are dropped as by mktfs_io_drop; its holes become holes
+// of a regular file.
 [[nodiscard]] int mktfs_io_merge(
     mktfs_io *destination, mktfs_io *source, std::uint64_t length,
     mktfs_io_moved moved = [](std::uint64_t) {});

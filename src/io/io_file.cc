@@ -187,14 +187,34 @@ int write_piece(const file_state &state, off_t offset, const std::uint8_t *bytes
     return err == EFAULT ? EIO : err;
 }
 
+bool is_regular(const file_state &state) {
+    struct stat status {};
+    return fstat(state.descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+bool has_holes(mktfs_io &source, std::uint64_t length) {
+    for (std::uint64_t at = 0; at < length; at += IO_SMALLEST_HOLE)
+        if (mktfs_io_hole(&source, at) > 0)
+            return true;
+    return false;
+}
+
+// Makes a hole of the source one of the file, up to the file's end.
+int append_hole(const file_state &state, off_t end) {
+    return TEMP_FAILURE_RETRY(ftruncate(state.descriptor, end)) == 0 ? 0 : errno;
+}
+
 // `written`: bytes that reached the file, also on failure.
 int append_pieces(const file_state &state, off_t start, mktfs_io &source, const std::uint8_t *bytes,
                   std::uint64_t length, mktfs_io_moved moved, std::uint64_t &written) {
+    const bool keeps_holes = is_regular(state);
     std::uint64_t dropped = 0;
     for (written = 0; written < length;) {
-        std::uint64_t done = 0;
-        const int err = write_piece(state, start + static_cast<off_t>(written), bytes + written,
-                                    std::min(MERGE_PIECE, length - written), done);
+        const std::uint64_t hole = keeps_holes ? mktfs_io_hole(&source, written) : 0;
+        std::uint64_t done = std::min(hole, length - written);
+        const int err = done > 0 ? append_hole(state, start + static_cast<off_t>(written + done))
+                                 : write_piece(state, start + static_cast<off_t>(written), bytes + written,
+                                               std::min(MERGE_PIECE, length - written), done);
         written += done;
         moved(done);
         if (err != 0)
@@ -215,7 +235,7 @@ int file_append(mktfs_io &io, mktfs_io &source, const std::uint8_t *bytes, std::
         return err;
     // Blocks reserved in one go are quicker to write and lie together; where that does
     // not work, the writes themselves get them.
-    if (length > MERGE_PIECE)
+    if (length > MERGE_PIECE && !has_holes(source, length))
         (void)fallocate(state.descriptor, FALLOC_FL_KEEP_SIZE, start, static_cast<off_t>(length));
     std::uint64_t written = 0;
     const int err = append_pieces(state, start, source, bytes, length, moved, written);

@@ -1,17 +1,23 @@
 #include "ttd/build.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
+#include <optional>
 
 #include "base/log.h"
 #include "base/progress.h"
-#include "fs/filesystem_record.h"
 #include "io/io.h"
+#include "talg/workers.h"
+#include "th/handle.h"
 #include "ttd/context.h"
 #include "ttd/custom_sign.h"
 #include "ttd/hash.h"
+#include "ttd/image_copy.h"
+#include "ttd/input_image.h"
 #include "ttd/merkle.h"
 #include "ttd/options.h"
 #include "ttd/signature.h"
@@ -19,16 +25,16 @@
 
 namespace {
 
-constexpr std::uint64_t ZERO_PIECE = 256 * 1024;
+using workers_ptr = th_handle<talg_workers, talg_workers_destroy>;
 
-bool has_option(std::uint32_t flag) {
-    return (ttd_opts.flags & flag) != 0;
+bool has_option(const ttd_run_context &run, std::uint32_t flag) {
+    return (run.options->flags & flag) != 0;
 }
 
 // Partition mode that also writes the partition, so that tree and superblock have
 // fixed places in the output.
-bool writes_partition() {
-    return has_option(TTD_OPT_PARTITION) && !has_option(TTD_OPT_META_ONLY);
+bool writes_partition(const ttd_run_context &run) {
+    return has_option(run, TTD_OPT_PARTITION) && !has_option(run, TTD_OPT_META_ONLY);
 }
 
 void fill_superblock(ttd_run_context &run) {
@@ -38,18 +44,18 @@ void fill_superblock(ttd_run_context &run) {
     sb.version = TTD_VERSION;
     sb.blksize = run.engine.info.block_size;
     sb.hblksize = run.engine.info.hash_block_size;
-    sb.hashtype = ttd_opts.hash;
-    sb.sigtype = ttd_opts.signature;
-    sb.rollback = ttd_opts.rollback;
+    sb.hashtype = run.options->hash;
+    sb.sigtype = run.options->signature;
+    sb.rollback = run.options->rollback;
 }
 
 void choose_sizes(ttd_run_context &run) {
-    const bool calculate = has_option(TTD_OPT_CALCULATE);
-    if (!has_option(TTD_OPT_PARTITION))
-        run.engine.info.covered_size = calculate ? ttd_opts.calculate_size : run.input_size;
+    const bool calculate = has_option(run, TTD_OPT_CALCULATE);
+    if (!has_option(run, TTD_OPT_PARTITION))
+        run.engine.info.covered_size = calculate ? run.options->calculate_size : run.input_size;
     if (calculate) {
         run.engine.superblock.sigtype = 1;  // a calculation needs no -S; any known code starts the crypto
-        run.input_size = ttd_opts.calculate_size;
+        run.input_size = run.options->calculate_size;
     }
 }
 
@@ -76,15 +82,15 @@ int check_options(ttd_run_context &run) {
 
 // A calculation prints what the 32-bit numbers of the format come to; an image is
 // only built where they are true.
-int derive_geometry(ttd_info &info) {
+int derive_geometry(ttd_run_context &run) {
     if (verbose)
         mktfs_log(MKTFS_LOG_INFO, "ttd: generating merkle filesystem geometry information\n");
-    int err = ttd_generate_info(&info);
-    if (err == 0 && !has_option(TTD_OPT_CALCULATE) && !ttd_info_is_exact(info))
+    int err = ttd_generate_info(&run.engine.info);
+    if (err == 0 && !has_option(run, TTD_OPT_CALCULATE) && !ttd_info_is_exact(run.engine.info))
         err = EINVAL;
     if (err != 0)
-        mktfs_log(MKTFS_LOG_ERROR, "ttd: failed to generate filesystem geometry information\n");
-    return err;
+        return MKTFS_FAIL(err, "ttd: failed to generate filesystem geometry information\n");
+    return 0;
 }
 
 int choose_salt(ttd_ctx &engine) {
@@ -137,127 +143,144 @@ void place_behind_input(ttd_ctx &engine) {
     engine.superblock.offset = engine.info.covered_size;
 }
 
-int open_input(const ttd_run_context &run, mktfs_io_ptr &image) {
+int open_input(const ttd_run_context &run, ttd_input_image &input) {
     const char *path = run.input_path.c_str();
-    const int err = has_option(TTD_OPT_PARTITION)
-                        ? mktfs_io_mmap_overflow_create(path, run.engine.info.covered_size, th_out(image))
-                        : mktfs_io_mmap_create(path, th_out(image));
-    if (err != 0)
+    if (const int err = input.open(path); err != 0)
         return MKTFS_FAIL(err, "ttd: failed to create input image io object (%s)\n", strerror(err));
-    const std::uint64_t size = mktfs_io_datasize(image.get());
-    if (size != run.input_size)
+    if (input.size() != run.input_size)
         return MKTFS_FAIL(EINVAL,
                           "ttd: input image '%s' changed its size from '%lu' to '%lu', build again when "
                           "nothing writes to it\n",
-                          path, run.input_size, size);
+                          path, run.input_size, input.size());
     return 0;
 }
 
 int place_image(ttd_run_context &run) {
-    if (has_option(TTD_OPT_PARTITION))
+    if (has_option(run, TTD_OPT_PARTITION))
         return place_in_partition(run);
     place_behind_input(run.engine);
     return 0;
 }
 
-int sign(ttd_ctx &engine) {
-    ttd_superblock &sb = engine.superblock;
-    int err = 0;
-    if (has_option(TTD_OPT_CUSTOM_SIGN))
-        err = ttd_custom_sign_superblock(ttd_opts.signature, ttd_opts.sign_command, &sb);
-    else if (!ttd_opts.key_path)
+int refuse_signature(int err) {
+    return MKTFS_FAIL(err, "ttd: superblock signature generation failed\n");
+}
+
+int sign(ttd_run_context &run) {
+    ttd_superblock &sb = run.engine.superblock;
+    const ttd_options &options = *run.options;
+    if (has_option(run, TTD_OPT_CUSTOM_SIGN)) {
+        const int err = ttd_custom_sign_superblock(options.signature, options.sign_command, &sb);
+        return err == 0 ? 0 : refuse_signature(err);
+    }
+    if (!options.key_path)
         return MKTFS_FAIL(EINVAL, "ttd: missing -K option\n");
-    else
-        err = ttd_sign_superblock(&sb, ttd_opts.key_path);
-    if (err != 0)
-        mktfs_log(MKTFS_LOG_ERROR, "ttd: superblock signature generation failed\n");
-    return err;
+    const int err = ttd_sign_superblock(&sb, options.key_path);
+    return err == 0 ? 0 : refuse_signature(err);
 }
 
-// Zeros from the end of the output up to `size`: a hole where the output can have
-// one, written zeros anywhere else.
-int fill_with_zeros(mktfs_io &output, std::uint64_t count, std::uint64_t size) {
-    if (mktfs_io_extend(&output, size) == 0) {
-        mktfs_progress_add(count);
+// What would fail only after the whole input was hashed, with the same messages.  A
+// key is not read here, since a pipe can be read only once.
+int check_signer(const ttd_run_context &run) {
+    const ttd_options &options = *run.options;
+    if (has_option(run, TTD_OPT_CUSTOM_SIGN)) {
+        const int err = ttd_check_custom_sign();
+        return err == 0 ? 0 : refuse_signature(err);
+    }
+    if (!options.key_path || faccessat(AT_FDCWD, options.key_path, R_OK, AT_EACCESS) == 0)
         return 0;
-    }
-    ttd_bytes zeros;
-    if (!zeros.allocate(ZERO_PIECE))
-        return ENOMEM;
-    int err = 0;
-    while (err == 0 && count > 0) {
-        const std::uint64_t piece = std::min(count, ZERO_PIECE);
-        err = mktfs_io_write(&output, -1, zeros.data(), piece);
-        mktfs_progress_add(piece);
-        count -= piece;
-    }
-    return err;
+    ttd_superblock unsigned_superblock = run.engine.superblock;
+    const int err = ttd_sign_superblock(&unsigned_superblock, options.key_path);
+    return err == 0 ? 0 : refuse_signature(err);
 }
 
-int write_input(const ttd_run_context &run, mktfs_io &image, mktfs_io &output) {
-    const std::uint64_t covered = run.engine.info.covered_size;
-    int err = mktfs_io_merge(&output, &image, covered, mktfs_progress_add);
-    if (err == 0 && has_option(TTD_OPT_PARTITION))
-        err = fill_with_zeros(output, covered - run.input_size, covered);
-    if (err != 0)
-        mktfs_log(MKTFS_LOG_ERROR, "ttd: failed to write input image to output (%s)\n", strerror(err));
-    return err;
+int hash_input(ttd_run_context &run, const ttd_input_image &input, ttd_image_copy *copy, ttd_bytes &tree) {
+    ttd_ctx &engine = run.engine;
+    const mktfs_progress progress(engine.info.covered_size, 1);
+    const workers_ptr workers(talg_workers_create(run.threads));
+    if (copy && !input.is_sparse())
+        copy->reserve(input.size());
+    const ttd_build_means means = {
+        .input = input, .copy = copy, .workers = workers.get(), .worker_count = run.threads};
+    if (const int err = ttd_build_tree(engine, means, tree); err != 0)
+        return err;
+    std::ranges::copy(engine.info.root_hash.span(), engine.superblock.roothash);
+    return 0;
 }
 
-int write_image(const ttd_run_context &run, mktfs_io &image, const ttd_bytes &tree, mktfs_io &output) {
+int write_meta_data(const ttd_run_context &run, const ttd_bytes &tree, mktfs_io &output) {
     const ttd_superblock &sb = run.engine.superblock;
-    if (!has_option(TTD_OPT_META_ONLY))
-        if (const int err = write_input(run, image, output); err != 0)
-            return err;
-    const auto tree_offset = writes_partition() ? static_cast<std::int64_t>(sb.offset) : -1;
+    const auto tree_offset = writes_partition(run) ? static_cast<std::int64_t>(sb.offset) : -1;
     if (const int err = mktfs_io_write(&output, tree_offset, tree.data(), tree.size()); err != 0)
         return MKTFS_FAIL(err, "ttd: failed to write hash tree to output\n");
     const auto superblock_offset =
-        writes_partition() ? static_cast<std::int64_t>(sb.totalsize - TTD_SUPERBLOCK_SIZE) : -1;
+        writes_partition(run) ? static_cast<std::int64_t>(sb.totalsize - TTD_SUPERBLOCK_SIZE) : -1;
     if (const int err = mktfs_io_write(&output, superblock_offset, &sb, sizeof sb); err != 0)
         return MKTFS_FAIL(err, "ttd: failed to write superblock\n");
     const std::uint64_t size =
-        has_option(TTD_OPT_META_ONLY) ? ttd_meta_data_size(run.engine.info) : sb.totalsize;
+        has_option(run, TTD_OPT_META_ONLY) ? ttd_meta_data_size(run.engine.info) : sb.totalsize;
     if (mktfs_io_size(&output) > size)
         return MKTFS_FAIL(EIO,
                           "ttd: the output holds more than the image, does another process write to it?\n");
     return 0;
 }
 
+int write_image(const ttd_run_context &run, ttd_image_copy *copy, const ttd_bytes &tree, mktfs_io &output) {
+    const int err = copy ? copy->finish(run.engine.info.covered_size) : 0;
+    if (err != 0)
+        return MKTFS_FAIL(err, "ttd: failed to write input image to output (%s)\n", strerror(err));
+    return write_meta_data(run, tree, output);
+}
+
+// Hashes and signature are of the bytes that were read, but not of what the file holds
+// now, and with -M nothing else is kept of them.
+int refuse_changed_input(const ttd_run_context &run, const ttd_input_image &input) {
+    if (!input.has_changed())
+        return 0;
+    return MKTFS_FAIL(EINVAL,
+                      "ttd: input image '%s' changed while the image was built, build again when nothing "
+                      "writes to it\n",
+                      run.input_path.c_str());
+}
+
 int ttd_build_filesystem(ttd_run_context &run, mktfs_io &output) {
-    ttd_ctx &engine = run.engine;
-    if (const int err = choose_salt(engine); err != 0)
+    if (const int err = choose_salt(run.engine); err != 0)
         return err;
     if (const int err = place_image(run); err != 0)
         return err;
-    mktfs_io_ptr image;
-    if (const int err = open_input(run, image); err != 0)
+    ttd_input_image input;
+    if (const int err = open_input(run, input); err != 0)
         return err;
-    const mktfs_progress progress(engine.info.covered_size, has_option(TTD_OPT_META_ONLY) ? 1 : 2);
+    if (const int err = check_signer(run); err != 0)
+        return err;
+    std::optional<ttd_image_copy> copy;
+    if (!has_option(run, TTD_OPT_META_ONLY))
+        copy.emplace(output);
+    ttd_image_copy *const target = copy ? &*copy : nullptr;
     ttd_bytes tree;
-    if (const int err = ttd_build_tree(engine, *image, tree); err != 0)
+    if (const int err = hash_input(run, input, target, tree); err != 0)
         return err;
-    std::ranges::copy(engine.info.root_hash.span(), engine.superblock.roothash);
-    if (const int err = sign(engine); err != 0)
+    if (const int err = sign(run); err != 0)
         return err;
-    return write_image(run, *image, tree, output);
+    if (const int err = write_image(run, target, tree, output); err != 0)
+        return err;
+    return refuse_changed_input(run, input);
 }
 
 }  // namespace
 
-int ttd_fsys_build(mktfs_filesystem *fs, mktfs_io *output) {
-    ttd_run_context &run = ttd_context(*fs);
+int ttd_build(ttd_run_context &run, mktfs_io *output) {
     fill_superblock(run);
     choose_sizes(run);
     if (const int err = check_options(run); err != 0)
         return err;
-    if (const int err = derive_geometry(run.engine.info); err != 0)
+    if (const int err = derive_geometry(run); err != 0)
         return err;
-    if (has_option(TTD_OPT_CALCULATE)) {
-        ttd_print_stats(fs);
+    if (has_option(run, TTD_OPT_CALCULATE)) {
+        ttd_print_run_stats(run);
         return 0;
     }
-    if (ttd_opts.signature == 0)
+    if (run.options->signature == 0)
         return MKTFS_FAIL(EINVAL, "ttd: missing -S option\n");
     if (!output)
         return EINVAL;

@@ -2,11 +2,12 @@
 // the three written in order.
 #pragma once
 
-struct mktfs_filesystem;
 struct mktfs_io;
+struct ttd_run_context;
 
-// The type's build operation.  With -C it only derives and prints the geometry and
-// touches no file; `output` may then be null.  Every failure is logged; EINVAL for
-// options and consistency, ENOMEM, EFAULT for the random generator, or the error of
-// the I/O object or crypto service.  The output may then hold part of an image.
-[[nodiscard]] int ttd_fsys_build(mktfs_filesystem *fs, mktfs_io *output);
+// Builds what the options of the run ask for.  With -C that is only to derive and print
+// the geometry, which touches no file; `output` may then be null.  Every failure is logged;
+// EINVAL for options, consistency and an input that changes meanwhile, ENOMEM, EFAULT
+// for the random generator, or the error of the files or crypto service.  The output
+// may then hold part of an image.
+[[nodiscard]] int ttd_build(ttd_run_context &run, mktfs_io *output);

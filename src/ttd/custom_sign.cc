@@ -96,18 +96,27 @@ public:
         : sigtype_(sigtype), user_command_(command), superblock_(superblock) {}
 
     [[nodiscard]] int run() {
-        using step = int (command_signer::*)();
-        constexpr step steps[] = {
-            &command_signer::name_files,   &command_signer::choose_message, &command_signer::create_files,
-            &command_signer::make_command, &command_signer::write_message,
-        };
-        for (const step next : steps)
-            if (const int err = (this->*next)(); err != 0)
-                return err;
+        if (const int err = name_files(); err != 0)
+            return err;
+        if (const int err = choose_message(); err != 0)
+            return err;
+        if (const int err = create_files(); err != 0)
+            return err;
+        if (const int err = make_command(); err != 0)
+            return err;
+        if (const int err = write_message(); err != 0)
+            return err;
         bool signature_is_there = false;
         if (const int err = run_command(signature_is_there); err != 0 || !signature_is_there)
             return err;
         return read_signature();
+    }
+
+    // The first steps without anything to show for them.
+    [[nodiscard]] int check() {
+        if (const int err = name_files(); err != 0)
+            return err;
+        return access(mktfs_tmpdir(), F_OK) == 0 ? 0 : create_files();
     }
 
 private:
@@ -214,6 +223,11 @@ private:
 };
 
 }  // namespace
+
+int ttd_check_custom_sign() {
+    ttd_superblock nothing{};
+    return command_signer(0, "", nothing).check();
+}
 
 int ttd_custom_sign_superblock(std::uint32_t sigtype, const char *command, ttd_superblock *superblock) {
     return command_signer(sigtype, command, *superblock).run();

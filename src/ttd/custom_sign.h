@@ -19,3 +19,7 @@ struct ttd_superblock;
 // error.  Logs.
 [[nodiscard]] int ttd_custom_sign_superblock(std::uint32_t sigtype, const char *command,
                                              ttd_superblock *superblock);
+
+// Finds what is wrong with the temporary folder before there is anything to sign, with
+// the error and message that the signing would end with.
+[[nodiscard]] int ttd_check_custom_sign();

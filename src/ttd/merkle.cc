@@ -1,16 +1,23 @@
 #include "ttd/merkle.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "base/hex.h"
 #include "base/log.h"
 #include "base/progress.h"
-#include "io/io.h"
 #include "ttd/hash.h"
 
 namespace {
+
+// Blocks are fetched, written and hashed in pieces of about this many bytes: few system
+// calls, and the piece is still in the processor's cache when it is used again.
+constexpr std::uint32_t PIECE_SIZE = 256 * 1024;
 
 void dump_hash(const std::uint8_t *block, const std::uint8_t *hash, std::size_t size) {
     mktfs_log(MKTFS_LOG_INFO, "ttd: data: ");
@@ -21,157 +28,326 @@ void dump_hash(const std::uint8_t *block, const std::uint8_t *hash, std::size_t 
     mktfs_log(MKTFS_LOG_INFO, "\n");
 }
 
-// The data blocks of the covered area: in place where they lie whole within the
-// mapped input, the block in which the input ends filled up, and zeros behind it.
-class data_blocks {
+// `count` copies of a hash, side by side.
+void fill_slots(std::uint8_t *out, std::uint64_t count, const ttd_bytes &hash) {
+    for (std::uint64_t i = 0; i < count; ++i)
+        std::memcpy(out + i * hash.size(), hash.data(), hash.size());
+}
+
+// Neighbouring blocks.
+struct block_run {
+    std::uint64_t first = 0;
+    std::uint32_t count = 0;
+};
+
+// What came of fetching a run of blocks.
+struct fetched_run {
+    const std::uint8_t *bytes = nullptr;  // null: all of them are zero
+    std::uint32_t count = 0;              // blocks fetched
+    int error = 0;                        // why the next one was not
+};
+
+// The blocks that a level of the tree is the hashes of.  fetch() is called by several
+// threads; `buffer` has room for the run.
+class block_source {
 public:
-    data_blocks(ttd_ctx &ctx, mktfs_io &image, tcrypto_ctx *digest)
-        : ctx_(ctx), image_(image), digest_(digest), bytes_(mktfs_io_buf(&image)),
-          in_place_(bytes_ ? mktfs_io_datasize(&image) / ctx.info.block_size : 0),
-          read_(bytes_ ? (mktfs_io_datasize(&image) + ctx.info.block_size - 1) / ctx.info.block_size
-                       : UINT64_MAX) {}
+    virtual ~block_source() = default;
+    [[nodiscard]] virtual std::uint32_t block_size() const = 0;
+    [[nodiscard]] virtual bool needs_buffer() const = 0;
+    [[nodiscard]] virtual fetched_run fetch(const block_run &run, std::uint8_t *buffer) = 0;
+    // A line about a block that is hashed to `out`.
+    virtual void trace(std::uint64_t index, std::uint8_t *out) const = 0;
+    [[nodiscard]] virtual bool is_ordered() const { return false; }  // runs must come one after the other
+    virtual void show_progress(std::uint64_t) const {}               // bytes more are hashed
+};
 
-    [[nodiscard]] bool allocate() { return buffer_.allocate(ctx_.info.block_size); }
+// The covered area: the input and, in a partition, the zeros behind it.  What is
+// fetched is written to the copy at once.
+class data_blocks final : public block_source {
+public:
+    data_blocks(const ttd_input_image &input, std::uint32_t block_size, ttd_image_copy *copy)
+        : input_(input), block_size_(block_size), copy_(copy) {}
 
-    // Blocks that the I/O object delivers, the last one perhaps in part.
-    [[nodiscard]] std::uint64_t count() const {
-        return (mktfs_io_size(&image_) + ctx_.info.block_size - 1) / ctx_.info.block_size;
+    [[nodiscard]] std::uint32_t block_size() const override { return block_size_; }
+    [[nodiscard]] bool needs_buffer() const override { return true; }
+    [[nodiscard]] bool is_ordered() const override { return copy_ && !copy_->takes_pieces_in_any_order(); }
+    void show_progress(std::uint64_t bytes) const override { mktfs_progress_add(bytes); }
+
+    [[nodiscard]] fetched_run fetch(const block_run &run, std::uint8_t *buffer) override {
+        const std::uint64_t start = run.first * block_size_;
+        const std::uint64_t end = start + std::uint64_t{run.count} * block_size_;
+        if (input_.size() == 0)
+            return {.error = EINVAL};
+        const bool has_data = next_data(start, end) < end;
+        if (!has_data && !is_ordered() && verbose <= 2)
+            return {.count = run.count};
+        std::uint64_t good = end;
+        const int err = read(start, end, buffer, good);
+        if (is_ordered() && start < input_.size())
+            copy_->write(start, buffer, std::min(good, input_.size()) - start);
+        return {
+            .bytes = buffer, .count = static_cast<std::uint32_t>((good - start) / block_size_), .error = err};
     }
 
-    // Hashes of `count` blocks from `first` on, packed at `out`.
-    [[nodiscard]] int hash(std::uint64_t first, std::uint64_t count, std::uint8_t *out) {
-        if (verbose > 2)
-            return hash_one_by_one(first, first + count, out);
-        mktfs_progress_add(count * ctx_.info.block_size);
-        const std::uint64_t end = first + count;
-        const std::uint64_t whole_end = std::clamp(in_place_, first, end);
-        const std::uint64_t read_end = std::clamp(read_, first, end);
-        const std::size_t hash_size = ctx_.info.hash_size;
-        if (const int err = hash_in_place(first, whole_end, out); err != 0)
-            return err;
-        if (const int err = hash_one_by_one(whole_end, read_end, out + (whole_end - first) * hash_size);
-            err != 0)
-            return err;
-        fill_with_zero_hash(out + (read_end - first) * hash_size, end - read_end);
-        return 0;
+    void trace(std::uint64_t index, std::uint8_t *out) const override {
+        mktfs_log(MKTFS_LOG_INFO, "ttd: hashing data block %lu of size %u at hash_ptr %p\n", index,
+                  block_size_, static_cast<void *>(out));
     }
 
 private:
-    [[nodiscard]] int hash_in_place(std::uint64_t first, std::uint64_t end, std::uint8_t *out) {
-        if (first == end)
-            return 0;
-        const std::uint64_t offset = first * ctx_.info.block_size;
-        if (mktfs_io_hole(&image_, offset) >= (end - first) * ctx_.info.block_size) {
-            fill_with_zero_hash(out, end - first);
-            return 0;
-        }
-        const ttd_block_run run = {
-            .data = bytes_ + offset, .length = ctx_.info.block_size, .count = end - first};
-        ttd_hash_failure failure;
-        if (ttd_hash_blocks(&ctx_, run, digest_, out, &failure) != 0)
-            return MKTFS_FAIL(ttd_hash_report(failure), "ttd: failed to hash data block %lu\n",
-                              first + failure.block);
-        release_behind(end * ctx_.info.block_size);
-        return 0;
+    // `end` when nothing but zeros comes before it.
+    [[nodiscard]] std::uint64_t next_data(std::uint64_t from, std::uint64_t end) const {
+        const std::uint64_t found = input_.next_data(from);
+        return found < input_.size() ? std::min(found, end) : end;
     }
 
-    void fill_with_zero_hash(std::uint8_t *out, std::uint64_t count) const {
-        for (std::uint64_t i = 0; i < count; ++i)
-            std::memcpy(out + i * ctx_.info.hash_size, ctx_.info.zero_hash.data(), ctx_.info.hash_size);
-    }
-
-    void release_behind(std::uint64_t offset) {
-        if (offset - released_ < MKTFS_IO_WINDOW)
-            return;
-        mktfs_io_drop(&image_, released_, offset - released_);
-        released_ = offset;
-    }
-
-    [[nodiscard]] int hash_one_by_one(std::uint64_t first, std::uint64_t end, std::uint8_t *out) {
-        const std::uint32_t block_size = ctx_.info.block_size;
-        for (std::uint64_t index = first; index < end; ++index, out += ctx_.info.hash_size) {
-            const auto offset = static_cast<std::int64_t>(index * block_size);
-            if (const int err = mktfs_io_read(&image_, offset, buffer_.data(), block_size); err != 0)
-                return MKTFS_FAIL(err, "ttd: failed to read data block '%lu' (%s)\n", index, strerror(err));
-            if (verbose > 2)
-                mktfs_log(MKTFS_LOG_INFO, "ttd: hashing data block %lu of size %u at hash_ptr %p\n", index,
-                          block_size, static_cast<void *>(out));
-            if (const int err = ttd_hash_block(&ctx_, buffer_.data(), block_size, digest_, out); err != 0)
-                return MKTFS_FAIL(err, "ttd: failed to hash data block %lu\n", index);
-            if (verbose > 3)
-                dump_hash(buffer_.data(), out, ctx_.info.hash_size);
+    // The bytes [start, end) of the covered area; `good` is where a failed read ended.
+    [[nodiscard]] int read(std::uint64_t start, std::uint64_t end, std::uint8_t *buffer,
+                           std::uint64_t &good) {
+        for (std::uint64_t at = start; at < end;) {
+            const std::uint64_t data = next_data(at, end);
+            std::memset(buffer + (at - start), 0, data - at);
+            at = std::min(input_.next_hole(data), end);
+            if (data == end)
+                return 0;
+            std::uint64_t done = 0;
+            if (const int err = input_.read(data, buffer + (data - start), at - data, done); err != 0) {
+                good = data + done;
+                return err;
+            }
+            if (copy_ && !is_ordered())
+                copy_->write(data, buffer + (data - start), at - data);
         }
         return 0;
     }
 
-    ttd_ctx &ctx_;
-    mktfs_io &image_;
-    tcrypto_ctx *const digest_;
-    const std::uint8_t *const bytes_;  // the mapped input; null when it is empty
-    const std::uint64_t in_place_;     // blocks that lie whole within it
-    const std::uint64_t read_;         // blocks that must be read, not known to be zero
-    std::uint64_t released_ = 0;       // mapped bytes already let go of
-    ttd_bytes buffer_;                 // one block
+    const ttd_input_image &input_;
+    const std::uint32_t block_size_;
+    ttd_image_copy *const copy_;  // null: only the tree is wanted
 };
 
 // The hash blocks of a finished level.
-class level_blocks {
+class level_blocks final : public block_source {
 public:
-    level_blocks(ttd_ctx &ctx, const std::uint8_t *level, tcrypto_ctx *digest)
-        : ctx_(ctx), level_(level), digest_(digest) {}
+    level_blocks(const std::uint8_t *level, std::uint32_t block_size)
+        : level_(level), block_size_(block_size) {}
 
-    [[nodiscard]] int hash(std::uint64_t first, std::uint64_t count, std::uint8_t *out) {
-        if (verbose > 2)
-            return hash_one_by_one(first, first + count, out);
-        const std::uint32_t size = ctx_.info.hash_block_size;
-        const ttd_block_run run = {.data = level_ + first * size, .length = size, .count = count};
-        ttd_hash_failure failure;
-        if (ttd_hash_blocks(&ctx_, run, digest_, out, &failure) != 0)
-            return MKTFS_FAIL(ttd_hash_report(failure), "ttd: failed to hash data block %zu\n",
-                              static_cast<std::size_t>(first) + failure.block);
-        return 0;
+    [[nodiscard]] std::uint32_t block_size() const override { return block_size_; }
+    [[nodiscard]] bool needs_buffer() const override { return false; }
+    [[nodiscard]] fetched_run fetch(const block_run &run, std::uint8_t *) override {
+        return {.bytes = level_ + run.first * block_size_, .count = run.count};
+    }
+    void trace(std::uint64_t index, std::uint8_t *) const override {
+        mktfs_log(MKTFS_LOG_INFO, "ttd: hashing hash block '%zu'\n", static_cast<std::size_t>(index));
     }
 
 private:
-    [[nodiscard]] int hash_one_by_one(std::size_t first, std::size_t end, std::uint8_t *out) {
-        const std::uint32_t size = ctx_.info.hash_block_size;
-        for (std::size_t index = first; index < end; ++index, out += ctx_.info.hash_size) {
-            const std::uint8_t *block = level_ + index * size;
-            mktfs_log(MKTFS_LOG_INFO, "ttd: hashing hash block '%zu'\n", index);
-            if (const int err = ttd_hash_block(&ctx_, block, size, digest_, out); err != 0)
-                return MKTFS_FAIL(err, "ttd: failed to hash data block %zu\n", index);
-            if (verbose > 3)
-                dump_hash(block, out, ctx_.info.hash_size);
+    const std::uint8_t *const level_;
+    const std::uint32_t block_size_;
+};
+
+// Hashes the blocks of a source into a level, in pieces that the workers share.  The
+// outcome and its messages are those of hashing block after block.
+class level_hasher {
+public:
+    level_hasher(ttd_ctx &ctx, tcrypto_ctx *digest, const ttd_build_means &means, block_source &source,
+                 std::uint8_t *level)
+        : ctx_(ctx), digest_(digest), source_(source), level_(level),
+          piece_blocks_(std::max(PIECE_SIZE / source.block_size(), 1U)),
+          workers_(verbose > 2 || source.is_ordered() ? nullptr : means.workers),
+          lane_count_(workers_ ? means.worker_count : 1) {}
+
+    // The first `count` blocks of the source.
+    [[nodiscard]] int run(std::uint64_t count) {
+        if (!allocate())
+            return MKTFS_FAIL(ENOMEM, "ttd: unable to allocate memory for read buffer\n");
+        count_ = count;
+        const auto do_piece = [](void *self, std::size_t piece, unsigned worker) {
+            static_cast<level_hasher *>(self)->hash_piece(piece, worker);
+        };
+        talg_workers_run(workers_, do_piece, this, (count + piece_blocks_ - 1) / piece_blocks_);
+        source_.show_progress(hashed_);
+        return report_first_failure();
+    }
+
+private:
+    // What a worker needs, and its first failure.
+    struct lane {
+        ttd_bytes buffer;
+        std::size_t failed_piece = SIZE_MAX;
+        std::uint64_t failed_block = 0;
+        int read_error = 0;
+        ttd_hash_failure hash_failure;  // where reading did not fail
+    };
+
+    [[nodiscard]] bool allocate() {
+        lanes_.reset(new (std::nothrow) lane[lane_count_]);
+        for (unsigned i = 0; lanes_ && source_.needs_buffer() && i < lane_count_; ++i)
+            if (!lanes_[i].buffer.allocate(std::size_t{piece_blocks_} * source_.block_size()))
+                return false;
+        return lanes_ != nullptr;
+    }
+
+    [[nodiscard]] block_run blocks_of(std::size_t piece) const {
+        const std::uint64_t first = std::uint64_t{piece} * piece_blocks_;
+        return {.first = first,
+                .count = static_cast<std::uint32_t>(std::min<std::uint64_t>(piece_blocks_, count_ - first))};
+    }
+
+    // Pieces are taken in order, so those before the first that fails all get done.
+    void hash_piece(std::size_t piece, unsigned worker) {
+        if (piece > first_failed_)
+            return;
+        lane &mine = lanes_[worker];
+        const block_run run = blocks_of(piece);
+        const fetched_run fetched = source_.fetch(run, mine.buffer.data());
+        if (verbose > 2) {
+            traced_error_ = hash_one_by_one(run.first, fetched);
+            if (traced_error_ != 0)
+                first_failed_ = piece;
+        } else if (hash_fetched(run.first, fetched, worker, mine) != 0) {
+            mine.failed_piece = piece;
+            note_failure(piece);
+        } else {
+            note_progress(std::uint64_t{run.count} * source_.block_size(), worker);
+        }
+    }
+
+    void note_failure(std::size_t piece) {
+        std::size_t known = first_failed_;
+        while (piece < known && !first_failed_.compare_exchange_weak(known, piece)) {
+        }
+    }
+
+    // Only the caller's own thread shows it.
+    void note_progress(std::uint64_t bytes, unsigned worker) {
+        hashed_ += bytes;
+        if (worker == 0)
+            source_.show_progress(hashed_.exchange(0));
+    }
+
+    [[nodiscard]] int report_first_failure() const {
+        if (first_failed_ == SIZE_MAX || traced_error_ != 0)
+            return traced_error_;
+        unsigned worker = 0;
+        while (lanes_[worker].failed_piece != first_failed_)
+            ++worker;
+        const lane &failed = lanes_[worker];
+        if (failed.read_error != 0)
+            return refuse_read(failed.failed_block, failed.read_error);
+        return MKTFS_FAIL(ttd_hash_report(failed.hash_failure), "ttd: failed to hash data block %lu\n",
+                          failed.failed_block);
+    }
+
+    [[nodiscard]] static int refuse_read(std::uint64_t index, int err) {
+        return MKTFS_FAIL(err, "ttd: failed to read data block '%lu' (%s)\n", index, strerror(err));
+    }
+
+    [[nodiscard]] std::uint8_t *slot(std::uint64_t index) const {
+        const std::uint64_t per_block = ctx_.info.hashes_per_block;
+        return level_ + index / per_block * ctx_.info.hash_block_size +
+               index % per_block * ctx_.info.hash_size;
+    }
+
+    // A failure stays in the lane.
+    [[nodiscard]] int hash_fetched(std::uint64_t first, const fetched_run &fetched, unsigned worker,
+                                   lane &mine) {
+        tcrypto_ctx *digest = digest_;
+        mine.failed_block = first;
+        if (worker != 0)
+            if (const int err = ttd_hash_init(&ctx_, &digest); err != 0)
+                return err;
+        int err = hash_by_hash_block(first, fetched, digest, mine);
+        if (worker != 0)
+            ttd_hash_done(digest);
+        if (err == 0 && fetched.error != 0) {
+            mine.failed_block = first + fetched.count;
+            mine.read_error = err = fetched.error;
+        }
+        return err;
+    }
+
+    // Hashes lie side by side as far as a hash block goes.
+    [[nodiscard]] int hash_by_hash_block(std::uint64_t first, const fetched_run &fetched, tcrypto_ctx *digest,
+                                         lane &mine) {
+        const std::uint64_t per_block = ctx_.info.hashes_per_block;
+        const std::uint32_t size = source_.block_size();
+        std::uint64_t count = 0;
+        for (std::uint64_t done = 0; done < fetched.count; done += count) {
+            const std::uint64_t index = first + done;
+            count = std::min(fetched.count - done, per_block - index % per_block);
+            if (!fetched.bytes) {
+                fill_slots(slot(index), count, ctx_.info.zero_hash);
+                continue;
+            }
+            const ttd_block_run run = {.data = fetched.bytes + done * size, .length = size, .count = count};
+            if (const int err = ttd_hash_blocks(&ctx_, run, digest, slot(index), &mine.hash_failure);
+                err != 0) {
+                mine.failed_block = index + mine.hash_failure.block;
+                return err;
+            }
         }
         return 0;
     }
 
+    [[nodiscard]] int hash_one_by_one(std::uint64_t first, const fetched_run &fetched) {
+        const std::uint32_t size = source_.block_size();
+        for (std::uint64_t i = 0; i < fetched.count; ++i) {
+            const std::uint8_t *block = fetched.bytes + i * size;
+            std::uint8_t *out = slot(first + i);
+            if (verbose > 2)
+                source_.trace(first + i, out);
+            if (const int err = ttd_hash_block(&ctx_, block, size, digest_, out); err != 0)
+                return MKTFS_FAIL(err, "ttd: failed to hash data block %lu\n", first + i);
+            if (verbose > 3)
+                dump_hash(block, out, ctx_.info.hash_size);
+        }
+        return fetched.error == 0 ? 0 : refuse_read(first + fetched.count, fetched.error);
+    }
+
     ttd_ctx &ctx_;
-    const std::uint8_t *const level_;
-    tcrypto_ctx *const digest_;
+    tcrypto_ctx *const digest_;  // the caller's
+    block_source &source_;
+    std::uint8_t *const level_;
+    const std::uint32_t piece_blocks_;
+    talg_workers *const workers_;
+    const unsigned lane_count_;
+    std::uint64_t count_ = 0;
+    std::unique_ptr<lane[]> lanes_;
+    std::atomic<std::size_t> first_failed_ = SIZE_MAX;  // piece
+    std::atomic<std::uint64_t> hashed_ = 0;             // bytes not shown yet
+    int traced_error_ = 0;
 };
 
 class tree_builder {
 public:
-    tree_builder(ttd_ctx &ctx, mktfs_io &image, ttd_bytes &tree) : ctx_(ctx), image_(image), tree_(tree) {}
+    tree_builder(ttd_ctx &ctx, const ttd_build_means &means, ttd_bytes &tree)
+        : ctx_(ctx), means_(means), tree_(tree) {}
 
     [[nodiscard]] int run() {
         if (const int err = allocate(); err != 0)
             return err;
         if (ttd_hash_init(&ctx_, &digest_) != 0)
             return MKTFS_FAIL(ENOENT, "ttd: failed to initialize the hash state\n");
-        int err = hash_constants();
-        if (err == 0)
-            err = map_levels();
-        if (err == 0)
-            err = build_data_level();
-        for (unsigned level = 0; err == 0 && level < ctx_.info.levels; ++level)
-            err = build_level_above(level);
+        const int err = build_levels();
         ttd_hash_done(digest_);
         return err;
     }
 
 private:
+    [[nodiscard]] int build_levels() {
+        if (const int err = hash_constants(); err != 0)
+            return err;
+        if (const int err = map_levels(); err != 0)
+            return err;
+        if (const int err = build_data_level(); err != 0)
+            return err;
+        for (unsigned level = 0; level < ctx_.info.levels; ++level)
+            if (const int err = build_level_above(level); err != 0)
+                return err;
+        return 0;
+    }
+
     [[nodiscard]] int allocate() {
         ttd_info &info = ctx_.info;
         if (tree_.allocate(info.tree_size) && info.root_hash.allocate(info.hash_size) &&
@@ -217,10 +393,8 @@ private:
     }
 
     [[nodiscard]] int fill_data_level() {
-        data_blocks blocks(ctx_, image_, digest_);
-        if (!blocks.allocate())
-            return MKTFS_FAIL(ENOMEM, "ttd: unable to allocate memory for read buffer\n");
-        return fill_level(0, blocks, blocks.count());
+        data_blocks blocks(means_.input, ctx_.info.block_size, means_.copy);
+        return fill_level(0, blocks, ctx_.info.covered_size / ctx_.info.block_size);
     }
 
     [[nodiscard]] int build_level_above(unsigned level) {
@@ -240,33 +414,29 @@ private:
         if (length % ctx_.info.hash_block_size != 0)
             return MKTFS_FAIL(EINVAL, "ttd: hlen '%lu' is not a multiple of hash block size '%u'\n", length,
                               ctx_.info.hash_block_size);
-        level_blocks blocks(ctx_, levels_[level], digest_);
+        level_blocks blocks(levels_[level], ctx_.info.hash_block_size);
         if (is_root(level + 1))
-            return blocks.hash(0, 1, levels_[level + 1]);
+            return level_hasher(ctx_, digest_, means_, blocks, levels_[level + 1]).run(1);
         return fill_level(level + 1, blocks, ctx_.info.level_blocks[level]);
     }
 
-    // The one loop over blocks: the `count` blocks below this level, the hashes of
-    // each hash block's worth of them at its start, the unused slots of the last one
-    // filled with the empty hash, every tail left zero.
-    template <class Blocks>
-    [[nodiscard]] int fill_level(unsigned level, Blocks &blocks, std::uint64_t count) {
+    // The hashes of the `count` blocks below this level, each hash block's worth of
+    // them at its start, the unused slots of the last one filled with the empty hash,
+    // every tail left zero.
+    [[nodiscard]] int fill_level(unsigned level, block_source &blocks, std::uint64_t count) {
         if (const int err = check_level_size(level, count); err != 0)
             return err;
+        if (const int err = level_hasher(ctx_, digest_, means_, blocks, levels_[level]).run(count); err != 0)
+            return err;
         const std::uint64_t per_block = ctx_.info.hashes_per_block;
-        std::uint8_t *hash_block = levels_[level];
-        for (std::uint64_t first = 0; first < count; first += per_block) {
-            const std::uint64_t used = std::min(per_block, count - first);
-            if (const int err = blocks.hash(first, used, hash_block); err != 0)
-                return err;
-            if (used < per_block)
-                pad(level, hash_block + used * ctx_.info.hash_size, per_block - used);
-            hash_block += ctx_.info.hash_block_size;
-        }
+        if (const std::uint64_t used = count % per_block; used != 0)
+            pad(level,
+                levels_[level] + count / per_block * ctx_.info.hash_block_size + used * ctx_.info.hash_size,
+                per_block - used);
         return 0;
     }
 
-    // The bytes that the loop will produce, before it writes any of them.
+    // The bytes that the hashes will take, before any of them is written.
     [[nodiscard]] int check_level_size(unsigned level, std::uint64_t count) const {
         const std::uint64_t per_block = ctx_.info.hashes_per_block;
         const std::uint64_t produced = (count + per_block - 1) / per_block * ctx_.info.hash_block_size;
@@ -283,12 +453,11 @@ private:
                           ? "ttd: filling %u empty hashes in last hash block with empty hash value\n"
                           : "ttd: filling '%u' empty hashes in last hash block with empty hash value\n",
                       static_cast<unsigned>(slots));
-        for (std::uint64_t i = 0; i < slots; ++i)
-            std::memcpy(out + i * ctx_.info.hash_size, ctx_.info.empty_hash.data(), ctx_.info.hash_size);
+        fill_slots(out, slots, ctx_.info.empty_hash);
     }
 
     ttd_ctx &ctx_;
-    mktfs_io &image_;
+    const ttd_build_means &means_;
     ttd_bytes &tree_;
     tcrypto_ctx *digest_ = nullptr;
     std::uint8_t *levels_[TTD_MAX_LEVELS + 1] = {};
@@ -296,8 +465,8 @@ private:
 
 }  // namespace
 
-int ttd_build_tree(ttd_ctx &ctx, mktfs_io &image, ttd_bytes &tree) {
-    const int err = tree_builder(ctx, image, tree).run();
+int ttd_build_tree(ttd_ctx &ctx, const ttd_build_means &means, ttd_bytes &tree) {
+    const int err = tree_builder(ctx, means, tree).run();
     if (err != 0)
         mktfs_log(MKTFS_LOG_ERROR, "ttd: merkle tree generation failed\n");
     return err;

@@ -7,6 +7,7 @@
 #include "base/progress.h"
 #include "fs/filesystem_record.h"
 #include "io/io.h"
+#include "tree/inode.h"
 #include "tree/path.h"
 #include "ttd/image_superblock.h"
 

@@ -86,6 +86,8 @@ int ttd_fsys_build_init(mktfs_filesystem *fs) {
     if (!run)
         return ENOMEM;
     fs->priv = run;
+    run->options = &ttd_opts;
+    run->threads = fs->opts.threads;
     const ttd_info &given = ttd_opts.geometry;
     ttd_info &info = run->engine.info;
     info.covered_size = given.covered_size;
@@ -96,13 +98,17 @@ int ttd_fsys_build_init(mktfs_filesystem *fs) {
 }
 
 void ttd_fsys_build_finit(mktfs_filesystem *fs) {
-    auto *run = static_cast<ttd_run_context *>(fs->priv);
-    if (!run)
+    if (!fs->priv)
         return;
+    ttd_run_context *run = &ttd_context(*fs);
     ttd_tcrypto_uninit(&run->engine);
     ttd_clean_info(&run->engine.info);
     delete run;
     fs->priv = nullptr;
+}
+
+int ttd_fsys_build(mktfs_filesystem *fs, mktfs_io *output) {
+    return ttd_build(ttd_context(*fs), output);
 }
 
 constexpr auto ttd_fsys_verify_init = ttd_fsys_build_init;

@@ -1,0 +1,68 @@
+#include "ttd/input_image.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "base/log.h"
+
+namespace {
+
+constexpr blkcnt_t STATUS_BLOCK = 512;  // unit of st_blocks, bytes
+
+bool same_time(const timespec &a, const timespec &b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+}  // namespace
+
+int ttd_input_image::open(const char *path) {
+    int err = file_.open(path);
+    if (err == 0 && fstat(file_.descriptor(), &opened_) != 0)
+        err = errno;
+    if (err != 0)
+        return MKTFS_FAIL(err, "failed to open '%s' (%s)\n", path, strerror(err));
+    sparse_ = S_ISREG(opened_.st_mode) && opened_.st_blocks * STATUS_BLOCK < opened_.st_size;
+    return 0;
+}
+
+// The descriptor's own offset is of no use to anybody, so threads may move it.
+std::uint64_t ttd_input_image::seek(std::uint64_t offset, int whence) const {
+    const off_t found = lseek(file_.descriptor(), static_cast<off_t>(offset), whence);
+    if (found >= 0)
+        return static_cast<std::uint64_t>(found);
+    return whence == SEEK_DATA && errno != ENXIO ? offset : size();  // unknown: take it for data
+}
+
+std::uint64_t ttd_input_image::next_data(std::uint64_t offset) const {
+    if (offset >= size())
+        return size();
+    return sparse_ ? std::min(seek(offset, SEEK_DATA), size()) : offset;
+}
+
+std::uint64_t ttd_input_image::next_hole(std::uint64_t offset) const {
+    return sparse_ && offset < size() ? std::min(seek(offset, SEEK_HOLE), size()) : size();
+}
+
+int ttd_input_image::read(std::uint64_t offset, std::uint8_t *buffer, std::uint64_t length,
+                          std::uint64_t &done) const {
+    for (done = 0; done < length;) {
+        const ssize_t got =
+            pread(file_.descriptor(), buffer + done, length - done, static_cast<off_t>(offset + done));
+        if (got > 0)
+            done += static_cast<std::uint64_t>(got);
+        else if (got == 0)
+            return EIO;
+        else if (errno != EINTR)
+            return errno;
+    }
+    return 0;
+}
+
+bool ttd_input_image::has_changed() const {
+    struct stat now {};
+    return fstat(file_.descriptor(), &now) != 0 || now.st_size != opened_.st_size ||
+           !same_time(now.st_mtim, opened_.st_mtim);
+}

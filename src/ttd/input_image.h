@@ -1,0 +1,41 @@
+// The inner image as the builder reads it: each byte is fetched once, into the
+// caller's memory, so that what is hashed is what is written.
+//
+// Threads: reading and asking for holes may go on in several threads.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdint>
+
+#include "base/input_file.h"
+
+class ttd_input_image {
+public:
+    // Called once.  The error number of mktfs_input_file::open; logs.
+    [[nodiscard]] int open(const char *path);
+
+    [[nodiscard]] std::uint64_t size() const { return file_.size(); }  // bytes
+    // The file takes less room than it has bytes, so that it has holes.
+    [[nodiscard]] bool is_sparse() const { return sparse_; }
+
+    // The first byte at or behind `offset` that lies outside of a hole, or inside of
+    // one; the size when there is none.
+    [[nodiscard]] std::uint64_t next_data(std::uint64_t offset) const;
+    [[nodiscard]] std::uint64_t next_hole(std::uint64_t offset) const;
+
+    // Reads `length` bytes.  `done`: bytes that were read, also on failure.  EIO when
+    // the file ends before, else the system's error number.  Does not log.
+    [[nodiscard]] int read(std::uint64_t offset, std::uint8_t *buffer, std::uint64_t length,
+                           std::uint64_t &done) const;
+
+    // The file has another size or modification time than when it was opened.
+    [[nodiscard]] bool has_changed() const;
+
+private:
+    [[nodiscard]] std::uint64_t seek(std::uint64_t offset, int whence) const;
+
+    mktfs_input_file file_;
+    struct stat opened_ {};
+    bool sparse_ = false;
+};
