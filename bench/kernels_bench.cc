@@ -102,15 +102,16 @@ void run(benchmark::State &state, const digest_kernel &kernel, std::size_t lengt
 }
 
 void add(const digest_kernel &kernel, std::size_t length) {
-    const auto name = [&](const char *way) {
+    const auto name = [&](const std::string &way) {
         return std::string(kernel.digest) + "/" + way + "/" + std::to_string(length);
     };
+    const std::string way = kernel.needs->name + (" x" + std::to_string(kernel.lanes));
     const auto library = library_for(kernel.digest);
     benchmark::RegisterBenchmark(
         name("library").c_str(), [&kernel, length, library](benchmark::State &state) {
             run(state, kernel, length, [&](const blocks &b) { library(kernel.digest, b); });
         });
-    benchmark::RegisterBenchmark(name(kernel.name).c_str(), [&kernel, length](benchmark::State &state) {
+    benchmark::RegisterBenchmark(name(way).c_str(), [&kernel, length](benchmark::State &state) {
         run(state, kernel, length,
             [&](const blocks &b) { kernel.hash(b.salt, b.salt_length, b.data, b.length, b.count, b.out); });
     });
@@ -121,7 +122,7 @@ void add(const digest_kernel &kernel, std::size_t length) {
 int main(int argc, char **argv) {
     for (const digest_kernel *kernel : digest_kernels())
         for (const std::size_t length : BLOCK_SIZES)
-            if (kernel->usable())
+            if (kernel->needs->present())
                 add(*kernel, length);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))

@@ -2,11 +2,9 @@
 // many messages as it has lanes.  BLAKE2b and BLAKE2s differ in word size, number
 // of rounds and rotations, which the `FLAVOUR` gives:
 //
-//     word, LANES, ROUNDS, START (the start value's eight words)
-//     load_block(__m256i (&)[16], lanes, offset), set1(word), add(x, y)
-//     rotate_1(v) ... rotate_4(v)    by the rotation constants R1 to R4
-//
-// all of them inlined into functions of the AVX2 target.
+//     what avx2::words64 and words32 have
+//     ROUNDS, START (the start value's eight words)
+//     R1 to R4 (the rotation constants)
 #pragma once
 
 #include <algorithm>
@@ -19,6 +17,8 @@
 #include "tcrypto/kernels/salted_lanes.h"
 
 namespace blake2 {
+
+using avx2::exor;
 
 // Section 2.7: the order in which a round takes the message words.  Rounds 10 and
 // 11 (of BLAKE2b) are as 0 and 1.
@@ -40,21 +40,17 @@ struct registers {
     __m256i m[16];
 };
 
-AVX2_INLINE __m256i exor(__m256i x, __m256i y) {
-    return _mm256_xor_si256(x, y);
-}
-
 // The mixing function G of section 3.1.
 template <class FLAVOUR>
 AVX2_INLINE void mix(__m256i &a, __m256i &b, __m256i &c, __m256i &d, const __m256i &x, const __m256i &y) {
     a = FLAVOUR::add(FLAVOUR::add(a, x), b);
-    d = FLAVOUR::rotate_1(exor(d, a));
+    d = FLAVOUR::template rotate<FLAVOUR::R1>(exor(d, a));
     c = FLAVOUR::add(c, d);
-    b = FLAVOUR::rotate_2(exor(b, c));
+    b = FLAVOUR::template rotate<FLAVOUR::R2>(exor(b, c));
     a = FLAVOUR::add(FLAVOUR::add(a, y), b);
-    d = FLAVOUR::rotate_3(exor(d, a));
+    d = FLAVOUR::template rotate<FLAVOUR::R3>(exor(d, a));
     c = FLAVOUR::add(c, d);
-    b = FLAVOUR::rotate_4(exor(b, c));
+    b = FLAVOUR::template rotate<FLAVOUR::R4>(exor(b, c));
 }
 
 // One round of section 3.2: the columns, then the diagonals.
@@ -96,7 +92,8 @@ struct lanes {
         const word counter_low = static_cast<word>(counter);
         const word counter_high = sizeof(word) == 8 ? 0 : static_cast<word>(counter >> 32);
         registers x;
-        FLAVOUR::load_block(x.m, data, offset);
+        for (std::size_t i = 0; i < 16; i += 4)
+            FLAVOUR::load_words(x.m + i, data, offset + i * sizeof(word));
         for (std::size_t i = 0; i < 8; ++i) {
             x.v[i] = avx2::load(s.words[i]);
             x.v[8 + i] = FLAVOUR::set1(FLAVOUR::START[i]);

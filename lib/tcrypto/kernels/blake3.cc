@@ -212,9 +212,8 @@ void hash(const std::uint8_t *salt, std::size_t salt_length, const std::uint8_t 
 
 constinit const digest_kernel blake3_many_x8 = {
     .digest = "blake3",
-    .name = "many inputs x8",
+    .needs = &cpu_avx2,
     .lanes = LANES,
-    .usable = cpu_has_avx2,
     .hash = hash,
 };
 

@@ -26,14 +26,19 @@ __attribute__((target("avx"))) void zero_upper() {
 
 }  // namespace
 
-bool cpu_has_sha() {
-    static const bool sha = detect_sha();
-    return sha;
-}
+constinit const instruction_set cpu_sha = {
+    .name = "sha_ni",
+    .present =
+        [] {
+            static const bool sha = detect_sha();
+            return sha;
+        },
+};
 
-bool cpu_has_avx2() {
-    return __builtin_cpu_supports("avx2");
-}
+constinit const instruction_set cpu_avx2 = {
+    .name = "avx2",
+    .present = [] { return __builtin_cpu_supports("avx2") != 0; },
+};
 
 void cpu_clear_upper_halves() {
     if (__builtin_cpu_supports("avx"))

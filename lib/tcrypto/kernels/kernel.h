@@ -8,34 +8,42 @@
 // Kernels are static records without state: they allocate nothing, call no other
 // library than the BLAKE3 reference and serve any number of threads.
 //
-// TCRYPTO_KERNELS=off in the environment (looked at once, at the first request)
-// withholds every kernel from digest_kernel_for, to compare with the ordinary
-// code or to rule the kernels out as the cause of a fault.
+// The environment variable TCRYPTO_KERNELS (looked at in every request)
+// says which instruction sets digest_kernel_for may choose from, to compare or to
+// rule kernels out as the cause of a fault: a list of names, separated by commas.
+// What it does not name is withheld, so that any other word, such as "off",
+// withholds every kernel.  Unset or empty, it allows all.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
-struct digest_kernel {
-    const char *digest = nullptr;  // as in a digest request: "sha256", "blake2b512" ...
-    const char *name = nullptr;    // how it computes, for reports
-    std::size_t lanes = 0;         // blocks hashed side by side
+// Instructions that a processor may lack.
+struct instruction_set {
+    const char *name = nullptr;  // as the system lists the processor's flags
 
-    // Whether this processor and operating system have the instructions.
-    bool (*usable)() = nullptr;
+    // Whether this processor and operating system have them.
+    bool (*present)() = nullptr;
+};
+
+struct digest_kernel {
+    const char *digest = nullptr;            // as in a digest request: "sha256", "blake2b512" ...
+    const instruction_set *needs = nullptr;  // never null in a kernel
+    std::size_t lanes = 0;                   // blocks hashed side by side
 
     // Hashes `count` blocks, a multiple of `lanes` (what exceeds one is left
     // out), of `length` bytes each, one after the other at `data`.  The results
     // are packed at `out`, digest size each; `out` must not overlap the inputs.
     // Any length and salt length, 0 included (the pointer may then be null); no
-    // alignment is asked of anything.  Only to be called if usable().
+    // alignment is asked of anything.  Only to be called where the
+    // instructions are present.
     void (*hash)(const std::uint8_t *salt, std::size_t salt_length, const std::uint8_t *data,
                  std::size_t length, std::size_t count, std::uint8_t *out) = nullptr;
 };
 
-// The first usable kernel for the digest; null when there is none.
+// The fastest allowed kernel that this processor has for the digest; null when there is none.
 [[nodiscard]] const digest_kernel *digest_kernel_for(const char *digest);
 
-// Every kernel of this architecture, usable here or not.
+// Every kernel of this architecture, its instructions present or not.
 [[nodiscard]] std::span<const digest_kernel *const> digest_kernels();

@@ -3,9 +3,8 @@
 
 #include "tcrypto/kernels/kernel.h"
 
-// Processor features, asked once and remembered.
-[[nodiscard]] bool cpu_has_sha();   // the SHA-1 and SHA-256 instructions, and SSE4.1
-[[nodiscard]] bool cpu_has_avx2();  // enabled by the operating system, too
+extern const instruction_set cpu_sha;  // for SHA-1 and SHA-256; with SSE4.1
+extern const instruction_set cpu_avx2;
 
 // Clears the upper halves of the vector registers.  The SHA instructions have
 // only the old encoding, which processors can run many times slower while an
@@ -13,7 +12,11 @@
 void cpu_clear_upper_halves();
 
 extern const digest_kernel sha1_sha_x2;
+extern const digest_kernel sha224_sha_x2;
 extern const digest_kernel sha256_sha_x2;
+extern const digest_kernel sha224_avx2_x8;
+extern const digest_kernel sha256_avx2_x8;
+extern const digest_kernel sha384_avx2_x4;
 extern const digest_kernel sha512_avx2_x4;
 extern const digest_kernel sha512_256_avx2_x4;
 extern const digest_kernel blake2b512_avx2_x4;

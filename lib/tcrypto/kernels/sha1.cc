@@ -53,9 +53,8 @@ struct sha1 {
 
 constinit const digest_kernel sha1_sha_x2 = {
     .digest = "sha1",
-    .name = "SHA instructions x2",
+    .needs = &cpu_sha,
     .lanes = sha_pair::engine<sha1>::LANES,
-    .usable = cpu_has_sha,
     .hash = sha_pair::hash<sha1>,
 };
 

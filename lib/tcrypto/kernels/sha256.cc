@@ -1,8 +1,10 @@
-// SHA-256 (FIPS 180-4, section 6.2) on the SHA instructions; see sha_pair.h.
+// SHA-256 and SHA-224 (FIPS 180-4, sections 6.2 and 6.3), on the SHA instructions
+// or else eight blocks at once; see sha_pair.h and sha2.h.
 #include "tcrypto/kernels/rows.h"
 
 #if defined(__x86_64__)
 
+#include "tcrypto/kernels/sha2.h"
 #include "tcrypto/kernels/sha_pair.h"
 
 namespace {
@@ -23,13 +25,22 @@ constexpr std::uint32_t ROUND_CONSTANTS[64] = {
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2,
 };
 
-struct sha256 {
+// Sections 5.3.2 and 5.3.3.
+constexpr std::uint32_t START_224[8] = {0xc1059ed8, 0x367cd507, 0x3070dd17, 0xf70e5939,
+                                        0xffc00b31, 0x68581511, 0x64f98fa7, 0xbefa4fa4};
+constexpr std::uint32_t START_256[8] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
+                                        0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
+
+// The SHA instructions take the state in the order f e b a, h g d c.
+constexpr chaining pair_order(const std::uint32_t (&s)[8]) {
+    return {{{s[5], s[4], s[1], s[0]}, {s[7], s[6], s[3], s[2]}}};
+}
+
+struct sha256_pair {
     static constexpr std::size_t SIZE = 32;
     static constexpr std::size_t ROUNDS = 64;
 
-    // Section 5.3.3, in the order f e b a, h g d c.
-    static constexpr chaining START = {
-        {{0x9b05688c, 0x510e527f, 0xbb67ae85, 0x6a09e667}, {0x5be0cd19, 0x1f83d9ab, 0xa54ff53a, 0x3c6ef372}}};
+    static constexpr chaining START = pair_order(START_256);
 
     SHA_INLINE static __m128i word_order() { return _mm_set_epi64x(0x0c0d0e0f08090a0b, 0x0405060700010203); }
 
@@ -53,24 +64,63 @@ struct sha256 {
         x.state[1] = _mm_add_epi32(x.state[1], sha_pair::load(before.words[1]));
     }
 
-    static void write(const chaining &x, std::uint8_t *out) {
+    static void write(const chaining &x, std::uint8_t *out) { write_words<8>(x, out); }
+
+protected:
+    template <std::size_t WORDS>
+    static void write_words(const chaining &x, std::uint8_t *out) {
         const auto &[feba, hgdc] = x.words;
-        for (const std::uint32_t word :
-             {feba[3], feba[2], hgdc[3], hgdc[2], feba[1], feba[0], hgdc[1], hgdc[0]}) {
-            store_big_endian(out, word);
-            out += sizeof word;
-        }
+        const std::uint32_t words[8] = {feba[3], feba[2], hgdc[3], hgdc[2],
+                                        feba[1], feba[0], hgdc[1], hgdc[0]};
+        for (std::size_t i = 0; i < WORDS; ++i)
+            store_big_endian(out + i * sizeof words[i], words[i]);
     }
+};
+
+struct sha224_pair : sha256_pair {
+    static constexpr std::size_t SIZE = 28;
+    static constexpr chaining START = pair_order(START_224);
+
+    static void write(const chaining &x, std::uint8_t *out) { write_words<7>(x, out); }
+};
+
+struct sha256 : avx2::words32 {
+    static constexpr const word (&CONSTANTS)[64] = ROUND_CONSTANTS;
+    static constexpr std::size_t LENGTH_FIELD = 8;
+    static constexpr sha2::sigma BIG_SIGMA_0 = {2, 13, 22};
+    static constexpr sha2::sigma BIG_SIGMA_1 = {6, 11, 25};
+    static constexpr sha2::sigma SMALL_SIGMA_0 = {7, 18, 3};
+    static constexpr sha2::sigma SMALL_SIGMA_1 = {17, 19, 10};
 };
 
 }  // namespace
 
+constinit const digest_kernel sha224_sha_x2 = {
+    .digest = "sha224",
+    .needs = &cpu_sha,
+    .lanes = sha_pair::engine<sha224_pair>::LANES,
+    .hash = sha_pair::hash<sha224_pair>,
+};
+
 constinit const digest_kernel sha256_sha_x2 = {
     .digest = "sha256",
-    .name = "SHA instructions x2",
-    .lanes = sha_pair::engine<sha256>::LANES,
-    .usable = cpu_has_sha,
-    .hash = sha_pair::hash<sha256>,
+    .needs = &cpu_sha,
+    .lanes = sha_pair::engine<sha256_pair>::LANES,
+    .hash = sha_pair::hash<sha256_pair>,
+};
+
+constinit const digest_kernel sha224_avx2_x8 = {
+    .digest = "sha224",
+    .needs = &cpu_avx2,
+    .lanes = sha256::LANES,
+    .hash = sha2::hash<sha256, 28, START_224>,
+};
+
+constinit const digest_kernel sha256_avx2_x8 = {
+    .digest = "sha256",
+    .needs = &cpu_avx2,
+    .lanes = sha256::LANES,
+    .hash = sha2::hash<sha256, 32, START_256>,
 };
 
 #endif

@@ -1,15 +1,9 @@
-// SHA-512 and SHA-512/256 (FIPS 180-4, sections 6.4 and 6.7) of four blocks at
-// once: each vector holds one 64-bit word of four messages.
+// The SHA-2 digests of 64-bit words, four blocks at once; see sha2.h.
 #include "tcrypto/kernels/rows.h"
 
 #if defined(__x86_64__)
 
-#include <algorithm>
-#include <utility>
-
-#include "tcrypto/kernels/avx2.h"
-#include "tcrypto/kernels/merkle_damgard.h"
-#include "tcrypto/kernels/salted_lanes.h"
+#include "tcrypto/kernels/sha2.h"
 
 namespace {
 
@@ -34,7 +28,11 @@ constexpr std::uint64_t ROUND_CONSTANTS[80] = {
     0x431d67c49c100d4c, 0x4cc5d4becb3e42b6, 0x597f299cfc657e2a, 0x5fcb6fab3ad6faec, 0x6c44198c4a475817,
 };
 
-// Sections 5.3.5 and 5.3.6.2.
+// Sections 5.3.4, 5.3.5 and 5.3.6.2.
+constexpr std::uint64_t START_384[8] = {
+    0xcbbb9d5dc1059ed8, 0x629a292a367cd507, 0x9159015a3070dd17, 0x152fecd8f70e5939,
+    0x67332667ffc00b31, 0x8eb44a8768581511, 0xdb0c2e0d64f98fa7, 0x47b5481dbefa4fa4,
+};
 constexpr std::uint64_t START_512[8] = {
     0x6a09e667f3bcc908, 0xbb67ae8584caa73b, 0x3c6ef372fe94f82b, 0xa54ff53a5f1d36f1,
     0x510e527fade682d1, 0x9b05688c2b3e6c1f, 0x1f83d9abfb41bd6b, 0x5be0cd19137e2179,
@@ -44,138 +42,36 @@ constexpr std::uint64_t START_512_256[8] = {
     0x96283ee2a88effe3, 0xbe5e1e2553863992, 0x2b0199fc2c85b8aa, 0x0eb72ddc81c52ca2,
 };
 
-constexpr std::size_t LANES_512 = 4;
-
-AVX2_INLINE __m256i add(__m256i x, __m256i y) {
-    return _mm256_add_epi64(x, y);
-}
-AVX2_INLINE __m256i exor(__m256i x, __m256i y) {
-    return _mm256_xor_si256(x, y);
-}
-
-// The functions of section 4.1.3 by their names there.
-AVX2_INLINE __m256i choose(__m256i e, __m256i f, __m256i g) {
-    return exor(g, _mm256_and_si256(e, exor(f, g)));
-}
-template <int A, int B, int C>
-AVX2_INLINE __m256i big_sigma(__m256i x) {
-    return exor(exor(avx2::rotate64<A>(x), avx2::rotate64<B>(x)), avx2::rotate64<C>(x));
-}
-template <int A, int B, int C>
-AVX2_INLINE __m256i small_sigma(__m256i x) {
-    return exor(exor(avx2::rotate64<A>(x), avx2::rotate64<B>(x)), _mm256_srli_epi64(x, C));
-}
-
-struct registers {
-    __m256i v[8];     // the working variables: a is v[0] in round 0, v[7] in round 1 ...
-    __m256i a_xor_b;  // of the round before, where it was b xor c
-    __m256i w[16];    // the last sixteen words of the message schedule
+struct sha512 : avx2::words64 {
+    static constexpr const word (&CONSTANTS)[80] = ROUND_CONSTANTS;
+    static constexpr std::size_t LENGTH_FIELD = 16;
+    static constexpr sha2::sigma BIG_SIGMA_0 = {28, 34, 39};
+    static constexpr sha2::sigma BIG_SIGMA_1 = {14, 18, 41};
+    static constexpr sha2::sigma SMALL_SIGMA_0 = {1, 8, 7};
+    static constexpr sha2::sigma SMALL_SIGMA_1 = {19, 61, 6};
 };
-
-// Sixteen rounds change the variables' places twice around, so that round R and
-// round R + 16 are the same code.  Only the first sixteen take the words as they
-// were loaded.
-template <std::size_t R, bool FIRST>
-AVX2_INLINE void one_round(registers &x, const std::uint64_t *constants) {
-    __m256i &w = x.w[R];
-    if constexpr (!FIRST)
-        w = add(add(w, small_sigma<1, 8, 7>(x.w[(R + 1) % 16])),
-                add(x.w[(R + 9) % 16], small_sigma<19, 61, 6>(x.w[(R + 14) % 16])));
-    const __m256i &a = x.v[(16 - R) % 8];
-    const __m256i &b = x.v[(17 - R) % 8];
-    __m256i &d = x.v[(19 - R) % 8];
-    const __m256i &e = x.v[(20 - R) % 8];
-    const __m256i &f = x.v[(21 - R) % 8];
-    const __m256i &g = x.v[(22 - R) % 8];
-    __m256i &h = x.v[(23 - R) % 8];
-
-    const __m256i wk = add(w, _mm256_set1_epi64x(static_cast<long long>(constants[R])));
-    const __m256i t1 = add(add(add(h, wk), choose(e, f, g)), big_sigma<14, 18, 41>(e));
-    const __m256i b_xor_c = x.a_xor_b;
-    x.a_xor_b = exor(a, b);
-    const __m256i majority = exor(b, _mm256_and_si256(x.a_xor_b, b_xor_c));
-    d = add(d, t1);
-    h = add(add(t1, majority), big_sigma<28, 34, 39>(a));
-}
-
-template <bool FIRST, std::size_t... R>
-AVX2_INLINE void sixteen_rounds(registers &x, const std::uint64_t *constants, std::index_sequence<R...>) {
-    (one_round<R, FIRST>(x, constants), ...);
-}
-
-AVX2_INLINE void load_block(registers &x, const std::uint8_t *const *lanes, std::size_t offset) {
-    const __m256i swap = _mm256_setr_epi64x(0x0001020304050607, 0x08090a0b0c0d0e0f,  //
-                                            0x0001020304050607, 0x08090a0b0c0d0e0f);
-    for (std::size_t i = 0; i < 16; i += 4) {
-        __m256i four[4];
-        avx2::load_words64(four, lanes, offset + 8 * i);
-        for (std::size_t j = 0; j < 4; ++j)
-            x.w[i + j] = _mm256_shuffle_epi8(four[j], swap);
-    }
-}
-
-struct four_lanes : merkle_damgard<128, 16> {
-    static constexpr std::size_t LANES = LANES_512;
-    struct state {
-        alignas(32) std::uint64_t words[8][LANES];
-    };
-
-    AVX2_TARGET static void absorb(state &s, const std::uint8_t *const *lanes, std::size_t blocks,
-                                   std::uint64_t /*before*/) {
-        constexpr std::make_index_sequence<16> ROUNDS;
-        for (std::size_t offset = 0; offset != blocks * INPUT_BLOCK; offset += INPUT_BLOCK) {
-            registers x;
-            load_block(x, lanes, offset);
-            for (std::size_t i = 0; i < 8; ++i)
-                x.v[i] = avx2::load(s.words[i]);
-            x.a_xor_b = exor(x.v[1], x.v[2]);
-            sixteen_rounds<true>(x, ROUND_CONSTANTS, ROUNDS);
-            for (std::size_t round = 16; round < 80; round += 16)
-                sixteen_rounds<false>(x, ROUND_CONSTANTS + round, ROUNDS);
-            for (std::size_t i = 0; i < 8; ++i)
-                avx2::store(s.words[i], add(x.v[i], avx2::load(s.words[i])));
-        }
-    }
-};
-
-template <std::size_t SIZE>
-struct engine : four_lanes {
-    static constexpr std::size_t DIGEST_SIZE = SIZE;
-
-    static void finish(state &s, const std::uint8_t *const *tails, std::size_t blocks, std::uint64_t total,
-                       std::uint8_t *out) {
-        absorb(s, tails, blocks, total);
-        for (std::size_t lane = 0; lane < LANES; ++lane)
-            for (std::size_t i = 0; i < SIZE / 8; ++i, out += 8)
-                store_big_endian(out, s.words[i][lane]);
-    }
-};
-
-template <std::size_t SIZE, const std::uint64_t (&START)[8]>
-void hash(const std::uint8_t *salt, std::size_t salt_length, const std::uint8_t *data, std::size_t length,
-          std::size_t count, std::uint8_t *out) {
-    typename engine<SIZE>::state start;
-    for (std::size_t i = 0; i < 8; ++i)
-        std::fill_n(start.words[i], LANES_512, START[i]);
-    hash_salted<engine<SIZE>>(start, salt, salt_length, data, length, count, out);
-}
 
 }  // namespace
 
+constinit const digest_kernel sha384_avx2_x4 = {
+    .digest = "sha384",
+    .needs = &cpu_avx2,
+    .lanes = sha512::LANES,
+    .hash = sha2::hash<sha512, 48, START_384>,
+};
+
 constinit const digest_kernel sha512_avx2_x4 = {
     .digest = "sha512",
-    .name = "AVX2 x4",
-    .lanes = LANES_512,
-    .usable = cpu_has_avx2,
-    .hash = hash<64, START_512>,
+    .needs = &cpu_avx2,
+    .lanes = sha512::LANES,
+    .hash = sha2::hash<sha512, 64, START_512>,
 };
 
 constinit const digest_kernel sha512_256_avx2_x4 = {
     .digest = "sha512-256",
-    .name = "AVX2 x4",
-    .lanes = LANES_512,
-    .usable = cpu_has_avx2,
-    .hash = hash<32, START_512_256>,
+    .needs = &cpu_avx2,
+    .lanes = sha512::LANES,
+    .hash = sha2::hash<sha512, 32, START_512_256>,
 };
 
 #endif
