@@ -5,7 +5,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstddef>
 #include <string>
 
 #include "support/require.h"
@@ -21,6 +20,7 @@ public:
     memory_file &operator=(const memory_file &) = delete;
 
     [[nodiscard]] const char *path() const { return path_.c_str(); }
+    [[nodiscard]] int descriptor() const { return descriptor_; }
 
 private:
     int descriptor_;

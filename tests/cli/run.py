@@ -9,7 +9,7 @@ status (128 + N: ended by signal N) and what it prints, lines joined with " // "
 
     TEXT                 a line of standard error
     > TEXT               a line of standard output
-    *                    any number of lines of standard output
+    *  **                any number of lines of standard output, of standard error
     ~ TEXT  >~ TEXT      the same as regular expressions
     construction         "Filesystem construction failed (what the status means)"; also
                          verification and extraction
@@ -38,6 +38,7 @@ import difflib
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import tempfile
@@ -88,11 +89,11 @@ def row_step(match, line):
     step = Step(match[1], line)
     step.status = int(match[2])
     for part in match[3].split(" // ") if match[3] else []:
-        on_stdout = re.match(r"\*$|>~? ", part)
+        on_stdout = re.match(r"\*$|>(~? |$)", part)
         text = part.lstrip(">") if on_stdout else part
         if text in ENDS:
             text = f"Filesystem {text} failed ({os.strerror(step.status)})"
-        is_code = text == "*" or text.startswith("~ ")
+        is_code = text in ("*", "**") or text.startswith("~ ")
         step.streams["stdout" if on_stdout else "stderr"].add(text if is_code else "| " + text.removeprefix(" "))
     return step
 
@@ -171,6 +172,7 @@ def run_case(path, binary):
 
 
 def main():
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # which a background job ignores, its steps too
     binary = pathlib.Path(sys.argv[1]).resolve()
     cases = sorted((HERE / "cases").glob("*.case"))
     if len(sys.argv) > 2:
