@@ -15,6 +15,7 @@
 #include "support/require.h"
 #include "support/temp_dir.h"
 #include "tcrypto/tcrypto.h"
+#include "tree/inode.h"
 #include "tree/search_path.h"
 #include "ttd/format.h"
 

@@ -15,6 +15,10 @@
 namespace fs = std::filesystem;
 using names = std::vector<std::string>;
 
+static int ignore(int, const char *, ...) {
+    return 0;
+}
+
 static names entries_of(const std::string &folder) {
     names found;
     for (const auto &entry : fs::directory_iterator(folder))
@@ -47,7 +51,7 @@ static void check(const image_bytes &image, bool occupied, bool force) {
 }
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    mktfs_register_log_fct([](int, const char *, ...) { return 0; });
+    mktfs_register_log_fct(ignore);
     mktfs_set_backend(ttd_backend());
     return 0;
 }

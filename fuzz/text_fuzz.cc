@@ -10,8 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "acl/check.h"
+#include "acl/short_text.h"
 #include "base/hex.h"
-#include "buildfile/acl.h"
+
 #include "buildfile/values.h"
 #include "support/require.h"
 #include "th/str.h"

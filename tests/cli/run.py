@@ -26,12 +26,10 @@ The long form, and files:
     stderr
     ~ reg.*ex            a line that matches
     \\ exact text         a line without its newline (a last line, or joined to the next)
-    < NAME               the lines of texts/NAME
     *                    any number of lines, also none
 
-The environment of a step holds PATH, HOME, LC_ALL, TZ=UTC, the sanitizers' options, $TEXTS, $DATA
-(tests/data), and $BUILD and $VERIFY, the usual beginnings of commands.  Cases that $SKIP_CASES
-names are left out.
+The environment of a step holds PATH, HOME, LC_ALL, TZ=UTC, the sanitizers' options, $DATA (tests/data),
+and $BUILD and $VERIFY, the usual beginnings of commands.  Cases that $SKIP_CASES names are left out.
 """
 import concurrent.futures
 import difflib
@@ -47,7 +45,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 KEPT_VARIABLES = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS")
 STEP_SECONDS = 60
 DATA = HERE.parent / "data"
-ROW = re.compile(r"(?!\$ |[#|~<*\\]|file )(.*) \| (\d+) \|(?: (.*))?")
+ROW = re.compile(r"(?!\$ |[#|~*\\]|file )(.*) \| (\d+) \|(?: (.*))?")
 ENDS = ("construction", "verification", "extraction")
 
 
@@ -64,8 +62,6 @@ class Body:
             self.add_text(rest + "\n")
         elif kind == "\\":
             self.add_text(rest)
-        elif kind == "<":
-            self.add_text((HERE / "texts" / rest).read_text())
         else:
             self.text += line + "\n"
             self.pattern += f"(?:{rest})\n" if kind == "~" else r"(?:.*\n)*"
@@ -103,7 +99,7 @@ def parse(path):
     items, body, step = [], None, None
     for number, line in enumerate(path.read_text().splitlines(), 1):
         word, _, rest = line.partition(" ")
-        if body is not None and line and line[0] in "|\\~<*":
+        if body is not None and line and line[0] in "|\\~*":
             body.add(line)
         elif row := ROW.fullmatch(line):
             body, step = None, row_step(row, number)
@@ -130,7 +126,6 @@ def environment(binary, folder):
         "HOME": folder,
         "LC_ALL": "C",
         "TZ": "UTC",
-        "TEXTS": str(HERE / "texts"),
         "DATA": str(DATA),
         "BUILD": f"mktfs ttd -H sha256 -S rsa-sha256 -K {DATA}/rsa.pem -B 4096",
         "VERIFY": f"mktfs ttd -y -K {DATA}/rsa.pub.pem",
