@@ -6,18 +6,13 @@
 #include "base/log.h"
 #include "driver/modes.h"
 #include "fs/filesystem.h"
-#include "image_input.h"
-#include "memory_file.h"
+#include "inputs.h"
 #include "support/require.h"
 #include "support/temp_dir.h"
 #include "ttd/ttd_type.h"
 
 namespace fs = std::filesystem;
 using names = std::vector<std::string>;
-
-static int ignore(int, const char *, ...) {
-    return 0;
-}
 
 static names entries_of(const std::string &folder) {
     names found;
@@ -51,7 +46,7 @@ static void check(const image_bytes &image, bool occupied, bool force) {
 }
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    mktfs_register_log_fct(ignore);
+    mktfs_register_log_fct(log_nothing);
     mktfs_set_backend(ttd_backend());
     return 0;
 }

@@ -6,8 +6,7 @@
 #include <cerrno>
 #include <random>
 
-#include "image_input.h"
-#include "memory_file.h"
+#include "inputs.h"
 #include "support/image_model.h"
 #include "ttd/reader.h"
 

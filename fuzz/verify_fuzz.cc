@@ -3,9 +3,8 @@
 // the inner image proven, and never when what was signed, or the signature, has changed.
 #include "base/log.h"
 #include "fs/filesystem.h"
-#include "image_input.h"
+#include "inputs.h"
 #include "io/io.h"
-#include "memory_file.h"
 #include "support/image_model.h"
 #include "ttd/engine_log.h"
 #include "ttd/options.h"
@@ -15,10 +14,6 @@
 static constexpr std::uint32_t ED25519 = 3;
 static tcrypto_key_ptr private_key;
 
-static int ignore(int, const char *, ...) {
-    return 0;
-}
-
 // The whole of -y, from memory of exactly the image's size or through a file.
 static bool verifies(image_bytes &image, bool from_file, int verbosity) {
     mktfs_filesystem &fs = *mktfs_get_filesystem();
@@ -26,7 +21,7 @@ static bool verifies(image_bytes &image, bool from_file, int verbosity) {
     ttd_opts.key_path = MKTFS_TEST_DATA "/ed25519.pub.pem";
     verbose = verbosity;
     require(mktfs_filesystem_verify_init(&fs) == 0);
-    ttd_register_log_fct(ignore);
+    ttd_register_log_fct(log_nothing);
     int err = 0;
     if (from_file) {
         err = mktfs_filesystem_verify(&fs, memory_file(image.data(), image.size()).path());
@@ -53,7 +48,7 @@ static void sign(ttd_superblock &superblock) {
 }
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    mktfs_register_log_fct(ignore);
+    mktfs_register_log_fct(log_nothing);
     mktfs_set_backend(ttd_backend());
     require(tcrypto_init(0, nullptr) == TCRYPTO_OK);  // kept up between the runs
     tcrypto_ctx_ptr keygen;

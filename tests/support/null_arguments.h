@@ -1,7 +1,6 @@
 // Null in the place of every argument that needs a value.
 #pragma once
 
-#include <cstddef>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -13,20 +12,17 @@ template <class Prepare, class... T>
 std::vector<int> answers_to_null_after(Prepare prepare, int (*function)(T...),
                                        std::type_identity_t<T>... arguments) {
     std::vector<int> answers;
-    const auto call_without = [&](auto position) {
-        std::tuple<T...> changed(arguments...);
-        auto &argument = std::get<position>(changed);
-        if constexpr (std::is_pointer_v<std::remove_reference_t<decltype(argument)>>) {
+    const std::tuple<T...> given(arguments...);
+    std::tuple<T...> changed = given;
+    const auto call_without = [&](auto &argument) {
+        if constexpr (std::is_pointer_v<std::remove_reference_t<decltype(argument)>>)
             if (std::exchange(argument, nullptr) != nullptr) {
                 prepare();
                 answers.push_back(std::apply(function, changed));
             }
-        }
+        changed = given;
     };
-    [&]<std::size_t... I>(std::index_sequence<I...>) {
-        (call_without(std::integral_constant<std::size_t, I>()), ...);
-    }
-    (std::index_sequence_for<T...>());
+    std::apply([&](auto &...each) { (call_without(each), ...); }, changed);
     return answers;
 }
 
