@@ -260,12 +260,16 @@ int make_file(std::uint32_t flags, mktfs_io_ptr &io) {
     return 0;
 }
 
-// Completes the object, or destroys it.
-int take_descriptor(mktfs_io_ptr made, int descriptor, mktfs_io **io) {
+// Completes the object, or destroys it.  A file that was just opened stands at its
+// beginning, whatever the system says, unless it can stand nowhere.
+int take_descriptor(mktfs_io_ptr made, int descriptor, bool just_opened, mktfs_io **io) {
     file_state &state = file(*made);
     state.descriptor = descriptor;
-    if (const int err = seek(state, 0, SEEK_CUR, state.offset); err != 0)
+    off_t position = 0;
+    const int err = seek(state, 0, SEEK_CUR, position);
+    if (err != 0 && (!just_opened || err == ESPIPE))
         return err;
+    state.offset = err == 0 ? position : 0;
     *io = made.release();
     return 0;
 }
@@ -297,7 +301,7 @@ int mktfs_io_fd_create(int descriptor, mktfs_io **io) {
     mktfs_io_ptr made;
     if (const int err = make_file(IO_BORROWED, made); err != 0)
         return err;
-    return take_descriptor(std::move(made), descriptor, io);
+    return take_descriptor(std::move(made), descriptor, false, io);
 }
 
 // The object comes first: a lack of memory leaves no file behind.
@@ -313,5 +317,5 @@ int mktfs_io_file_create(const char *path, int flags, mode_t mode, mktfs_io **io
         const int err = errno;
         return MKTFS_FAIL(err, "failed to open '%s' (%s)\n", path, strerror(err));
     }
-    return take_descriptor(std::move(made), descriptor, io);
+    return take_descriptor(std::move(made), descriptor, true, io);
 }

@@ -179,6 +179,13 @@ int sign(ttd_run_context &run) {
     return err == 0 ? 0 : refuse_signature(err);
 }
 
+// Whether a key file is certainly not there for this process.
+bool is_out_of_reach(const char *path) {
+    constexpr int reasons[] = {ENOENT, EACCES, ENOTDIR, ELOOP, ENAMETOOLONG};
+    return faccessat(AT_FDCWD, path, R_OK, AT_EACCESS) != 0 &&
+           std::ranges::find(reasons, errno) != std::end(reasons);
+}
+
 // What would fail only after the whole input was hashed, with the same messages.  A
 // key is not read here, since a pipe can be read only once.
 int check_signer(const ttd_run_context &run) {
@@ -187,7 +194,7 @@ int check_signer(const ttd_run_context &run) {
         const int err = ttd_check_custom_sign();
         return err == 0 ? 0 : refuse_signature(err);
     }
-    if (!options.key_path || faccessat(AT_FDCWD, options.key_path, R_OK, AT_EACCESS) == 0)
+    if (!options.key_path || !is_out_of_reach(options.key_path))
         return 0;
     ttd_superblock unsigned_superblock = run.engine.superblock;
     const int err = ttd_sign_superblock(&unsigned_superblock, options.key_path);

@@ -1,6 +1,5 @@
 #include "support/failing_calls.h"
 
-#include "support/null_arguments.h"
 #include "support/stderr_of.h"
 #include "talg/bitmap.h"
 #include "talg/lru_cache.h"
@@ -75,8 +74,6 @@ struct HashTable : testing::Test {
 
 TEST_F(HashTable, KeepsTheNewestOfAKeyAndAWalkMayRemoveNodes) {
     keyed_record records[5] = {{0}, {1}, {2}, {4}, {6}}, equal{2};
-    EXPECT_THAT(answers_to_null(talg_hash_table_create, &table, masked_hash, compare_keys, nullptr, 0, 0),
-                testing::Each(EINVAL));
     EXPECT_EQ(talg_hash_table_create(&table, masked_hash, compare_keys, nullptr, 33, 0), EINVAL);
     EXPECT_EQ(set(records[0]), EINVAL);
     EXPECT_EQ(get(0), EINVAL);
@@ -138,8 +135,6 @@ struct LruCache : testing::Test {
 };
 
 TEST_F(LruCache, AFailedSetLeavesTheEntryAndTheCacheAlone) {
-    EXPECT_THAT(answers_to_null(talg_lru_cache_create, &cache, masked_hash, compare_keys, nullptr, 0, 1, 0),
-                testing::Each(EINVAL));
     EXPECT_EQ(talg_lru_cache_create(&cache, masked_hash, compare_keys, nullptr, 0, 0, 0), EINVAL);
     EXPECT_EQ(talg_lru_cache_create(&cache, masked_hash, compare_keys, nullptr, 33, 1, 0), EINVAL);
     talg_list_node *node = nullptr;

@@ -1,25 +1,12 @@
-// Every call of OpenSSL and libb2, every allocation and every lock of the library fails
+// Every call of OpenSSL and libb2 and every allocation fails
 // once: what was asked for then fails as well, and the library goes on afterwards.
 #include "support/failing_openssl.h"
 
 #include <gmock/gmock.h>
 #include <openssl/err.h>
-#include <pthread.h>
 
 #include "key_fixture.h"
-#include "support/null_arguments.h"
 #include "support/stderr_of.h"
-#include "tcrypto/lock.h"
-#include "tcrypto/plugin.h"
-
-static bool lock_fails = false;
-
-static bool is_ours(const pthread_mutex_t *mutex) {
-    return mutex == &tcrypto_init_mutex.handle || mutex == &tcrypto_library_mutex.handle ||
-           mutex == &tcrypto_plugin_mutex.handle;
-}
-
-FAILING_IF(lock_fails &&is_ours(mutex), int, pthread_mutex_lock, EAGAIN, (pthread_mutex_t * mutex), mutex)
 
 namespace {
 
@@ -104,91 +91,6 @@ TEST_F(failing_calls, LogOpensslsReason) {
     EXPECT_THAT(log, testing::MatchesRegex("tc_openssl: error:[0-9A-F]+:[^\n]*\\[keygen.cc\\([0-9]+\\)\\]\n"
                                            "tc_openssl: failed to convert raw key into EVP_PKEY [^\n]*\n"));
     EXPECT_EQ(ERR_peek_error(), 0u);
-}
-
-TEST_F(failing_calls, NullArgumentsAreErrors) {
-    const tcrypto_ctx_ptr digest = request(TCRYPTO_DIGEST, "md5");
-    const tcrypto_ctx_ptr random = request(TCRYPTO_RNG, "drbg-ctr-128");
-    const tcrypto_ctx_ptr keys = request(TCRYPTO_KEYGEN, "ed448");
-    const tcrypto_ctx_ptr ctx = request(TCRYPTO_SIGNATURE, "rsa-with-sha256");
-    const tcrypto_key_ptr secret = load("rsa", "rsa.pem");
-    const tcrypto_signature_params params;
-    tcrypto_plugin *plugin = nullptr, *other = nullptr;
-    ASSERT_EQ(tcrypto_find_plugin("openssl", nullptr, &plugin), 0);
-    ASSERT_EQ(tcrypto_rng_instantiate(random.get(), nullptr, 0), 0);
-    tcrypto_key *key = nullptr;
-    tcrypto_ctx *made = nullptr;
-    std::uint8_t out[512];
-    std::size_t length = sizeof out;
-    int result = 1;
-    const std::vector<int> answers[] = {
-        answers_to_null(tcrypto_add_plugin, "new", nullptr, &other),
-        answers_to_null(tcrypto_find_plugin, nullptr, nullptr, &other),
-        answers_to_null(tcrypto_bind_plugin, plugin),
-        answers_to_null(tcrypto_get_algorithm, plugin, TCRYPTO_DIGEST, "md5", nullptr),
-        answers_to_null(tcrypto_digest_init, digest.get()),
-        answers_to_null(tcrypto_digest_update, digest.get(), "m", 1),
-        answers_to_null(tcrypto_digest_final, digest.get(), out, nullptr),
-        answers_to_null(tcrypto_digest, digest.get(), "m", 1, out, nullptr),
-        answers_to_null(tcrypto_digest_copy, digest.get(), &made),
-        answers_to_null(tcrypto_digest_blocks, digest.get(), "s", 1, "m", 1, 1, out, nullptr),
-        answers_to_null(tcrypto_rng_instantiate, random.get(), "p", 1),
-        answers_to_null(tcrypto_rng_reseed, random.get(), "m", 1),
-        answers_to_null(tcrypto_load_key_from_file, keys.get(), &key, "", 3, 3),
-        answers_to_null(tcrypto_load_key_from_mem, keys.get(), &key, "m", 1, 3, 3),
-        answers_to_null(tcrypto_pubkey_from_privkey, keys.get(), secret.get(), &key),
-        answers_to_null(tcrypto_generate_key, keys.get(), 8, &key),
-        answers_to_null(tcrypto_privkey_to_mem, secret.get(), nullptr, &length, 3),
-        answers_to_null(tcrypto_privkey_to_file, secret.get(), "", 3),
-        answers_to_null(tcrypto_signature_init, ctx.get(), secret.get(), &params),
-        answers_to_null(tcrypto_signature_update, ctx.get(), nullptr, 0),
-        {tcrypto_get_algorithm(plugin, 9, "md5", &made), tcrypto_get_algorithm(plugin, 1, "none", &made)},
-    };
-    EXPECT_THAT(answers, testing::Each(testing::Each(testing::Ne(0))));
-    EXPECT_EQ(tcrypto_digestsize(nullptr) + tcrypto_digestsize(random.get()), 0u);
-    EXPECT_EQ(tcrypto_rng_strength(nullptr) + tcrypto_rng_strength(digest.get()), 0u);
-    EXPECT_EQ(tcrypto_signature_sigsize(nullptr), 0u);
-    EXPECT_EQ(tcrypto_plugin_name(nullptr), nullptr);
-    EXPECT_EQ(tcrypto_get_algorithm(plugin, TCRYPTO_DIGEST, "md5", nullptr), 0);
-    EXPECT_FALSE(tcrypto_key_is_private(nullptr));
-    tcrypto_release_ctx(nullptr);
-    tcrypto_release_key(nullptr);
-    const auto start = [&] { EXPECT_EQ(tcrypto_signature_init(ctx.get(), secret.get(), &params), 0); };
-    const std::vector<int> refused[] = {
-        answers_to_null_after(start, tcrypto_signature_update, ctx.get(), "m", 1),
-        answers_to_null_after(start, tcrypto_signature_sign, ctx.get(), out, &length),
-        answers_to_null_after(start, tcrypto_signature_sign_oneshot, ctx.get(), "m", 1, out, &length),
-        answers_to_null_after(start, tcrypto_signature_sign_without_digest, ctx.get(), "m", 1, out, &length),
-        answers_to_null_after(start, tcrypto_signature_verify, ctx.get(), out, 1, &result),
-        answers_to_null_after(start, tcrypto_signature_verify_oneshot, ctx.get(), "m", 1, out, 1, &result),
-        answers_to_null_after(start, tcrypto_signature_verify_without_digest, ctx.get(), "m", 1, out, 1,
-                              &result),
-    };
-    EXPECT_THAT(refused, testing::Each(testing::Each(TCRYPTO_E_PARAMETERS)));
-    EXPECT_EQ(result, 0);
-}
-
-TEST_F(failing_calls, LocksFailWhatNeedsThem) {
-    tcrypto_plugin *plugin = nullptr;
-    tcrypto_ctx *ctx = nullptr;
-    ASSERT_EQ(tcrypto_find_plugin("openssl", nullptr, &plugin), 0);
-    testing::internal::CaptureStderr();
-    lock_fails = true;
-    const int answers[] = {tcrypto_init(0, nullptr),
-                           tcrypto_uninit(),
-                           tcrypto_add_plugin("new", nullptr, &plugin),
-                           tcrypto_find_plugin("openssl", nullptr, &plugin),
-                           tcrypto_bind_plugin(plugin),
-                           tcrypto_bind_plugins(2),
-                           tcrypto_request_algorithm(TCRYPTO_DIGEST, "md5", nullptr, 0, &ctx),
-                           tcrypto_get_algorithm(plugin, TCRYPTO_DIGEST, "md5", &ctx)};
-    EXPECT_EQ(tcrypto_got_plugins(), 0);
-    tcrypto_print_plugins();
-    lock_fails = false;
-    testing::internal::GetCapturedStderr();
-    EXPECT_THAT(answers, testing::Each(testing::Ne(0)));
-    EXPECT_EQ(ctx, nullptr);
-    EXPECT_EQ(tcrypto_digest_supported("md5", nullptr, 0), 0);
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "support/null_arguments.h"
 #include "support/stderr_of.h"
 #include "support/temp_dir.h"
 
@@ -216,32 +215,6 @@ TEST(Log, ChecksAndReadsBackWithoutWriting) {
     EXPECT_EQ(th_log_get_verbosity(&nobody, TH_LOG_STDERR, &level), ENOENT);
     EXPECT_EQ(stderr_of([] { th_log_dump_context_config("new context", &test_log); }),
               "new context: test:xlog=default,xlog2=default,stderr=default,stdout=default\n");
-}
-
-TEST(Log, RefusesNull) {
-    const th_log_call_site site = {.flags = TH_LOG_ERROR, .context = &test_log};
-    const char *const none = nullptr;
-    char name[] = "name", empty[] = "";
-    th_log_context *made = nullptr;
-    std::int32_t level = 0;
-    std::uint32_t bits = 0;
-    const std::vector<int> answers[] = {
-        {th_log_ex(&site, none), th_log_bin_ex(&site, nullptr, 0, none)},
-        {th_log_context_create("", &made), th_log_context_normalize_name(empty)},
-        answers_to_null(th_log_context_create, "new", &made),
-        answers_to_null(th_log_context_destroy, &made),
-        answers_to_null(th_log_context_normalize_name, name),
-        answers_to_null(th_log_update_config, "new:stderr"),
-        answers_to_null(th_log_get_verbosity, &test_log, TH_LOG_STDERR, &level),
-        answers_to_null(th_log_get_verbosity_by_name, "test", TH_LOG_STDERR, &level),
-        answers_to_null(th_log_get_destinations_by_name, "test", &bits),
-        answers_to_null(th_log_dump_context_config, "title", &test_log),
-    };
-    EXPECT_THAT(answers, testing::Each(testing::Each(EINVAL)));
-    EXPECT_EQ(th_log_dump_context_config("title", &made), ENOENT);
-    EXPECT_EQ(th_log_get_verbosity_by_name("nobody", TH_LOG_STDERR, &level), ENOENT);
-    EXPECT_EQ(stderr_of([&] { EXPECT_EQ(th_log_bin_ex(&site, nullptr, 0, "no bytes"), 0); }),
-              "test: no bytes\n");
 }
 
 TEST(Log, AbortsOnErrno) {

@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 #include <vector>
 
-#include "support/null_arguments.h"
-
 namespace {
 
 using words = std::vector<std::uint64_t>;
@@ -98,36 +96,6 @@ TEST_F(Slist, TakesNodesOfAnotherListByMergingOnly) {
     EXPECT_EQ(th_slist_merge(list, &list), EINVAL);
     EXPECT_EQ(th_slist_merge(list, &other), EINVAL);
     EXPECT_THAT(content(list), ElementsAre(1, 2));
-}
-
-TEST_F(Slist, RefusesNull) {
-    th_slist *none = nullptr;
-    th_slist_node *node = append(list, 1), *cursor = nullptr;
-    const auto compare = th_slist_compare_u64_data;
-    const auto callback = [](th_slist_node *, void *) { return 0; };
-    const std::vector<int> answers[] = {
-        answers_to_null(th_slist_create, &none),
-        answers_to_null(th_slist_append, list, &one, nullptr),
-        answers_to_null(th_slist_prepend, list, &one, nullptr),
-        answers_to_null(th_slist_insert_after, list, &one, node, nullptr),
-        answers_to_null(th_slist_insert_before, list, &one, node, nullptr),
-        answers_to_null(th_slist_merge, list, &list),
-        answers_to_null(th_slist_find, list, &one, compare, &cursor),
-        answers_to_null(th_slist_remove, list, node, nullptr),
-        answers_to_null(th_slist_remove_data, list, &one, compare, nullptr),
-        answers_to_null(th_slist_remove_all, list, nullptr),
-        answers_to_null(th_slist_foreach, list, callback, nullptr),
-        answers_to_null(th_slist_sort, list, compare),
-    };
-    EXPECT_THAT(answers, Each(Each(EINVAL)));
-    th_slist_destroy(nullptr, nullptr);
-    th_slist_destroy(&none, nullptr);
-    EXPECT_EQ(th_slist_get_count(none) + th_slist_get_data_u64(nullptr), 0u);
-    const void *pointers[] = {th_slist_get_last(none), th_slist_get_next(nullptr), th_slist_get_data(nullptr),
-                              th_slist_get_previous(none, node), th_slist_get_previous(list, nullptr)};
-    EXPECT_THAT(pointers, Each(nullptr));
-    EXPECT_EQ(th_slist_foreach(list, callback, nullptr), 0);
-    EXPECT_THAT(content(list), ElementsAre(1));
 }
 
 TEST_F(Slist, SortPutsTheEarliestOfEqualElementsLast) {
