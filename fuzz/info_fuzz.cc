@@ -3,8 +3,9 @@
 #include <cstdio>
 #include <memory>
 
-#include "info/print.h"
+#include "info/json.h"
 #include "info/report.h"
+#include "info/text.h"
 #include "support/require.h"
 #include "tcrypto/tcrypto.h"
 

@@ -5,7 +5,7 @@
 #include "buildfile/parser.h"
 #include "buildfile/setters.h"
 #include "fs/filesystem.h"
-#include "memory_file.h"
+#include "inputs.h"
 #include "tree/inode.h"
 #include "tree/resolve.h"
 

@@ -9,7 +9,7 @@ status (128 + N: ended by signal N) and what it prints, lines joined with " // "
 
     TEXT                 a line of standard error
     > TEXT               a line of standard output
-    *                    any number of lines of standard output
+    *  **                any number of lines of standard output, of standard error
     ~ TEXT  >~ TEXT      the same as regular expressions
     construction         "Filesystem construction failed (what the status means)"; also
                          verification and extraction
@@ -26,18 +26,17 @@ The long form, and files:
     stderr
     ~ reg.*ex            a line that matches
     \\ exact text         a line without its newline (a last line, or joined to the next)
-    < NAME               the lines of texts/NAME
     *                    any number of lines, also none
 
-The environment of a step holds PATH, HOME, LC_ALL, TZ=UTC, the sanitizers' options, $TEXTS, $DATA
-(tests/data), and $BUILD and $VERIFY, the usual beginnings of commands.  Cases that $SKIP_CASES
-names are left out.
+The environment of a step holds PATH, HOME, LC_ALL, TZ=UTC, the sanitizers' options, $DATA (tests/data),
+and $BUILD and $VERIFY, the usual beginnings of commands.  Cases that $SKIP_CASES names are left out.
 """
 import concurrent.futures
 import difflib
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import tempfile
@@ -46,7 +45,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 KEPT_VARIABLES = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS")
 STEP_SECONDS = 60
 DATA = HERE.parent / "data"
-ROW = re.compile(r"(?!\$ |[#|~<*\\]|file )(.*) \| (\d+) \|(?: (.*))?")
+ROW = re.compile(r"(?!\$ |[#|~*\\]|file )(.*) \| (\d+) \|(?: (.*))?")
 ENDS = ("construction", "verification", "extraction")
 
 
@@ -63,8 +62,6 @@ class Body:
             self.add_text(rest + "\n")
         elif kind == "\\":
             self.add_text(rest)
-        elif kind == "<":
-            self.add_text((HERE / "texts" / rest).read_text())
         else:
             self.text += line + "\n"
             self.pattern += f"(?:{rest})\n" if kind == "~" else r"(?:.*\n)*"
@@ -88,11 +85,11 @@ def row_step(match, line):
     step = Step(match[1], line)
     step.status = int(match[2])
     for part in match[3].split(" // ") if match[3] else []:
-        on_stdout = re.match(r"\*$|>~? ", part)
+        on_stdout = re.match(r"\*$|>(~? |$)", part)
         text = part.lstrip(">") if on_stdout else part
         if text in ENDS:
             text = f"Filesystem {text} failed ({os.strerror(step.status)})"
-        is_code = text == "*" or text.startswith("~ ")
+        is_code = text in ("*", "**") or text.startswith("~ ")
         step.streams["stdout" if on_stdout else "stderr"].add(text if is_code else "| " + text.removeprefix(" "))
     return step
 
@@ -102,7 +99,7 @@ def parse(path):
     items, body, step = [], None, None
     for number, line in enumerate(path.read_text().splitlines(), 1):
         word, _, rest = line.partition(" ")
-        if body is not None and line and line[0] in "|\\~<*":
+        if body is not None and line and line[0] in "|\\~*":
             body.add(line)
         elif row := ROW.fullmatch(line):
             body, step = None, row_step(row, number)
@@ -129,7 +126,6 @@ def environment(binary, folder):
         "HOME": folder,
         "LC_ALL": "C",
         "TZ": "UTC",
-        "TEXTS": str(HERE / "texts"),
         "DATA": str(DATA),
         "BUILD": f"mktfs ttd -H sha256 -S rsa-sha256 -K {DATA}/rsa.pem -B 4096",
         "VERIFY": f"mktfs ttd -y -K {DATA}/rsa.pub.pem",
@@ -171,6 +167,7 @@ def run_case(path, binary):
 
 
 def main():
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # which a background job ignores, its steps too
     binary = pathlib.Path(sys.argv[1]).resolve()
     cases = sorted((HERE / "cases").glob("*.case"))
     if len(sys.argv) > 2:

@@ -24,6 +24,11 @@ void report_not_reached() {
         std::abort();
 }
 
+long number_in(const char *variable) {
+    const char *number = std::getenv(variable);
+    return number != nullptr ? std::atol(number) : 0;
+}
+
 }  // namespace
 
 // Linked with -Wl,--wrap, which turns calls of NAME into __wrap_NAME.
@@ -39,11 +44,6 @@ WRAP(void *, realloc, nullptr, (void *memory, std::size_t size), memory, size)
 WRAP(char *, strdup, nullptr, (const char *text), text)
 
 namespace {
-
-long number_in(const char *variable) {
-    const char *number = std::getenv(variable);
-    return number != nullptr ? std::atol(number) : 0;
-}
 
 void *crypto_malloc(std::size_t size, const char *, int) {
     return fails(crypto) ? nullptr : __real_malloc(size);

@@ -11,14 +11,13 @@ CHUNK_SIZE, BLOCK_SIZE = 1024, 64
 MASK = 0xFFFFFFFF
 
 
-def message_schedule():
-    order = tuple(range(16))
-    for _ in range(7):
-        yield order
-        order = tuple(order[i] for i in PERMUTATION)
+ROUNDS = [tuple(range(16))]
+while len(ROUNDS) < 7:
+    ROUNDS.append(tuple(ROUNDS[-1][i] for i in PERMUTATION))
 
 
-ROUNDS = tuple(message_schedule())
+def rotated(word, right):
+    return (word >> right | word << 32 - right) & MASK
 
 
 def compress(value, block, counter, length, flags):
@@ -27,20 +26,11 @@ def compress(value, block, counter, length, flags):
     v = [*value, *IV[:4], counter & MASK, counter >> 32, length, flags]
     for order in ROUNDS:
         for step, (a, b, c, d) in enumerate(MIXED_WORDS):
-            va, vb, vc, vd = v[a], v[b], v[c], v[d]
-            va = (va + vb + words[order[2 * step]]) & MASK
-            vd ^= va
-            vd = (vd >> 16 | vd << 16) & MASK
-            vc = (vc + vd) & MASK
-            vb ^= vc
-            vb = (vb >> 12 | vb << 20) & MASK
-            va = (va + vb + words[order[2 * step + 1]]) & MASK
-            vd ^= va
-            vd = (vd >> 8 | vd << 24) & MASK
-            vc = (vc + vd) & MASK
-            vb ^= vc
-            vb = (vb >> 7 | vb << 25) & MASK
-            v[a], v[b], v[c], v[d] = va, vb, vc, vd
+            for word, (first, second) in enumerate([(16, 12), (8, 7)]):
+                v[a] = (v[a] + v[b] + words[order[2 * step + word]]) & MASK
+                v[d] = rotated(v[d] ^ v[a], first)
+                v[c] = (v[c] + v[d]) & MASK
+                v[b] = rotated(v[b] ^ v[c], second)
     return [low ^ high for low, high in zip(v[:8], v[8:])]
 
 

@@ -30,10 +30,6 @@ KEYS = [  # name, -S value, openssl commands that make key.pem
 ]
 
 
-class Difference(Exception):
-    pass
-
-
 def run(command, folder, **kwargs):
     return subprocess.run(command, cwd=folder, capture_output=True, **kwargs)
 
@@ -111,16 +107,11 @@ def mktfs_arguments(options, key):
 def build_and_check(mktfs, folder, data, options, key):
     (folder / "input").write_bytes(data)
     (folder / "output").unlink(missing_ok=True)
-    command = [mktfs, "ttd", *mktfs_arguments(options, key), "-o", "output", "input"]
-    result = run(command, folder)
+    result = run([mktfs, "ttd", *mktfs_arguments(options, key), "-o", "output", "input"], folder)
     if result.returncode != 0:
-        raise Difference(f"status {result.returncode} of {shlex.join(command)}\n{result.stderr.decode()}")
-    try:
-        signed, signature = check((folder / "output").read_bytes(), data, options)
-    except (ModelError, OSError) as error:
-        raise Difference(f"{error}\n{shlex.join(command)}") from error
-    if not key.accepts(signed, signature):
-        raise Difference(f"openssl refuses the signature\n{shlex.join(command)}")
+        raise ModelError(f"status {result.returncode}: {result.stderr.decode()}")
+    if not key.accepts(*check((folder / "output").read_bytes(), data, options)):
+        raise ModelError("openssl refuses the signature")
 
 
 def run_matrix(mktfs, folder, step):
@@ -136,12 +127,12 @@ def run_matrix(mktfs, folder, step):
             data = random_blocks(rng, block_size, count)
             for mode, content, mode_options in modes(data, options, digest.size):
                 key = next(next_key)
+                mode_options = replace(mode_options, signature=key.signature)
                 try:
-                    build_and_check(mktfs, folder, content,
-                                            replace(mode_options, signature=key.signature), key)
-                except Difference as difference:
-                    raise Difference(f"{name}, {block_size}, {mode}, {count_name}, {key.name} key: "
-                                     f"{difference}") from difference
+                    build_and_check(mktfs, folder, content, mode_options, key)
+                except (ModelError, OSError) as error:
+                    arguments = shlex.join(mktfs_arguments(mode_options, key))
+                    sys.exit(f"build_matrix: {mode}, {count_name}: {error}\n{arguments}")
                 images += 1
     return images
 
@@ -149,10 +140,7 @@ def run_matrix(mktfs, folder, step):
 def main():
     mktfs = str(Path(sys.argv[1]).resolve())
     with tempfile.TemporaryDirectory(prefix="mktfs-matrix-") as folder:
-        try:
-            images = run_matrix(mktfs, Path(folder), 5 if "--quick" in sys.argv else 1)
-        except Difference as difference:
-            sys.exit(f"build_matrix: {difference}")
+        images = run_matrix(mktfs, Path(folder), 5 if "--quick" in sys.argv else 1)
     print(f"build_matrix: {images} images equal the model, {images} signatures proved")
 
 

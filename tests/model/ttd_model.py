@@ -8,7 +8,7 @@ import argparse
 import hashlib
 import struct
 import sys
-from dataclasses import dataclass, field
+from dataclasses import dataclass
 from functools import lru_cache
 from pathlib import Path
 from typing import Callable, NamedTuple, Optional
@@ -58,43 +58,22 @@ class Options:
     rollback: int = 0
 
 
-@dataclass
 class Geometry:
     """The shape of a tree; every product and sum has the 32 bits that readers give it."""
-    covered: int
-    block_size: int
-    hash_size: int
-    raw_blocks: int = field(init=False)
-    hashes_per_block: int = field(init=False)
-    levels: list = field(init=False)  # hash blocks of each level, level 0 first
 
-    def __post_init__(self):
-        self.raw_blocks = self.covered // self.block_size
-        self.hashes_per_block = self.block_size // self.hash_size
-        if self.raw_blocks > U32 or self.hashes_per_block == 0:
+    def __init__(self, covered, block_size, hash_size):
+        self.block_size, self.hashes_per_block = block_size, block_size // hash_size
+        count = covered // block_size
+        if count > U32 or self.hashes_per_block == 0:
             raise ModelError("no geometry for these sizes")
-        self.levels, count = [], self.raw_blocks
+        self.levels = []  # hash blocks of each level, level 0 first
         while not self.levels or count > 1:
             count = ((count + self.hashes_per_block - 1) & U32) // self.hashes_per_block
             self.levels.append(count)
-            if len(self.levels) > MAX_LEVELS:
-                raise ModelError("more than 10 levels")
-
-    @property
-    def hash_blocks(self):
-        return sum(self.levels) & U32
-
-    @property
-    def tree_size(self):
-        return self.hash_blocks * self.block_size & U32
-
-    @property
-    def meta_size(self):
-        return self.tree_size + SUPERBLOCK_SIZE
-
-    def level_offset(self, level):
-        """Bytes from the start of the tree: the highest level comes first."""
-        return sum(self.levels[level + 1:]) * self.block_size
+        if len(self.levels) > MAX_LEVELS:
+            raise ModelError("more than 10 levels")
+        self.tree_size = (sum(self.levels) & U32) * block_size & U32
+        self.meta_size = self.tree_size + SUPERBLOCK_SIZE
 
 
 def build_tree(area, geometry, salted):
@@ -113,19 +92,8 @@ def build_tree(area, geometry, salted):
     return tree, salted(below)
 
 
-class Expected(NamedTuple):
-    geometry: Geometry
-    data: bytes    # with the zeros of partition mode; empty for meta data only
-    tree: bytes
-    signed: bytes  # the part of the superblock that the signature covers
-
-    def image(self, signature=b""):
-        superblock = self.signed + struct.pack("<I", len(signature)) + signature
-        return self.data + self.tree + superblock.ljust(SUPERBLOCK_SIZE, b"\0")
-
-
 def expect(data, options):
-    """What the image of the input `data` holds."""
+    """What the image of the input `data` holds in front of the superblock, and the part of it that is signed."""
     digest = DIGESTS[options.digest]
     partition = options.partition is not None
     covered = options.partition if partition else len(data)
@@ -146,20 +114,7 @@ def expect(data, options):
                                 options.block_size, digest.code, len(data), total, offset,
                                 SIGNATURES[options.signature], len(options.salt), options.salt,
                                 options.rollback, 0, root)
-    return Expected(geometry, b"" if options.meta_only else data.ljust(offset, b"\0"), tree, signed)
-
-
-def place(expected, at):
-    """Words for a byte position of the image."""
-    at -= len(expected.data)
-    if at < 0:
-        return "the data"
-    if at >= len(expected.tree):
-        return f"byte {at - len(expected.tree)} of the superblock"
-    geometry = expected.geometry
-    level = next(n for n in range(len(geometry.levels)) if at >= geometry.level_offset(n))
-    block, byte = divmod(at - geometry.level_offset(level), geometry.block_size)
-    return f"byte {byte} of hash block {block} of level {level}"
+    return (b"" if options.meta_only else data.ljust(offset, b"\0")) + tree, signed
 
 
 def check(image, data, options):
@@ -167,19 +122,19 @@ def check(image, data, options):
 
     Returns the signed bytes and the signature; raises ModelError for the first difference.
     """
-    expected = expect(data, options)
-    signature_at = len(expected.data) + len(expected.tree) + SIGNED_SIZE
-    if len(image) != signature_at - SIGNED_SIZE + SUPERBLOCK_SIZE:
-        raise ModelError(f"{len(image)} bytes, expected {signature_at - SIGNED_SIZE + SUPERBLOCK_SIZE}")
-    size, = struct.unpack_from("<I", image, signature_at)
+    body, signed = expect(data, options)
+    if len(image) != len(body) + SUPERBLOCK_SIZE:
+        raise ModelError(f"{len(image)} bytes, expected {len(body) + SUPERBLOCK_SIZE}")
+    size_at = len(body) + SIGNED_SIZE
+    size, = struct.unpack_from("<I", image, size_at)
     if not 1 <= size <= MAX_SIGNATURE:
         raise ModelError(f"a signature of {size} bytes")
-    signature = bytes(image[signature_at + 4:signature_at + 4 + size])
-    wanted = expected.image(signature)
+    signature = image[size_at + 4:size_at + 4 + size]
+    wanted = body + (signed + struct.pack("<I", size) + signature).ljust(SUPERBLOCK_SIZE, b"\0")
     if image != wanted:
         at = next(i for i, (a, b) in enumerate(zip(image, wanted)) if a != b)
-        raise ModelError(f"byte {at} ({place(expected, at)}) is {image[at]:#04x}, expected {wanted[at]:#04x}")
-    return expected.signed, signature
+        raise ModelError(f"byte {at} ({at - len(body)} of the superblock) is {image[at]:#04x}, expected {wanted[at]:#04x}")
+    return signed, signature
 
 
 def main():

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <ostream>
+#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,17 +19,9 @@ struct log_line {
     bool operator==(const log_line &) const = default;
 };
 
-// How a failed comparison shows a line.
-inline std::ostream &operator<<(std::ostream &out, const log_line &line) {
-    return out << line.level << ":" << line.text;
-}
-
 class log_capture {
 public:
-    log_capture() : previous_function_(mktfs_log), previous_(current_) {
-        current_ = this;
-        mktfs_register_log_fct(record);
-    }
+    log_capture() { mktfs_register_log_fct(record); }
     ~log_capture() {
         current_ = previous_;
         mktfs_register_log_fct(previous_function_);
@@ -55,20 +47,18 @@ public:
 
 private:
     [[gnu::format(printf, 2, 3)]] static int record(int level, const char *format, ...) {
-        va_list arguments, again;
+        va_list arguments;
         va_start(arguments, format);
-        va_copy(again, arguments);
-        const int length = std::vsnprintf(nullptr, 0, format, arguments);
-        std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-        std::vsnprintf(text.data(), text.size() + 1, format, again);
-        va_end(again);
+        char *text = nullptr;
+        const int length = vasprintf(&text, format, arguments);
         va_end(arguments);
-        current_->lines_.push_back({level, std::move(text)});
+        current_->lines_.push_back({level, length < 0 ? "" : text});
+        std::free(text);
         return length;
     }
 
     static inline log_capture *current_ = nullptr;
-    mktfs_log_function previous_function_;
-    log_capture *previous_;
+    mktfs_log_function previous_function_ = mktfs_log;
+    log_capture *previous_ = std::exchange(current_, this);
     std::vector<log_line> lines_;
 };

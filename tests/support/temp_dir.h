@@ -13,11 +13,9 @@
 
 class temp_dir {
 public:
-    temp_dir() {
-        std::string name = (std::filesystem::temp_directory_path() / "mktfs-test-XXXXXX").string();
-        if (!mkdtemp(name.data()))
-            throw std::runtime_error("cannot make " + name);
-        path_ = name;
+    temp_dir() : path_((std::filesystem::temp_directory_path() / "mktfs-test-XXXXXX").string()) {
+        if (!mkdtemp(path_.data()))
+            throw std::runtime_error("cannot make " + path_);
     }
     ~temp_dir() {
         std::error_code ignored;
@@ -31,21 +29,17 @@ public:
     [[nodiscard]] std::string operator/(std::string_view name) const {
         return path_ + "/" + std::string(name);
     }
-    // Makes a folder, with those above it, and gives its path.
+    // These make an entry and give its path; folders and files with the folders above them.
     std::string folder(std::string_view name) const {
         std::filesystem::create_directories(*this / name);
         return *this / name;
     }
-    // Writes a file, makes the folders above it, and gives its path.
     std::string file(std::string_view name, std::string_view contents) const {
-        const std::string path = *this / name;
-        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-        std::ofstream out(path, std::ios::binary);
-        if (!out.write(contents.data(), static_cast<std::streamsize>(contents.size())).flush())
-            throw std::runtime_error("cannot write " + path);
-        return path;
+        std::filesystem::create_directories(std::filesystem::path(*this / name).parent_path());
+        if (!(std::ofstream(*this / name, std::ios::binary) << contents).flush())
+            throw std::runtime_error("cannot write " + (*this / name));
+        return *this / name;
     }
-    // Makes a symbolic link and gives its path.
     std::string link(std::string_view name, std::string_view target) const {
         std::filesystem::create_symlink(target, *this / name);
         return *this / name;
