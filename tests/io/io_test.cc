@@ -50,12 +50,12 @@ off_t position(mktfs_io *io) {
     return lseek(mktfs_io_descriptor(io), 0, SEEK_CUR);
 }
 
-class io : public testing::Test {
+class io_test : public testing::Test {
 protected:
     const temp_dir dir;
 };
 
-TEST_F(io, MemoryGrowsToExactlyTheEndAndPrunes) {
+TEST_F(io_test, MemoryGrowsToExactlyTheEndAndPrunes) {
     const mktfs_io_ptr owner = make(mktfs_io_mem_create, 0u);
     mktfs_io *io = owner.get();
     const auto prune = [io](std::int64_t offset, std::uint64_t n) { return mktfs_io_prune(io, offset, n); };
@@ -77,7 +77,7 @@ TEST_F(io, MemoryGrowsToExactlyTheEndAndPrunes) {
     expect({}, 103, "");
 }
 
-TEST_F(io, EveryKindHasItsLimits) {
+TEST_F(io_test, EveryKindHasItsLimits) {
     std::string bytes = pattern(1000);
     const std::string path = dir.file("data", bytes);
     const results reads = {0, ERANGE, EINVAL, EINVAL};
@@ -122,7 +122,7 @@ TEST_F(io, EveryKindHasItsLimits) {
     EXPECT_EQ(mktfs_io_buf(open_io(path, O_WRONLY).get()), nullptr) << "cannot be mapped";
 }
 
-TEST_F(io, MappingReadsZerosPastTheFileAndRefusesWhatIsNone) {
+TEST_F(io_test, MappingReadsZerosPastTheFileAndRefusesWhatIsNone) {
     ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
     for (const auto &[path, error] :
          {std::pair{dir.path(), EISDIR}, {dir / "fifo", EINVAL}, {"/dev/zero", EINVAL}}) {
@@ -144,7 +144,7 @@ TEST_F(io, MappingReadsZerosPastTheFileAndRefusesWhatIsNone) {
     EXPECT_EQ(mktfs_io_read(empty.get(), 0, expected.data(), 1), EINVAL);
 }
 
-TEST_F(io, AFileKeepsTheRememberedOffsetApartFromWrites) {
+TEST_F(io_test, AFileKeepsTheRememberedOffsetApartFromWrites) {
     const mktfs_io_ptr owner = open_io(dir.file("data", "0123456789"));
     mktfs_io *io = owner.get();
     char c[4];
@@ -172,7 +172,7 @@ void count_moved(std::uint64_t bytes) {
     moved_bytes += bytes;
 }
 
-TEST_F(io, MergeAppendsTheStartOfTheSource) {
+TEST_F(io_test, MergeAppendsTheStartOfTheSource) {
     for (const std::size_t size : {0u, 1u, 4097u, 700001u}) {
         SCOPED_TRACE(size);
         std::string bytes = pattern(size), target(size + 2, '\0');
@@ -194,7 +194,7 @@ TEST_F(io, MergeAppendsTheStartOfTheSource) {
     }
 }
 
-TEST_F(io, MergeReportsErrorsAndKeepsWhatCameBefore) {
+TEST_F(io_test, MergeReportsErrorsAndKeepsWhatCameBefore) {
     const std::string path = dir.file("source", pattern(300000));
     const mktfs_io_ptr source = make(mktfs_io_mmap_create, path.c_str());
     const mktfs_io_ptr shorter = make(mktfs_io_mmap_overflow_create, path.c_str(), 10000u);
@@ -219,7 +219,7 @@ std::uint64_t resident_bytes() {
     return resident * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
-TEST_F(io, MergeHoldsOnlyAWindowOfAMappingInMemory) {
+TEST_F(io_test, MergeHoldsOnlyAWindowOfAMappingInMemory) {
     const std::string bytes(32u << 20, 'x');
     const mktfs_io_ptr source = make(mktfs_io_mmap_create, dir.file("source", bytes).c_str());
     const std::uint64_t before = resident_bytes();
@@ -228,7 +228,7 @@ TEST_F(io, MergeHoldsOnlyAWindowOfAMappingInMemory) {
     EXPECT_TRUE(content(source.get()) == bytes) << "dropped bytes can be read again";
 }
 
-TEST_F(io, ExtendMakesAHoleInARegularFileOnlyWhichASourceTells) {
+TEST_F(io_test, ExtendMakesAHoleInARegularFileOnlyWhichASourceTells) {
     const mktfs_io_ptr file = open_io(dir.file("target", "data"));
     constexpr std::uint64_t end = 1u << 30;
     EXPECT_EQ(mktfs_io_extend(file.get(), end) + append(file.get(), "end"), 0);
