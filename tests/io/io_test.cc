@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "support/log_capture.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -46,12 +45,9 @@ std::string pattern(std::size_t size) {
     return bytes;
 }
 
-off_t position(mktfs_io *io) {
-    return lseek(mktfs_io_descriptor(io), 0, SEEK_CUR);
-}
-
 class io_test : public testing::Test {
 protected:
+    static off_t position(mktfs_io *io) { return lseek(mktfs_io_descriptor(io), 0, SEEK_CUR); }
     const temp_dir dir;
 };
 
@@ -122,15 +118,8 @@ TEST_F(io_test, EveryKindHasItsLimits) {
     EXPECT_EQ(mktfs_io_buf(open_io(path, O_WRONLY).get()), nullptr) << "cannot be mapped";
 }
 
-TEST_F(io_test, MappingReadsZerosPastTheFileAndRefusesWhatIsNone) {
-    ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
-    for (const auto &[path, error] :
-         {std::pair{dir.path(), EISDIR}, {dir / "fifo", EINVAL}, {"/dev/zero", EINVAL}}) {
-        const log_capture log;
-        mktfs_io *none = nullptr;
-        EXPECT_EQ(mktfs_io_mmap_create(path.c_str(), &none), error);
-        EXPECT_TRUE(log.has(3, "failed to open '" + path + "' (" + strerror(error) + ")\n"));
-    }
+// What cannot be mapped: tests/cli/cases/ttd_build_refusals.case.
+TEST_F(io_test, MappingReadsZerosPastTheFile) {
     std::string expected = pattern(4096);
     const mktfs_io_ptr io = make(mktfs_io_mmap_overflow_create, dir.file("data", expected).c_str(), 8192u);
     expected.resize(8192, '\0');
@@ -167,14 +156,10 @@ TEST_F(io_test, AFileKeepsTheRememberedOffsetApartFromWrites) {
     EXPECT_EQ(fcntl(owned, F_GETFD), -1);
 }
 
-std::uint64_t moved_bytes;
-void count_moved(std::uint64_t bytes) {
-    moved_bytes += bytes;
-}
-
 TEST_F(io_test, MergeAppendsTheStartOfTheSource) {
     for (const std::size_t size : {0u, 1u, 4097u, 700001u}) {
         SCOPED_TRACE(size);
+        static std::uint64_t moved_bytes;
         std::string bytes = pattern(size), target(size + 2, '\0');
         const std::string path = dir.file("source", bytes);
         const mktfs_io_ptr sources[] = {make(mktfs_io_mmap_create, path.c_str()),
@@ -186,7 +171,9 @@ TEST_F(io_test, MergeAppendsTheStartOfTheSource) {
             for (const mktfs_io_ptr &destination : into) {
                 moved_bytes = 0;
                 EXPECT_EQ(append(destination.get(), "<>"), 0);
-                EXPECT_EQ(mktfs_io_merge(destination.get(), source.get(), UINT64_MAX, count_moved), 0);
+                EXPECT_EQ(mktfs_io_merge(destination.get(), source.get(), UINT64_MAX,
+                                         [](std::uint64_t n) { moved_bytes += n; }),
+                          0);
                 EXPECT_TRUE(content(destination.get()) == "<>" + bytes);
                 EXPECT_EQ(moved_bytes, size);
             }
