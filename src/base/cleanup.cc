@@ -133,7 +133,7 @@ bool is_symbolic_link(const char *path) {
 // Copies the path under which the file can be removed.
 bool store_path(const char *path, char (&out)[PATH_MAX]) {
     if (is_symbolic_link(path))
-        return ::realpath(path, out) != nullptr;
+        return ::realpath(path, out);
     const std::size_t length = std::strlen(path);
     if (length >= sizeof out)
         return false;
@@ -165,7 +165,7 @@ void mktfs_cleanup_install() {
 int mktfs_cleanup_add(const char *path, int descriptor) {
     struct stat status;
     const int number = free_slot();
-    if (number < 0 || path == nullptr || ::fstat(descriptor, &status) != 0 ||
+    if (number < 0 || !path || ::fstat(descriptor, &status) != 0 ||
         !(S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)))
         return -1;
     cleanup_slot &slot = slots[number];
@@ -184,7 +184,7 @@ void mktfs_cleanup_forget(int slot) {
 
 void mktfs_cleanup_remove(int slot) {
     const cleanup_slot *known = slot_at(slot);
-    if (known == nullptr || !known->pending)
+    if (!known || !known->pending)
         return;
     remove_if_still_ours(*known);
     mktfs_cleanup_forget(slot);

@@ -44,8 +44,8 @@ bool leads_nowhere(int error) {
 
 // The status of what the path leads to; `found` is false when that is nothing.
 int look_at(const char *path, struct stat &status, bool &found) {
-    found = path != nullptr && ::stat(path, &status) == 0;
-    return found || path == nullptr || leads_nowhere(errno) ? 0 : errno;
+    found = path && ::stat(path, &status) == 0;
+    return found || !path || leads_nowhere(errno) ? 0 : errno;
 }
 
 // Whether the absolute, resolved path or one of its parents is `folder`.  Shortens the
@@ -74,7 +74,7 @@ std::string parent_of(std::string_view path) {
 
 int resolve_below(const char *path, const struct stat &folder, bool &below) {
     char resolved[PATH_MAX];
-    if (::realpath(path, resolved) != nullptr)
+    if (::realpath(path, resolved))
         return climb_to(resolved, folder, below);
     return leads_nowhere(errno) ? 0 : errno;
 }
@@ -103,10 +103,10 @@ void replace_in(std::string_view source, std::string_view needle, std::string_vi
 }  // namespace
 
 int mktfs_file_size(const char *path, std::uint64_t *size) {
-    if (size == nullptr)
+    if (!size)
         return EINVAL;
     *size = 0;
-    if (path == nullptr)
+    if (!path)
         return EINVAL;
     struct stat status {};
     if (::stat(path, &status) != 0)
@@ -115,7 +115,7 @@ int mktfs_file_size(const char *path, std::uint64_t *size) {
 }
 
 int mktfs_fd_size(int descriptor, std::uint64_t *size) {
-    if (size == nullptr)
+    if (!size)
         return EINVAL;
     *size = 0;
     struct stat status {};
@@ -124,7 +124,7 @@ int mktfs_fd_size(int descriptor, std::uint64_t *size) {
 
 int mktfs_strreplace(const char *source, const char *needle, const char *replacement, char *out,
                      std::size_t capacity) {
-    if (source == nullptr || needle == nullptr || *needle == '\0' || replacement == nullptr || out == nullptr)
+    if (!source || !needle || *needle == '\0' || !replacement || !out)
         return EINVAL;
     std::size_t room = capacity;
     bool fits = true;
@@ -150,7 +150,7 @@ int mktfs_unlink_cb(const char *path, const struct stat *, int, struct FTW *) {
 }
 
 void mktfs_rmtree(const char *folder) {
-    if (folder != nullptr)
+    if (folder)
         ::nftw(folder, mktfs_unlink_cb, RMTREE_DESCRIPTORS, FTW_DEPTH | FTW_MOUNT | FTW_PHYS);
 }
 
@@ -178,7 +178,7 @@ int mktfs_path_is_inside(const char *path, const char *folder, bool *inside) {
     bool found = false;
     if (const int err = look_at(folder, status, found); err != 0)
         return err;
-    if (!found || path == nullptr)
+    if (!found || !path)
         return 0;
     if (const int err = resolve_below(path, status, *inside); err != 0 || *inside)
         return err;

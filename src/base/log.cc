@@ -63,7 +63,7 @@ int mktfs_log_default(int level, const char *format, ...) {
 }
 
 void mktfs_register_log_fct(mktfs_log_function function) {
-    if (function != nullptr)
+    if (function)
         mktfs_log = function;
 }
 

@@ -30,7 +30,7 @@ void mktfs_register_log_fct(mktfs_log_function function);
 
 // A text that may be missing, as messages show it.
 [[nodiscard]] constexpr const char *mktfs_shown(const char *text) {
-    return text != nullptr ? text : "(null)";
+    return text ? text : "(null)";
 }
 
 // Writes out what standard output still buffers.  Returns 0, or the error number of

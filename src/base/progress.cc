@@ -35,8 +35,7 @@ constinit progress_state state;
 
 bool somebody_watches() {
     const char *terminal = std::getenv("TERM");
-    return verbose == 0 && terminal != nullptr && std::strcmp(terminal, "dumb") != 0 &&
-           ::isatty(STDERR_FILENO) == 1;
+    return verbose == 0 && terminal && std::strcmp(terminal, "dumb") != 0 && ::isatty(STDERR_FILENO) == 1;
 }
 
 // A line as long as the terminal is wide would wrap, and could not be wiped.

@@ -135,7 +135,7 @@ int base_wrap() {
 }
 
 bool base_scanner_is_open() {
-    return self.stream != nullptr;
+    return self.stream;
 }
 int base_statement() {
     return self.statement;

@@ -45,7 +45,7 @@ int accept_search_paths(const char *paths) {
 }
 
 void print_help(command_line &line) {
-    mktfs_usage(line.run.backend == nullptr);
+    mktfs_usage(!line.run.backend);
     line.help = true;
 }
 
@@ -78,15 +78,15 @@ int select_type(command_line &line) {
     --line.count;
     ++line.vector;
     const mktfs_backend *backend = mktfs_find_backend(name);
-    if (backend == nullptr) {
+    if (!backend) {
         mktfs_log(MKTFS_LOG_ERROR, "unsupported filesystem type '%s'\n", name);
         return fail_with_usage();
     }
     line.run.backend = backend;
     mktfs_set_backend(backend);
-    if (backend->optstring != nullptr)
+    if (backend->optstring)
         line.letters += std::string(backend->optstring).substr(0, MAX_TYPE_LETTERS);
-    if (backend->opts_init == nullptr)
+    if (!backend->opts_init)
         return 0;
     if (const int err = backend->opts_init(mktfs_get_filesystem_opts()); err != 0)
         return MKTFS_FAIL(err, "backend opts init function failed\n");
@@ -94,10 +94,10 @@ int select_type(command_line &line) {
 }
 
 int apply_type_option(const mktfs_backend *backend, int letter, const char *argument) {
-    if (backend == nullptr)
+    if (!backend)
         return 0;
     const auto handler = backend->cmdopt_handler;
-    const int err = handler != nullptr ? handler(mktfs_get_filesystem_opts(), letter, argument) : EOPNOTSUPP;
+    const int err = handler ? handler(mktfs_get_filesystem_opts(), letter, argument) : EOPNOTSUPP;
     if (err == EOPNOTSUPP) {
         mktfs_log(MKTFS_LOG_ERROR, "unsupported option '-%c'\n", letter);
         mktfs_usage(0);
@@ -109,7 +109,7 @@ int apply_option(command_line &line, int letter, const char *argument) {
     for (const driver_option &option : DRIVER_OPTIONS) {
         if (option.letter != letter)
             continue;
-        if (option.run != nullptr)
+        if (option.run)
             return option.run(argument);
         option.set(line, argument);
         return 0;
@@ -131,14 +131,14 @@ int read_options(command_line &line) {
 
 // Fatal messages end the process; a replaced log function may return from them.
 int check_run(const mktfs_run &run) {
-    if (run.backend == nullptr) {
+    if (!run.backend) {
         mktfs_log(MKTFS_LOG_ERROR, "no backend supplied\n");
         return fail_with_usage();
     }
     const std::uint32_t flags = mktfs_get_filesystem_opts()->flags;
-    if (run.input == nullptr && (flags & MKTFS_OPT_NO_INPUT) == 0)
+    if (!run.input && (flags & MKTFS_OPT_NO_INPUT) == 0)
         mktfs_log(MKTFS_LOG_FATAL, "missing input file\n");
-    if (run.output == nullptr && !run.verify && (flags & MKTFS_OPT_NO_OUTPUT) == 0)
+    if (!run.output && !run.verify && (flags & MKTFS_OPT_NO_OUTPUT) == 0)
         mktfs_log(MKTFS_LOG_FATAL, "missing -o option\n");
     if (run.extract && run.verify)
         mktfs_log(MKTFS_LOG_FATAL, "can't mix options -y and -x\n");
@@ -147,7 +147,7 @@ int check_run(const mktfs_run &run) {
 
 int read_thread_count() {
     const char *text = std::getenv("MKTFS_THREADS");
-    if (text == nullptr)
+    if (!text)
         return 0;
     std::uint32_t &threads = mktfs_get_filesystem_opts()->threads;
     if (th_str_to_uint32(text, 10, &threads) != 0 || threads < 1 || threads > MAX_THREADS)

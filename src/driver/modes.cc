@@ -35,13 +35,13 @@ int default_search_paths() {
     if (option_set(MKTFS_OPT_NO_SEARCH_PATHS) || mktfs_search_paths_empty() == 0)
         return 0;
     const char *paths = std::getenv("TAV_TARGET");
-    if (paths == nullptr)
+    if (!paths)
         mktfs_log(MKTFS_LOG_FATAL, "TAV_TARGET env variable is not defined\n");
     return mktfs_parse_search_paths(paths);
 }
 
 int parse_input(const mktfs_run &run) {
-    if (run.input == nullptr)
+    if (!run.input)
         return 0;
     if (verbose != 0)
         mktfs_log(MKTFS_LOG_INFO, "Parsing input file: '%s'\n", run.input);
@@ -61,7 +61,7 @@ int resolve_tree(mktfs_filesystem *fs) {
 }
 
 int construct_image(const mktfs_run &run, mktfs_filesystem *fs, mktfs_io *output) {
-    if (verbose != 0 && run.output != nullptr)
+    if (verbose != 0 && run.output)
         mktfs_log(MKTFS_LOG_INFO, "Constructing filesystem image to '%s'\n", run.output);
     if (const int err = mktfs_filesystem_build(fs, output); err != 0)
         return MKTFS_FAIL(err, "Filesystem construction failed (%s)\n", std::strerror(err));
@@ -156,7 +156,7 @@ int mktfs_run_extract(const mktfs_run &run) {
     if ((run.backend->flags & MKTFS_BACKEND_EXTRACT) == 0)
         return MKTFS_FAIL(EOPNOTSUPP, "%s backend doesn't support filesystem extraction\n",
                           run.backend->name);
-    if (run.output == nullptr) {
+    if (!run.output) {
         mktfs_log(MKTFS_LOG_FATAL, "missing -o option\n");
         return 1;  // only with a log function that returns
     }
@@ -170,7 +170,7 @@ int mktfs_run_verify(const mktfs_run &run) {
     if ((run.backend->flags & MKTFS_BACKEND_VERIFY) == 0)
         return MKTFS_FAIL(EOPNOTSUPP, "%s backend doesn't support filesystem verification\n",
                           run.backend->name);
-    if (run.unused_input != nullptr)
+    if (run.unused_input)
         mktfs_log(MKTFS_LOG_WARN, "only the first image is verified, '%s' is not\n", run.unused_input);
     mktfs_filesystem *fs = mktfs_get_filesystem();
     if (const int err = init_filesystem(mktfs_filesystem_verify_init, fs); err != 0)

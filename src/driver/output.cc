@@ -34,11 +34,10 @@ int compare(const char *path, path_relation relation, const char *output, bool &
 // The operand and every further input of the type.
 std::vector<const char *> inputs_of(const mktfs_run &run) {
     std::vector<const char *> inputs;
-    if (run.input != nullptr)
+    if (run.input)
         inputs.push_back(run.input);
-    if (run.backend->inputs != nullptr)
-        for (const char *const *path = run.backend->inputs(mktfs_get_filesystem_opts()); *path != nullptr;
-             ++path)
+    if (run.backend->inputs)
+        for (const char *const *path = run.backend->inputs(mktfs_get_filesystem_opts()); *path; ++path)
             inputs.push_back(*path);
     return inputs;
 }
@@ -69,7 +68,7 @@ int refuse_input_as_output(const mktfs_run &run) {
     const char *input = nullptr;
     if (const int err = find_input(run, mktfs_same_file, input); err != 0)
         return err;
-    return input != nullptr ? report_input(run.output, input) : 0;
+    return input ? report_input(run.output, input) : 0;
 }
 
 // Messages would end up in the image.
@@ -122,7 +121,7 @@ int refuse_folder_of_inputs(const mktfs_run &run) {
     const char *input = nullptr;
     if (const int err = find_input(run, mktfs_path_is_inside, input); err != 0)
         return err;
-    if (input == nullptr)
+    if (!input)
         return 0;
     return MKTFS_FAIL(EINVAL, "output folder '%s' is or holds an input ('%s'), choose another one\n",
                       run.output, input);
@@ -185,7 +184,7 @@ int mktfs_output_file::open_path(const char *path) {
 }
 
 int mktfs_output_file::open(const mktfs_run &run) {
-    if (run.output == nullptr)
+    if (!run.output)
         return 0;
     if (const int err = refuse_output(run); err != 0)
         return err;
@@ -199,7 +198,7 @@ int mktfs_output_file::open(const mktfs_run &run) {
 // A file that is empty already stays untouched: truncating it would have it flushed when
 // it is closed.
 int mktfs_output_file::begin(const mktfs_run &run) {
-    if (run.output == nullptr)
+    if (!run.output)
         return 0;
     const mktfs_signal_guard guard;
     register_for_removal();

@@ -12,7 +12,7 @@ constinit const mktfs_backend_row backends[] = {
 };
 
 const mktfs_backend *mktfs_find_backend(const char *argument) {
-    for (const mktfs_backend_row *row = backends; row->name != nullptr; ++row) {
+    for (const mktfs_backend_row *row = backends; row->name; ++row) {
         if (std::string_view(argument).starts_with(row->name))
             return row->get();
     }

@@ -54,7 +54,7 @@ constexpr option_help OPTIONS[] = {
 
 void print_option(const option_help &option) {
     mktfs_log(MKTFS_LOG_INFO, "  %-18s%s\n", option.column, option.lines[0]);
-    for (int i = 1; i < MAX_LINES && option.lines[i] != nullptr; ++i)
+    for (int i = 1; i < MAX_LINES && option.lines[i]; ++i)
         mktfs_log(MKTFS_LOG_INFO, "%20s%s\n", "", option.lines[i]);
     mktfs_log(MKTFS_LOG_INFO, "\n");
 }
@@ -69,7 +69,7 @@ void print_general_part() {
 
 void print_types() {
     mktfs_log(MKTFS_LOG_INFO, "Supported <fstype> values:\n");
-    for (const mktfs_backend_row *row = backends; row->name != nullptr; ++row) {
+    for (const mktfs_backend_row *row = backends; row->name; ++row) {
         if (row->listed != 0)
             mktfs_log(MKTFS_LOG_INFO, "  %s: %s\n", row->name, row->description);
     }
@@ -78,7 +78,7 @@ void print_types() {
 
 void print_type_options(const mktfs_backend &backend) {
     mktfs_log(MKTFS_LOG_INFO, "%s Filesystem:\n\nOptions: [M] = mandatory, [O] = optional\n\n", backend.name);
-    if (backend.usage != nullptr)
+    if (backend.usage)
         backend.usage();
     mktfs_log(MKTFS_LOG_INFO, "\n");
 }
@@ -90,7 +90,7 @@ void mktfs_usage(int full) {
     if (full != 0)
         print_general_part();
     const mktfs_backend *backend = mktfs_get_backend();
-    if (backend != nullptr)
+    if (backend)
         print_type_options(*backend);
     else
         print_types();

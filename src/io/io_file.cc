@@ -146,10 +146,13 @@ int file_resize(mktfs_io &io, std::uint64_t size) {
     return TEMP_FAILURE_RETRY(ftruncate(state.descriptor, static_cast<off_t>(size))) == 0 ? 0 : errno;
 }
 
-int file_extend(mktfs_io &io, std::uint64_t size) {
-    const file_state &state = file(io);
+bool is_regular(const file_state &state) {
     struct stat status {};
-    if (fstat(state.descriptor, &status) != 0 || !S_ISREG(status.st_mode))
+    return fstat(state.descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+int file_extend(mktfs_io &io, std::uint64_t size) {
+    if (!is_regular(file(io)))
         return EOPNOTSUPP;
     const int err = file_resize(io, size);
     return err == 0 || err == ERANGE ? err : EOPNOTSUPP;
@@ -185,11 +188,6 @@ int write_piece(const file_state &state, off_t offset, const std::uint8_t *bytes
         return pwrite(state.descriptor, bytes + from, length - from, offset + static_cast<off_t>(from));
     });
     return err == EFAULT ? EIO : err;
-}
-
-bool is_regular(const file_state &state) {
-    struct stat status {};
-    return fstat(state.descriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 bool has_holes(mktfs_io &source, std::uint64_t length) {

@@ -123,9 +123,9 @@ void mktfs_inode_insert(mktfs_inode_list *list, mktfs_inode *inode) {
     if (!list || !inode)
         return;
     const bool sorted = backend_has(MKTFS_BACKEND_SORTED);
-    const mktfs_name_neighbours beside = mktfs_name_index_insert(*list, *inode, !sorted);
-    if (sorted && beside.previous)
-        link_at(&beside.previous->next, *inode);
+    mktfs_inode *previous = mktfs_name_index_insert(*list, *inode, !sorted);
+    if (sorted && previous)
+        link_at(&previous->next, *inode);
     else
         link_at(&list->first, *inode);
     if (inode->parent) {

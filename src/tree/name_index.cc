@@ -43,22 +43,22 @@ mktfs_inode *heavier_below(const mktfs_inode &node) {
 
 }  // namespace
 
-mktfs_name_neighbours mktfs_name_index_insert(mktfs_inode_list &list, mktfs_inode &node, bool before_equals) {
-    mktfs_name_neighbours found;
-    mktfs_inode *up = nullptr;
+mktfs_inode *mktfs_name_index_insert(mktfs_inode_list &list, mktfs_inode &node, bool before_equals) {
+    mktfs_inode *previous = nullptr, *up = nullptr;
     mktfs_inode **slot = &list.top;
     while (*slot) {
         up = *slot;
         const int order = node.name.compare(up->name);
         const bool goes_left = order < 0 || (order == 0 && before_equals);
-        (goes_left ? found.next : found.previous) = up;
+        if (!goes_left)
+            previous = up;
         slot = goes_left ? &up->index.left : &up->index.right;
     }
     *slot = &node;
     node.index = {.up = up, .weight = next_weight()};
     while (node.index.up && node.index.up->index.weight < node.index.weight)
         rotate_up(list, node);
-    return found;
+    return previous;
 }
 
 void mktfs_name_index_remove(mktfs_inode_list &list, mktfs_inode &node) {

@@ -11,14 +11,9 @@
 
 #include "fs/inode_record.h"
 
-// The children next to a new one in name order; null at an end.
-struct mktfs_name_neighbours {
-    mktfs_inode *previous = nullptr;
-    mktfs_inode *next = nullptr;
-};
-
-// Adds a named node, which goes before (or else behind) those of equal name.
-mktfs_name_neighbours mktfs_name_index_insert(mktfs_inode_list &list, mktfs_inode &node, bool before_equals);
+// Adds a named node, which goes before (or else behind) those of equal name.  The child
+// before it in name order; null at the start.
+mktfs_inode *mktfs_name_index_insert(mktfs_inode_list &list, mktfs_inode &node, bool before_equals);
 
 // Takes out a node that is in this list.
 void mktfs_name_index_remove(mktfs_inode_list &list, mktfs_inode &node);

@@ -8,8 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "support/null_arguments.h"
-
 namespace {
 
 std::string show(tvo_acl *acl) {
@@ -17,12 +15,10 @@ std::string show(tvo_acl *acl) {
     tvo_acl_entry *entry = nullptr;
     for (int which = 0; tvo_acl_get_entry(acl, which, &entry) == 1; which = 1) {
         std::uint32_t tag = 0, permissions = 0;
-        EXPECT_EQ(tvo_acl_get_tag_type(entry, &tag), 0);
-        EXPECT_EQ(tvo_acl_get_permset(entry, &permissions), 0);
-        text.append(text.empty() ? "" : " ").append(std::to_string(tag)).append(".");
-        text.append(std::to_string(permissions));
+        EXPECT_EQ(tvo_acl_get_tag_type(entry, &tag) + tvo_acl_get_permset(entry, &permissions), 0);
+        text += (text.empty() ? "" : " ") + std::to_string(tag) + "." + std::to_string(permissions);
         if (std::uint32_t *id = tvo_acl_get_qualifier(entry)) {
-            text.append(".").append(std::to_string(*id));
+            text += "." + std::to_string(*id);
             std::free(id);
         }
     }
@@ -42,16 +38,15 @@ TEST(Acl, ShortTextGivesEntriesInItsOrderOrTheReasonOfItsRefusal) {
                 {"u:1000:rwx,g:100:r-x", "Ok", "2.7.1000 4.5.100"},
                 {"u::,g:4294967295:,u:010:r-x,", "Ok", "1.0 4.0.4294967295 2.5.10"},
                 {"u:4294967296:r", "Qualifier conversion failed", ""},
+                {"u:99999999999999999999:r", "Qualifier conversion failed", ""},
                 {"x::r", "Invalid ACL tag character", ""},
                 {"u", "Expecting ':'", ""},
                 {"u:5r", "Expecting ':'", ""},
                 {"g::r,g::r", "Basic permission defined more than once", ""},
-                {"o:5:r", "Qualifier not allowed here", ""},
-                {"u:99999999999999999999:r", "Qualifier conversion failed", ""},
                 {"u::rw-,u::r--", "Basic permission defined more than once", ""},
+                {"o:5:r", "Qualifier not allowed here", ""},
                 {"u::rr", "ACL permission repeated", ""},
                 {"u::r w", "Invalid ACL permission character", ""},
-                {"u::rwz", "Invalid ACL permission character", ""},
                 {"u::r\xe4", "Invalid ACL permission character", ""},
                 {nullptr, "NULL pointer argument[s]", ""}};
     for (const auto &row : rows) {
@@ -86,64 +81,29 @@ TEST(Acl, GrowsBy32AndHoldsAtMost65535Entries) {
 }
 
 TEST(Acl, EntriesRefuseUnknownTagsBitsAndNamelessQualifiers) {
-    const tvo_acl_ptr acl = parse("u::r,g::w,o::x");
+    const tvo_acl_ptr acl = parse("u::r,g::w,o::x,u:7:r");
     tvo_acl_entry *entry = nullptr, foreign{};
     ASSERT_EQ(tvo_acl_get_entry(acl.get(), TVO_ACL_FIRST_ENTRY, &entry), 1);
     std::uint32_t permissions = 0xFF000000;
-    const std::uint32_t id = 7;
-    EXPECT_EQ(tvo_acl_add_perm(&permissions, 3), -1);
-    EXPECT_EQ(tvo_acl_delete_perm(&permissions, 3), -1);
-    EXPECT_EQ(tvo_acl_set_qualifier(entry, &id), -1);
-    EXPECT_EQ(tvo_acl_delete_entry(acl.get(), &foreign), -1);
-    EXPECT_EQ(tvo_acl_get_entry(acl.get(), 2, &entry), -1);
+    const std::uint32_t id = 0xFFFFFFFE;
+    const std::vector refused = {tvo_acl_add_perm(&permissions, 3), tvo_acl_delete_perm(&permissions, 3),
+                                 tvo_acl_set_qualifier(entry, &id), tvo_acl_delete_entry(acl.get(), &foreign),
+                                 tvo_acl_get_entry(acl.get(), 2, &entry)};
+    EXPECT_EQ(refused, std::vector(5, -1));
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(tvo_acl_set_tag_type(entry, 0) + tvo_acl_set_tag_type(entry, 7), -2);
     EXPECT_EQ(errno, EOPNOTSUPP);
     EXPECT_EQ(tvo_acl_add_perm(&permissions, 2) + tvo_acl_add_perm(&permissions, 0), 0);
     EXPECT_EQ(tvo_acl_delete_perm(&permissions, 2) + tvo_acl_set_permset(entry, permissions), 0);
-    EXPECT_EQ(show(acl.get()), "1.1 3.2 6.1");  // the tag survives bits above the low 24
+    EXPECT_EQ(tvo_acl_set_qualifier(entry + 3, &id), 0);
+    EXPECT_EQ(show(acl.get()), "1.1 3.2 6.1 2.4.4294967294");  // the tag survives bits above the low 24
     EXPECT_EQ(tvo_acl_delete_entry(acl.get(), entry + 1), 0);
     EXPECT_EQ(tvo_acl_get_entry(acl.get(), TVO_ACL_NEXT_ENTRY, &entry), 1);  // from the start again
-    EXPECT_EQ(entry->tag_and_permissions, 0x01000001U);
-    EXPECT_EQ(show(acl.get()), "1.1 6.1");
     EXPECT_EQ(tvo_acl_clear_perms(&permissions) + tvo_acl_copy_entry(&foreign, entry), 0);
     EXPECT_EQ(permissions, 0U);
     EXPECT_EQ(foreign.tag_and_permissions, 0x01000001U);
-    EXPECT_EQ(tvo_acl_set_tag_type(&foreign, 6), 0);
-}
-
-TEST(Acl, RefusesNull) {
-    const tvo_acl_ptr acl = parse("u:7:r");
-    tvo_acl_entry *entry = nullptr;
-    ASSERT_EQ(tvo_acl_get_entry(acl.get(), TVO_ACL_FIRST_ENTRY, &entry), 1);
-    tvo_acl *list = acl.get(), *none = nullptr, *made = nullptr;
-    std::uint32_t word = 0, buffer[8];
-    const std::vector<int> rows[] = {
-        answers_to_null(tvo_acl_create_entry, &list, &entry),
-        answers_to_null(tvo_acl_delete_entry, list, entry),
-        answers_to_null(tvo_acl_get_entry, list, 0, &entry),
-        answers_to_null(tvo_acl_copy_entry, entry, entry),
-        answers_to_null(tvo_acl_get_tag_type, entry, &word),
-        answers_to_null(tvo_acl_set_tag_type, entry, 1),
-        answers_to_null(tvo_acl_set_qualifier, entry, &word),
-        answers_to_null(tvo_acl_get_permset, entry, &word),
-        answers_to_null(tvo_acl_set_permset, entry, 1),
-        answers_to_null(tvo_acl_add_perm, &word, 1),
-        answers_to_null(tvo_acl_delete_perm, &word, 1),
-        answers_to_null(tvo_acl_clear_perms, &word),
-        answers_to_null(tvo_acl_calc_mask, &list),
-        answers_to_null(tvo_acl_complete, nullptr, &made, &word, nullptr),
-        answers_to_null(tvo_acl_from_short_text, &made, "", nullptr),
-        {static_cast<int>(tvo_acl_size(nullptr)), tvo_acl_create_entry(&none, &entry)},
-        {static_cast<int>(tvo_acl_copy_ext(nullptr, list, sizeof buffer))},
-    };
-    for (const std::vector<int> &answers : rows)
-        EXPECT_EQ(answers, std::vector<int>(answers.size(), -1)) << "row " << &answers - rows;
-    EXPECT_EQ(tvo_acl_get_qualifier(nullptr), nullptr);
-    EXPECT_EQ(tvo_acl_copy_int(nullptr), nullptr);
-    EXPECT_EQ(tvo_acl_dup(nullptr), nullptr);
-    EXPECT_EQ(tvo_acl_set_qualifier(entry, &word), 0);
-    EXPECT_EQ(show(list), "2.4.0");
+    EXPECT_EQ(tvo_acl_set_tag_type(entry, 6), 0);
+    EXPECT_EQ(show(acl.get()), "6.1 6.1 2.4.4294967294");
 }
 
 TEST(Acl, ChecksEveryFieldOfAnExternalForm) {
@@ -153,20 +113,20 @@ TEST(Acl, ChecksEveryFieldOfAnExternalForm) {
         const char *name;
         std::size_t word;
         std::uint32_t value;
-        int check, copy;
-    } rows[] = {{"good", 3, 99, 0, 0},
+        int check, copy = 0;
+    } rows[] = {{"good", 3, 99, 0},
+                {"version 1", 1, 3U << 16 | 1, 0},
                 {"version 2", 1, 3U << 16 | 2, EOPNOTSUPP, EOPNOTSUPP},
                 {"size of another count", 0, 8 + 2 * 8, 0, EINVAL},
-                {"version 1", 1, 3U << 16 | 1, 0, 0},
-                {"no other", 6, 0x05000004, EINVAL, 0},
-                {"no owner", 2, 0x02000007, EINVAL, 0},
-                {"two others", 4, 0x06000000, EINVAL, 0},
-                {"tag 7", 6, 0x07000007, EINVAL, 0},
-                {"tag 0", 2, 0x00000007, EINVAL, 0},
-                {"no owner's group", 4, 0x04000000, EINVAL, 0},
-                {"permission bit 8", 2, 0x01000008, EINVAL, 0},
-                {"owner twice", 4, 0x01000000, EINVAL, 0},
-                {"descending tags", 2, 0x04000000, EINVAL, 0}};
+                {"no other", 6, 0x05000004, EINVAL},
+                {"no owner", 2, 0x02000007, EINVAL},
+                {"no owner's group", 4, 0x04000000, EINVAL},
+                {"owner twice", 4, 0x01000000, EINVAL},
+                {"two others", 4, 0x06000000, EINVAL},
+                {"tag 0", 2, 0x00000007, EINVAL},
+                {"tag 7", 6, 0x07000007, EINVAL},
+                {"permission bit 8", 2, 0x01000008, EINVAL},
+                {"descending tags", 2, 0x04000000, EINVAL}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         words form = good, out(good.size());
@@ -191,17 +151,17 @@ TEST(Acl, ValidityMaskAndCompletion) {
         std::uint32_t mode;  // from 0751
         const char *message;
     } rows[] = {
+        // clang-format off
         {"o::r,g:9:r,g::r,u:20:w,u:3:r,u::rwx", "5.6 6.4 4.4.9 3.4 2.2.20 2.4.3 1.7",
-         "1.7 2.4.3 2.2.20 3.4 4.4.9 5.6 6.4", 0, "1.7 2.4.3 2.2.20 3.4 4.4.9 5.6 6.4", 0x10000 | 0744,
-         "Ok - ACL valid"},
-        {"u:7:rw,g::r", "2.6.7 3.4 5.6", "2.6.7 3.4 5.6", EINVAL, "1.7 2.6.7 3.4 5.6 6.1", 0x10000 | 0741,
-         "Ok - ACL valid"},
+         "1.7 2.4.3 2.2.20 3.4 4.4.9 5.6 6.4", 0, "1.7 2.4.3 2.2.20 3.4 4.4.9 5.6 6.4", 0x10000 | 0744, "Ok - ACL valid"},
+        {"u:7:rw,g::r", "2.6.7 3.4 5.6", "2.6.7 3.4 5.6", EINVAL, "1.7 2.6.7 3.4 5.6 6.1", 0x10000 | 0741, "Ok - ACL valid"},
         {"u:5:r,u:5:w,u::r,g::r,o::r", "2.4.5 2.2.5 1.4 3.4 5.6 6.4", "1.4 2.4.5 2.2.5 3.4 5.6 6.4", EINVAL,
          "none", 0751, "ACL validation failed"},
-        {"u::r,g::x,u:1:w", "1.4 3.1 2.2.1 5.3", "1.4 2.2.1 3.1 5.3", EINVAL, "1.4 2.2.1 3.1 5.3 6.1",
-         0x10000 | 0411, "Ok - ACL valid"},
+        {"u::r,g::x,u:1:w", "1.4 3.1 2.2.1 5.3", "1.4 2.2.1 3.1 5.3", EINVAL, "1.4 2.2.1 3.1 5.3 6.1", 0x10000 | 0411,
+         "Ok - ACL valid"},
         {"u::rw,o::x", "1.6 5.0 6.1", "1.6 5.0 6.1", EINVAL, "none", 0651, "Ok - no ACL required"},
         {nullptr, "", "", EINVAL, "none", 0751, "Ok - no ACL given"},
+        // clang-format on
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.message);
