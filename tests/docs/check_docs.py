@@ -3,8 +3,8 @@
 
 What the documents point to exists: relative links, and files of the project named in backquotes.
 Every option of the usage texts has an entry in mktfs.1, and the reverse; so have the values that
-the texts list.  man, or else groff, formats every page without a warning.  docs/troubleshooting.md
-holds the text of every error and warning in the sources, with "..." for what is filled in.
+the texts list.  man, or else groff, formats every page without a warning.  troubleshooting.md holds
+the text of every error and warning in the sources, with "..." for what is filled in.
 """
 
 import os
