@@ -1,107 +1,136 @@
-# What `cmake --install` puts where, and the Debian package (`cpack -G DEB`).
+# What `cmake --install` puts where, and the Debian packages (`cpack -G DEB`).
 #
-# Besides the programs this is the verification engine for readers: static libraries,
-# their headers, a CMake package and a pkg-config file.  All of it finds its place
-# relative to itself, so a prefix given at install time works.
+# A component is a package and has its name.  Everything finds its place relative to
+# itself, so a prefix given at install time works.
+
+# The folder of this machine kind, where Debian's own packages look.
+if(CMAKE_LIBRARY_ARCHITECTURE)
+    set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Libraries, below the prefix")
+endif()
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
+set(packages mktfs libttd0 libttd-dev)
 
-set(engine_libraries ttd_engine tcrypto tcrypto_openssl tcrypto_kernels tcrypto_core talg th)
-set(engine_archives ${CMAKE_INSTALL_LIBDIR}/mktfs)
-set(engine_headers ${CMAKE_INSTALL_INCLUDEDIR}/mktfs)
-set(engine_package ${CMAKE_INSTALL_LIBDIR}/cmake/mktfs)
-target_compile_features(th INTERFACE cxx_std_20)
-target_compile_features(ttd_engine INTERFACE cxx_std_20)
-if(TARGET blake3_reference)
-    list(APPEND engine_libraries blake3_reference)
-endif()
-
-install(TARGETS mktfs ttdinfo ttdsign RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(
-    TARGETS ${engine_libraries}
-    EXPORT mktfs-targets
-    ARCHIVE DESTINATION ${engine_archives}
-    INCLUDES
-    DESTINATION ${engine_headers})
-# The interfaces; the other headers of these folders are internals.
-set(public_th base error handle log slist str)
-set(public_talg bitmap hash_table list lru_cache memalign slab)
-set(public_tcrypto error provider tcrypto)
-set(public_ttd bytes caches engine engine_log format geometry hash signature superblock verify verify_range)
-foreach(folder th talg tcrypto ttd)
-    set(headers ${public_${folder}})
-    list(TRANSFORM headers REPLACE ".+" "${PROJECT_SOURCE_DIR}/lib/${folder}/\\0.h")
-    install(FILES ${headers} DESTINATION ${engine_headers}/${folder})
+# The programs, with their pages and completions.
+install(TARGETS mktfs ttdinfo ttdsign RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT mktfs)
+function(install_pages component section)
+    list(TRANSFORM ARGN REPLACE ".+" "${PROJECT_SOURCE_DIR}/docs/man/\\0.${section}")
+    install(FILES ${ARGN} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
+endfunction()
+install_pages(mktfs 1 mktfs ttdinfo ttdsign)
+install_pages(mktfs 5 mktfs-buildfile ttd-image)
+set(completions ${PROJECT_SOURCE_DIR}/completions)
+foreach(program mktfs ttdinfo ttdsign)
+    if(NOT EXISTS ${completions}/${program}.bash)
+        continue()
+    endif()
+    install(FILES ${completions}/${program}.bash RENAME ${program} COMPONENT mktfs
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    install(FILES ${completions}/_${program} COMPONENT mktfs
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+    install(FILES ${completions}/${program}.fish COMPONENT mktfs
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 endforeach()
 
-# The CMake package: find_package(mktfs), target mktfs::ttd_engine.
-install(EXPORT mktfs-targets NAMESPACE mktfs:: DESTINATION ${engine_package})
-configure_package_config_file(
-    ${CMAKE_CURRENT_LIST_DIR}/package/mktfs-config.cmake.in ${PROJECT_BINARY_DIR}/mktfs-config.cmake
-    INSTALL_DESTINATION ${engine_package} NO_SET_AND_CHECK_MACRO)
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/mktfs-config-version.cmake COMPATIBILITY SameMajorVersion)
-install(
-    FILES ${PROJECT_BINARY_DIR}/mktfs-config.cmake ${PROJECT_BINARY_DIR}/mktfs-config-version.cmake
-          ${CMAKE_CURRENT_LIST_DIR}/FindBLAKE2.cmake ${CMAKE_CURRENT_LIST_DIR}/FindBLAKE3.cmake
-          ${CMAKE_CURRENT_LIST_DIR}/Findlibdivide.cmake
-    DESTINATION ${engine_package})
-
-# pkg-config: our archives in the order of their use, then what they need.
-set(pc_archives "")
-foreach(library ${engine_libraries})
-    string(APPEND pc_archives " -l${library}")
-endforeach()
-set(pc_system "-lb2 -lcrypto -pthread")
-if(NOT TARGET blake3_reference)
-    string(PREPEND pc_system "-lblake3 ")
-endif()
-file(RELATIVE_PATH pc_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
-string(REGEX REPLACE "/$" "" pc_prefix ${pc_prefix})
-file(RELATIVE_PATH pc_archive_folder ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR}/mktfs)
-file(RELATIVE_PATH pc_header_folder ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR}/mktfs)
-configure_file(${CMAKE_CURRENT_LIST_DIR}/package/ttd-engine.pc.in ${PROJECT_BINARY_DIR}/ttd-engine.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/ttd-engine.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-
-# Pages, documents, examples, completions.
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
-        FILES_MATCHING PATTERN "*.1")
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man5
-        FILES_MATCHING PATTERN "*.5")
+# Documents and examples, in the places that they have in the tree, so that their links lead somewhere.
 set(doc_folder ${CMAKE_INSTALL_DATADIR}/doc/mktfs)
-# In the places that they have in the tree, so that their links lead somewhere.
-install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CONTRIBUTING.md DESTINATION ${doc_folder})
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CONTRIBUTING.md
+              ${PROJECT_SOURCE_DIR}/CHANGELOG.md DESTINATION ${doc_folder} COMPONENT mktfs)
 install(
     DIRECTORY ${PROJECT_SOURCE_DIR}/docs
     DESTINATION ${doc_folder}
+    COMPONENT mktfs
     FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.txt" PATTERN "man" EXCLUDE)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${doc_folder} USE_SOURCE_PERMISSIONS)
-set(completions ${PROJECT_SOURCE_DIR}/completions)
-foreach(program mktfs ttdinfo)
-    install(FILES ${completions}/${program}.bash RENAME ${program}
-            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-    install(FILES ${completions}/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
-    install(FILES ${completions}/${program}.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
-endforeach()
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${doc_folder} USE_SOURCE_PERMISSIONS
+        COMPONENT mktfs)
 
-# The Debian package.
+# The C library, and what programs that use it are built with: find_package(mktfs) gives the target
+# mktfs::ttd, pkg-config knows it as libttd.
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/mktfs)
+install(
+    TARGETS ttd
+    EXPORT mktfs-targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT libttd0 NAMELINK_COMPONENT libttd-dev
+    INCLUDES
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES ${PROJECT_BINARY_DIR}/libttd.a DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT libttd-dev)
+install(FILES ${PROJECT_SOURCE_DIR}/include/ttd/reader.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ttd
+        COMPONENT libttd-dev)
+install_pages(libttd-dev 3 ttd_reader)
+install(EXPORT mktfs-targets NAMESPACE mktfs:: DESTINATION ${package_folder} COMPONENT libttd-dev)
+configure_package_config_file(
+    ${CMAKE_CURRENT_LIST_DIR}/package/mktfs-config.cmake.in ${PROJECT_BINARY_DIR}/mktfs-config.cmake
+    INSTALL_DESTINATION ${package_folder} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/mktfs-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/mktfs-config.cmake ${PROJECT_BINARY_DIR}/mktfs-config-version.cmake
+        DESTINATION ${package_folder} COMPONENT libttd-dev)
+
+set(pc_private "-lb2 -lcrypto -lstdc++ -lm -pthread") # libttd.a holds everything of ours
+if(NOT TARGET blake3_reference)
+    string(PREPEND pc_private "-lblake3 ")
+endif()
+file(RELATIVE_PATH pc_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" pc_prefix ${pc_prefix})
+file(RELATIVE_PATH pc_libdir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
+file(RELATIVE_PATH pc_includedir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+configure_file(${CMAKE_CURRENT_LIST_DIR}/package/libttd.pc.in ${PROJECT_BINARY_DIR}/libttd.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/libttd.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+        COMPONENT libttd-dev)
+
+# The nbdkit plugin, where nbdkit of the same prefix looks for it.
+if(TARGET nbdkit_ttd_plugin)
+    list(APPEND packages nbdkit-plugin-ttd)
+    install(TARGETS nbdkit_ttd_plugin LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/nbdkit/plugins
+                                              COMPONENT nbdkit-plugin-ttd)
+    install_pages(nbdkit-plugin-ttd 1 nbdkit-ttd-plugin)
+endif()
+
+# The Debian packages.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME mktfs)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
 set(CPACK_PACKAGE_VENDOR "mktfs maintainers")
 set(CPACK_PACKAGE_CONTACT "mktfs maintainers <mktfs@example.org>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_COMPONENTS_ALL ${packages})
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SECTION admin)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "libssl-dev, libb2-dev, libdivide-dev")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "filesystem images that prove every block")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-    "mktfs wraps the image of a filesystem in a salted hash tree and a signed
-superblock, so that its reader can prove every block. ttdinfo shows what a
-superblock says. The engine that verifies is included as static libraries,
-for readers of such images.")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+# The date is that of SOURCE_DATE_EPOCH where it is set.
+string(TIMESTAMP package_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/package/changelog.in ${PROJECT_BINARY_DIR}/changelog @ONLY)
+set(CPACK_MKTFS_CHANGELOG ${PROJECT_BINARY_DIR}/changelog)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/package/debian.cmake)
+
+# describe_package(NAME SECTION DEPENDS SUMMARY TEXT): DEPENDS beside the shared libraries.
+macro(describe_package name section depends summary text)
+    string(TOUPPER ${name} upper)
+    set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name})
+    set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section})
+    set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${depends}")
+    set(CPACK_DEBIAN_${upper}_DESCRIPTION "${summary}\n${text}")
+endmacro()
+# Tells other packages what to depend on, and the loader that there is a new library.
+file(WRITE ${PROJECT_BINARY_DIR}/shlibs "libttd 0 libttd0 (>= ${PROJECT_VERSION})\n")
+file(WRITE ${PROJECT_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_LIBTTD0_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/shlibs ${PROJECT_BINARY_DIR}/triggers)
+set(same_library "libttd0 (= ${PROJECT_VERSION})")
+describe_package(mktfs admin "" "filesystem images that prove every block"
+                 "mktfs wraps the image of a filesystem in a salted hash tree and a signed
+superblock, so that its reader can prove every block. ttdinfo shows what a
+superblock says, and ttdsign signs images that exist.")
+describe_package(libttd0 libs "" "reader of images that prove every block"
+                 "A C library that opens ttd images and hands out the bytes of the inner
+image, each proven before.")
+describe_package(libttd-dev libdevel "${same_library}" "reader of images that prove every block: headers"
+                 "The header and the static library of libttd, for pkg-config and CMake.")
+describe_package(nbdkit-plugin-ttd net "nbdkit, ${same_library}" "nbdkit plugin for images that prove every block"
+                 "Serves the inner image of a ttd image, read-only, and proves every block
+on the way.")
 include(CPack)

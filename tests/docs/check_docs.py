@@ -3,7 +3,8 @@
 
 What the documents point to exists: relative links, and files of the project named in backquotes.
 Every option of the usage texts has an entry in mktfs.1, and the reverse; so have the values that
-the texts list.  man, or else groff, formats every page without a warning.
+the texts list.  man, or else groff, formats every page without a warning.  troubleshooting.md holds
+the text of every error and warning in the sources, with "..." for what is filled in.
 """
 
 import os
@@ -21,6 +22,27 @@ NAMED = re.compile(r"`((?:bench|cmake|docs|examples|fuzz|lib|scripts|src|tests|t
 USAGE_OPTION = re.compile(r"^  -([A-Za-z])", re.M)
 PAGE_OPTION = re.compile(r"^\.TP\n\.BI? \\-([A-Za-z])(?: |$)", re.M)
 VALUES = re.compile(r"\b(?:sha\d+(?:-\d+)?|blake\w+|(?:rsa|ecdsa|eddsa)-\w+)\b")
+
+STRING = r'"(?:[^"\\]|\\.)*"'
+ARGUMENT = rf"[^()\"]|{STRING}"
+COMPLAINT = re.compile(r"\b(?:\w+_(?:FAIL|fail|parse_error|parse_warn)|(?:mktfs|ttd)_log|TH_LOG|refuse|wrong_usage|nbdkit_error|"
+                       r"add_problem|add_complaint|(?:fprintf|fputs)(?=\([^;]*\bstderr\b))"
+                       rf"\((?:{ARGUMENT}|\((?:{ARGUMENT}|\((?:{ARGUMENT})*\))*\))*\)")
+TEXT = re.compile(rf"{STRING}(?:\s*(?:{STRING}|PRI\w+))*")
+FILLED_IN = re.compile(r"%[-#\d.*]*[hlz]*[a-zA-Z]")
+
+
+def unexplained():
+    page = (ROOT / "docs" / "troubleshooting.md").read_text()
+    sources = [path for folder in ("src", "lib") for path in sorted((ROOT / folder).rglob("*.c*")) if path.is_file()]
+    calls = {call for path in sources for call in COMPLAINT.findall(path.read_text())
+             if not re.search(r"_LOG_(?:INFO|PLAIN)", call)}
+    for found in sorted({text for call in calls for text in TEXT.findall(call)}):
+        pieces = re.sub(r"PRI\w+", '"u"', found)
+        text = FILLED_IN.sub("...", "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', pieces))).replace("\\n", "")
+        if re.search(r"[a-z]{2}\S* .*[a-z]{2}", text) and f"`{text}`" not in page:
+            yield f"docs/troubleshooting.md: no `{text}`"
+    yield from () if len(calls) > 200 else [f"only {len(calls)} errors are found in the sources"]
 
 
 def dead_links(document):
@@ -60,6 +82,7 @@ def warnings(page):
 
 def main():
     faults = list(usage_faults(Path(sys.argv[1]).resolve(), (PAGES / "mktfs.1").read_text()))
+    faults += unexplained()
     pages = sorted(PAGES.glob("*.[1-8]"))
     for page in pages:
         faults += warnings(page)

@@ -12,4 +12,4 @@ for program in openssl perl mksquashfs softhsm2-util pkcs11-tool; do
         exit 77
     }
 done
-python3 -B "$here/run_doc.py" "$mktfs" "$docs/quickstart.md" "$docs/image-format.md" "$docs/signing.md"
+python3 -B "$here/run_doc.py" "$mktfs" "$docs"/{quickstart,image-format,signing,reading-images}.md

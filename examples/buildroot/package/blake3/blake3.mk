@@ -5,8 +5,13 @@
 ################################################################################
 
 # Sources only: mktfs compiles what it needs of the C reference.
-BLAKE3_VERSION = 1.3.1
-BLAKE3_SITE = $(call github,BLAKE3-team,BLAKE3,$(BLAKE3_VERSION))
-BLAKE3_LICENSE = CC0-1.0 or Apache-2.0
+# FILL IN where you take them from, and their licence as that place states it.
+BLAKE3_VERSION =
+BLAKE3_SITE =
+BLAKE3_LICENSE =
+
+ifeq ($(BLAKE3_VERSION)$(BR_BUILDING),y)
+$(error blake3.mk: fill in version, site and licence)
+endif
 
 $(eval $(host-generic-package))

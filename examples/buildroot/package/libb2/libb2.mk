@@ -4,9 +4,13 @@
 #
 ################################################################################
 
-LIBB2_VERSION = 0.98.1
-LIBB2_SITE = https://github.com/BLAKE2/libb2/releases/download/v$(LIBB2_VERSION)
-LIBB2_LICENSE = CC0-1.0
-LIBB2_LICENSE_FILES = COPYING
+# FILL IN where you take it from (version 0.98 or later), and its licence as that place states it.
+LIBB2_VERSION =
+LIBB2_SITE =
+LIBB2_LICENSE =
+
+ifeq ($(LIBB2_VERSION)$(BR_BUILDING),y)
+$(error libb2.mk: fill in version, site and licence)
+endif
 
 $(eval $(host-autotools-package))

@@ -5,7 +5,7 @@
 ################################################################################
 
 # A host package only.  The sources lie beside the external tree; set MKTFS_SITE to another place.
-MKTFS_VERSION = 1.0.0
+MKTFS_VERSION = local
 MKTFS_SITE ?= $(BR2_EXTERNAL_TTD_PATH)/../mktfs
 MKTFS_SITE_METHOD = local
 MKTFS_LICENSE_FILES = cmake/package/copyright
