@@ -11,6 +11,8 @@
 #include "ttd/engine.h"
 #include "ttd/mismatch.h"
 
+struct talg_workers;
+
 // Told, in order, of each `count` blocks from `first` on that are dealt with.
 using ttd_passed_function = void (*)(void *arg, std::uint32_t first, std::uint32_t count);
 
@@ -25,6 +27,9 @@ struct ttd_range {
     talg_bitmap *bitmap = nullptr;         // optional, borrowed; bit i: block first + i
     ttd_passed_function passed = nullptr;  // optional: told what ttd_verify_range is done with
     void *passed_arg = nullptr;
+    // Optional, borrowed: who ttd_verify_range lets hash (and read) the data blocks.
+    talg_workers *workers = nullptr;
+    unsigned worker_count = 1;  // that the pool was made with
 };
 
 // EINVAL for a negative offset.  A request of no bytes, or at or beyond the end of

@@ -6,13 +6,17 @@
 #include <memory>
 #include <new>
 
+#include "talg/workers.h"
 #include "ttd/hash.h"
 #include "ttd/proven_path.h"
+#include "ttd/worker_digests.h"
 
 namespace {
 
-// Data is read and hashed in rounds of about this many bytes.
-constexpr std::size_t ROUND_SIZE = 256 * 1024;
+// Data is read and hashed in pieces of about this many bytes: a round is one piece, and
+// with workers several for each of them, so that they seldom wait for each other.
+constexpr std::size_t PIECE_SIZE = 256 * 1024;
+constexpr std::uint32_t PIECES_PER_WORKER = 4;
 
 // What became of hashing one data block, to be told when its turn has come.
 struct block_outcome {
@@ -107,10 +111,13 @@ public:
           listener_(listener), end_(last_to_try()),
           path_(ctx, digest, listener, std::min(end_, ctx.info.raw_blocks)), round_(ctx, data_, range.first) {
     }
+    range_verifier(const range_verifier &) = delete;
+    range_verifier &operator=(const range_verifier &) = delete;
 
     // True when every block is proven.
     [[nodiscard]] bool run() {
         bool good = end_ == range_.end;
+        engage_workers();
         const bool fast = fast_way_is_open();
         for (std::uint32_t first = range_.first, n = 0; first < end_; first += n) {
             n = std::min(round_blocks(), end_ - first);
@@ -130,9 +137,17 @@ private:
         return std::max(range_.first, static_cast<std::uint32_t>(std::min<std::uint64_t>(range_.end, known)));
     }
 
-    [[nodiscard]] std::uint32_t round_blocks() const {
-        return static_cast<std::uint32_t>(ROUND_SIZE / ctx_.info.block_size);
+    // Without a digest context for each, the caller works alone.
+    void engage_workers() {
+        if (range_.worker_count > 1 && range_.workers && end_ - range_.first > piece_blocks() &&
+            digests_.allocate(ctx_.crypto, digest_, range_.worker_count))
+            pieces_ = range_.worker_count * PIECES_PER_WORKER;
     }
+
+    [[nodiscard]] std::uint32_t piece_blocks() const {
+        return static_cast<std::uint32_t>(PIECE_SIZE / ctx_.info.block_size);
+    }
+    [[nodiscard]] std::uint32_t round_blocks() const { return pieces_ * piece_blocks(); }
 
     // Tracing wants every step in order; a range bitmap wants its look-ups.
     [[nodiscard]] bool fast_way_is_open() {
@@ -142,8 +157,7 @@ private:
     }
 
     [[nodiscard]] bool verify_round(std::uint32_t first, std::uint32_t count) {
-        round_.begin(first);
-        round_.hash_part(0, count, digest_);
+        hash_round(first, count);
         bool good = true;
         for (std::uint32_t i = 0; i < count; ++i) {
             // The index just behind the last block may lie under no hash block.
@@ -152,6 +166,20 @@ private:
             good &= proven;
         }
         return good;
+    }
+
+    void hash_round(std::uint32_t first, std::uint32_t count) {
+        round_.begin(first);
+        if (pieces_ == 1)
+            return round_.hash_part(0, count, digest_);
+        round_count_ = count;
+        const auto hash_piece = [](void *arg, std::size_t piece, unsigned worker) {
+            auto &self = *static_cast<range_verifier *>(arg);
+            const std::uint32_t size = self.piece_blocks();
+            const std::uint32_t from = static_cast<std::uint32_t>(piece) * size;
+            self.round_.hash_part(from, std::min(from + size, self.round_count_), self.digests_.of(worker));
+        };
+        talg_workers_run(range_.workers, hash_piece, this, (count + piece_blocks() - 1) / piece_blocks());
     }
 
     [[nodiscard]] bool verify_hashed(std::uint32_t block, std::uint32_t i) {
@@ -200,6 +228,9 @@ private:
     const std::uint32_t end_;
     ttd_proven_path path_;
     round_hashes round_;
+    ttd_worker_digests digests_;
+    std::uint32_t pieces_ = 1;       // of a round
+    std::uint32_t round_count_ = 0;  // blocks of the round that the workers hash
 };
 
 }  // namespace

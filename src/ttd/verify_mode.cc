@@ -7,6 +7,7 @@
 #include "base/log.h"
 #include "base/progress.h"
 #include "io/io.h"
+#include "talg/workers.h"
 #include "th/handle.h"
 #include "ttd/caches.h"
 #include "ttd/context.h"
@@ -24,6 +25,7 @@ namespace {
 
 using ttd_io_ptr = th_handle<ttd_io, ttd_io_destroy>;
 using digest_ptr = th_handle<tcrypto_ctx, ttd_hash_done>;
+using workers_ptr = th_handle<talg_workers, talg_workers_destroy>;
 
 int read_image(ttd_io *io, std::int64_t offset, void *buffer, std::uint64_t length) {
     return mktfs_io_read(static_cast<mktfs_io *>(io->handle), offset, buffer, length);
@@ -168,6 +170,9 @@ private:
         proof_follower follower(image_, engine_.info.block_size);
         whole.passed = proof_follower::passed;
         whole.passed_arg = &follower;
+        whole.worker_count = ttd_context(fs_).threads;
+        const workers_ptr workers(talg_workers_create(whole.worker_count));
+        whole.workers = workers.get();
         const int err =
             ttd_verify_range(&engine_, &whole, digest_.get(), mktfs_io_buf(&image_), nullptr, nullptr);
         return indexed < size ? EIO : err;
