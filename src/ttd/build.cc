@@ -194,11 +194,13 @@ int check_signer(const ttd_run_context &run) {
     return err == 0 ? 0 : refuse_signature(err);
 }
 
-int hash_input(ttd_run_context &run, const ttd_input_image &input, ttd_image_copy *copy, ttd_bytes &tree) {
+int hash_input(ttd_run_context &run, ttd_input_image &input, ttd_image_copy *copy, ttd_bytes &tree) {
     ttd_ctx &engine = run.engine;
     const mktfs_progress progress(engine.info.covered_size, 1);
     const workers_ptr workers(talg_workers_create(run.threads));
-    if (copy && !input.is_sparse())
+    if (!copy)
+        input.map();
+    else if (!input.is_sparse())
         copy->reserve(input.size());
     const ttd_build_means means = {
         .input = input, .copy = copy, .workers = workers.get(), .worker_count = run.threads};
