@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "attributes/values.h"
 #include "base/hex.h"
 #include "buildfile/acl.h"
-#include "buildfile/values.h"
 #include "support/require.h"
 #include "th/base.h"
 #include "th/str.h"

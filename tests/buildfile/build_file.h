@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "buildfile/options.h"
+#include "attributes/options.h"
 #include "buildfile/parser.h"
 #include "buildfile/setters.h"
 #include "tree/tree_fixture.h"
