@@ -1,7 +1,7 @@
 // A whole parse into a tree, through a type with every capability.  A fatal message leaves
 // the parser for good, as the end of the process would.
+#include "attributes/options.h"
 #include "base/log.h"
-#include "buildfile/options.h"
 #include "buildfile/parser.h"
 #include "buildfile/setters.h"
 #include "fs/filesystem.h"

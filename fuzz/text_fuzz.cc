@@ -14,7 +14,7 @@
 #include "acl/short_text.h"
 #include "base/hex.h"
 
-#include "buildfile/values.h"
+#include "attributes/values.h"
 #include "support/require.h"
 #include "th/str.h"
 

@@ -69,39 +69,45 @@ private:
 
 // ---- Digest contexts, one for each read that is under way
 
+// No lock: every thread begins at a place of its own.
 class digest_pool {
 public:
     ~digest_pool() { clear(); }
 
     // Null when memory is out.
     [[nodiscard]] tcrypto_ctx *take(const char *name) {
-        {
-            const std::lock_guard lock(mutex_);
-            if (count_ > 0)
-                return idle_[--count_];
-        }
+        for (unsigned i = 0; i < IDLE_DIGESTS; ++i)
+            if (tcrypto_ctx *idle = place(i).exchange(nullptr, std::memory_order_acquire))
+                return idle;
         tcrypto_ctx *fresh = nullptr;
         return tcrypto_digest_request(name, nullptr, 0, &fresh) == TCRYPTO_OK ? fresh : nullptr;
     }
     void give_back(tcrypto_ctx *digest) {
-        {
-            const std::lock_guard lock(mutex_);
-            if (count_ < IDLE_DIGESTS) {
-                idle_[count_++] = digest;
+        for (unsigned i = 0; i < IDLE_DIGESTS; ++i) {
+            tcrypto_ctx *none = nullptr;
+            if (place(i).compare_exchange_strong(none, digest, std::memory_order_release,
+                                                 std::memory_order_relaxed))
                 return;
-            }
         }
         tcrypto_release_ctx(digest);
     }
     void clear() {
-        while (count_ > 0)
-            tcrypto_release_ctx(idle_[--count_]);
+        for (slot &each : slots_)
+            tcrypto_release_ctx(each.idle.exchange(nullptr));
     }
 
 private:
-    std::mutex mutex_;
-    tcrypto_ctx *idle_[IDLE_DIGESTS] = {};
-    unsigned count_ = 0;
+    struct alignas(64) slot {  // a cache line
+        std::atomic<tcrypto_ctx *> idle = nullptr;
+    };
+
+    [[nodiscard]] std::atomic<tcrypto_ctx *> &place(unsigned i) {
+        static std::atomic<unsigned> threads = 0;
+        thread_local const unsigned own = threads++;
+        return slots_[(own + i) % IDLE_DIGESTS].idle;
+    }
+
+    slot slots_[IDLE_DIGESTS];
 };
 
 class borrowed_digest {
@@ -421,6 +427,7 @@ int ttd_reader_get_statistics(const ttd_reader *reader, ttd_reader_statistics *s
     ttd_reader_statistics from = {};
     from.proven = reader->proven;
     from.refused = reader->refused;
+    from.cached = ttd_lru_cache_hits(reader->engine.block_cache);
     from.loaded = reader->loaded;
     return hand_out(statistics, from);
 }

@@ -78,7 +78,7 @@ void *serve(void *arg) {
 sigset_t signals_to_block() {
     sigset_t set;
     sigfillset(&set);
-    for (const int raised : {SIGBUS, SIGSEGV, SIGILL, SIGFPE, SIGTRAP, SIGSYS})
+    for (const int raised : {SIGBUS, SIGSEGV, SIGILL, SIGFPE, SIGTRAP, SIGSYS, SIGXFSZ})
         sigdelset(&set, raised);
     return set;
 }

@@ -19,8 +19,9 @@ using talg_workers_job = void (*)(void *arg, std::size_t index, unsigned worker)
 // started is no failure, the pool is then smaller.  Null when memory is out; a null
 // pool works like one of one worker.
 //
-// The threads block every signal but those that the processor raises in the thread
-// itself, which would otherwise end the process without its handlers.
+// The threads block every signal but those that a thread's own step raises in it (a fault,
+// or a write beyond the limit of a file's size): where those are blocked, the process ends
+// without its handlers, or does not end.
 [[nodiscard]] talg_workers *talg_workers_create(unsigned count);
 
 // Ends and joins the threads.  Null is allowed.

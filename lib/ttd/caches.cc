@@ -18,6 +18,7 @@ struct ttd_cache_entry {
     std::uint8_t *buffer = nullptr;
     talg_slab *slab = nullptr;
     std::atomic<std::uint32_t> holders{1};  // the cache itself and every pin
+    std::atomic<bool> proven{false};
     talg_lru_entry links;
 };
 
@@ -26,6 +27,7 @@ struct ttd_lru_cache {
     std::mutex lock;
     talg_lru_cache *table = nullptr;
     std::size_t slots = 0;
+    std::uint64_t hits = 0;
 };
 
 namespace {
@@ -196,6 +198,7 @@ int ttd_lru_cache_get(ttd_lru_cache *cache, std::uint32_t key, ttd_cache_entry *
         return err;
     ttd_cache_entry *entry = TALG_RECORD_OF(node, ttd_cache_entry, links.node);
     entry->holders.fetch_add(1, std::memory_order_relaxed);
+    ++cache->hits;
     *pinned = entry;
     return 0;
 }
@@ -209,6 +212,21 @@ void ttd_cache_unpin(ttd_cache_entry *entry) {
 
 std::uint8_t *ttd_cache_buffer(ttd_cache_entry *entry) {
     return entry->buffer;
+}
+
+void ttd_cache_set_proven(ttd_cache_entry *entry) {
+    entry->proven.store(true, std::memory_order_relaxed);
+}
+
+bool ttd_cache_is_proven(const ttd_cache_entry *entry) {
+    return entry->proven.load(std::memory_order_relaxed);
+}
+
+std::uint64_t ttd_lru_cache_hits(ttd_lru_cache *cache) {
+    if (!cache)
+        return 0;
+    const std::lock_guard guard(cache->lock);
+    return cache->hits;
 }
 
 int ttd_cache_option(const ttd_ctx *ctx, const char *text, std::size_t *out_slots) {

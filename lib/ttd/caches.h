@@ -39,6 +39,12 @@ void ttd_lru_cache_destroy(ttd_lru_cache *cache);
 [[nodiscard]] int ttd_lru_cache_get(ttd_lru_cache *cache, std::uint32_t key, ttd_cache_entry **pinned);
 void ttd_cache_unpin(ttd_cache_entry *entry);  // null-safe
 [[nodiscard]] std::uint8_t *ttd_cache_buffer(ttd_cache_entry *entry);
+// Whether somebody said of a hash block that its path up to the root hash proves, which
+// stays so as long as the entry lives: nobody writes to its buffer.
+void ttd_cache_set_proven(ttd_cache_entry *entry);
+[[nodiscard]] bool ttd_cache_is_proven(const ttd_cache_entry *entry);
+// Lookups that found their entry; 0 for null.
+[[nodiscard]] std::uint64_t ttd_lru_cache_hits(ttd_lru_cache *cache);
 
 using ttd_cache_pin = th_handle<ttd_cache_entry, ttd_cache_unpin>;
 

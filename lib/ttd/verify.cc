@@ -41,6 +41,11 @@ public:
             own_ = nullptr;
         return err;
     }
+    // The content proves; a cache that has it remembers that.
+    void set_proven() {
+        if (pin_)
+            ttd_cache_set_proven(pin_.get());
+    }
     [[nodiscard]] std::uint8_t *data() const { return own_ ? own_ : ttd_cache_buffer(pin_.get()); }
 
 private:
@@ -83,6 +88,7 @@ private:
             trace_hashes("hblk", hash_block.data(), computed.data());
         if (!matches(computed.data()))
             return mismatch(computed.data(), static_cast<std::uint8_t>(level), step.local, step.offset);
+        hash_block.set_proven();
         const std::size_t entry = std::size_t{step.entry} * ctx_.info.hash_size;
         std::memcpy(expected_.data(), hash_block.data() + entry, ctx_.info.hash_size);
         return 0;

@@ -11,20 +11,28 @@
 #include "ttd/engine.h"
 #include "ttd/mismatch.h"
 
-// Told, in order, of each `count` blocks from `first` on that are dealt with.
+struct talg_workers;
+
+// Told of each `count` blocks from `first` on that are dealt with.
 using ttd_passed_function = void (*)(void *arg, std::uint32_t first, std::uint32_t count);
 
 // A byte request, turned into blocks by ttd_setup_verify.
 struct ttd_range {
-    std::uint32_t first = 0;               // data block
-    std::uint32_t end = 0;                 // one past the last
-    std::uint64_t aligned_offset = 0;      // of the first block, bytes
-    std::uint64_t aligned_length = 0;      // bytes, possibly cut to the caller's maximum
-    std::uint64_t skip = 0;                // requested offset - aligned offset
-    std::uint64_t count = 0;               // requested bytes that the aligned buffer holds
-    talg_bitmap *bitmap = nullptr;         // optional, borrowed; bit i: block first + i
-    ttd_passed_function passed = nullptr;  // optional: told what ttd_verify_range is done with
-    void *passed_arg = nullptr;
+    std::uint32_t first = 0;           // data block
+    std::uint32_t end = 0;             // one past the last
+    std::uint64_t aligned_offset = 0;  // of the first block, bytes
+    std::uint64_t aligned_length = 0;  // bytes, possibly cut to the caller's maximum
+    std::uint64_t skip = 0;            // requested offset - aligned offset
+    std::uint64_t count = 0;           // requested bytes that the aligned buffer holds
+    talg_bitmap *bitmap = nullptr;     // optional, borrowed; bit i: block first + i
+    // Optional, what ttd_verify_range tells: which blocks' bytes it needs no more, in any
+    // order and from any worker; and which blocks it is done with, in order.
+    ttd_passed_function hashed = nullptr;
+    ttd_passed_function passed = nullptr;
+    void *passed_arg = nullptr;  // of both
+    // Optional, borrowed: who ttd_verify_range lets hash (and read) the data blocks.
+    talg_workers *workers = nullptr;
+    unsigned worker_count = 1;  // that the pool was made with
 };
 
 // EINVAL for a negative offset.  A request of no bytes, or at or beyond the end of

@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "acl/acl.h"
+#include "attributes/values.h"
 #include "base/log.h"
-#include "buildfile/values.h"
 #include "fs/diag.h"
 #include "fs/filesystem.h"
 #include "tree/inode.h"

@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
+#include "attributes/options.h"
 #include "base/log.h"
-#include "buildfile/options.h"
 #include "buildfile/parser.h"
 #include "fs/filesystem.h"
 

@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <cstddef>
 
+#include "attributes/options.h"
 #include "base/log.h"
-#include "buildfile/options.h"
 #include "buildfile/parser.h"
 #include "fs/filesystem.h"
 #include "tree/inode.h"

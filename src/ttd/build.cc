@@ -45,7 +45,8 @@ void fill_superblock(ttd_run_context &run) {
     sb.blksize = run.engine.info.block_size;
     sb.hblksize = run.engine.info.hash_block_size;
     sb.hashtype = run.options->hash;
-    sb.sigtype = run.options->signature;
+    // A calculation needs no -S; any known code starts the crypto.
+    sb.sigtype = has_option(run, TTD_OPT_CALCULATE) ? 1 : run.options->signature;
     sb.rollback = run.options->rollback;
 }
 
@@ -53,18 +54,18 @@ void choose_sizes(ttd_run_context &run) {
     const bool calculate = has_option(run, TTD_OPT_CALCULATE);
     if (!has_option(run, TTD_OPT_PARTITION))
         run.engine.info.covered_size = calculate ? run.options->calculate_size : run.input_size;
-    if (calculate) {
-        run.engine.superblock.sigtype = 1;  // a calculation needs no -S; any known code starts the crypto
+    if (calculate)
         run.input_size = run.options->calculate_size;
-    }
 }
 
-int check_options(ttd_run_context &run) {
-    const ttd_info &info = run.engine.info;
-    if (run.engine.superblock.hashtype == 0)
+int start_crypto(ttd_ctx &engine) {
+    if (engine.superblock.hashtype == 0)
         return MKTFS_FAIL(EINVAL, "ttd: missing -H option\n");
-    if (const int err = ttd_tcrypto_init(&run.engine); err != 0)
-        return err;
+    return ttd_tcrypto_init(&engine);
+}
+
+// With the digest's size known.
+int check_options(const ttd_info &info) {
     if (info.covered_size == 0)
         return MKTFS_FAIL(EINVAL, "ttd: input size is zero\n");
     if (info.block_size == 0 || info.hash_block_size == 0)
@@ -201,11 +202,13 @@ int check_signer(const ttd_run_context &run) {
     return err == 0 ? 0 : refuse_signature(err);
 }
 
-int hash_input(ttd_run_context &run, const ttd_input_image &input, ttd_image_copy *copy, ttd_bytes &tree) {
+int hash_input(ttd_run_context &run, ttd_input_image &input, ttd_image_copy *copy, ttd_bytes &tree) {
     ttd_ctx &engine = run.engine;
     const mktfs_progress progress(engine.info.covered_size, 1);
     const workers_ptr workers(talg_workers_create(run.threads));
-    if (copy && !input.is_sparse())
+    if (!copy)
+        input.map();
+    else if (!input.is_sparse())
         copy->reserve(input.size());
     const ttd_build_means means = {
         .input = input, .copy = copy, .workers = workers.get(), .worker_count = run.threads};
@@ -279,7 +282,9 @@ int ttd_build_filesystem(ttd_run_context &run, mktfs_io &output) {
 int ttd_build(ttd_run_context &run, mktfs_io *output) {
     fill_superblock(run);
     choose_sizes(run);
-    if (const int err = check_options(run); err != 0)
+    if (const int err = start_crypto(run.engine); err != 0)
+        return err;
+    if (const int err = check_options(run.engine.info); err != 0)
         return err;
     if (const int err = derive_geometry(run); err != 0)
         return err;

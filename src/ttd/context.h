@@ -1,4 +1,5 @@
-// The private context of a build or verify run.
+// What the private pointer of a filesystem stands for: in a build or verify run the
+// context below, in an extraction a superblock.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +17,13 @@ struct ttd_run_context {
     ttd_ctx engine;                // superblock, geometry, crypto selections
 };
 
-// The context that build or verify init made.
+// What the type's init hook made for this run; null before it.
+template <class Context>
+[[nodiscard]] Context *ttd_private(const mktfs_filesystem &fs) {
+    return static_cast<Context *>(fs.priv);
+}
+
+// The context of a build or verify run.
 [[nodiscard]] inline ttd_run_context &ttd_context(const mktfs_filesystem &fs) {
-    return *static_cast<ttd_run_context *>(fs.priv);
+    return *ttd_private<ttd_run_context>(fs);
 }

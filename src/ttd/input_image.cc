@@ -1,5 +1,6 @@
 #include "ttd/input_image.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +11,8 @@
 
 namespace {
 
+constexpr std::uint64_t LET_GO_SIZE = 1024 * 1024;  // bytes, at once
+
 constexpr blkcnt_t STATUS_BLOCK = 512;  // unit of st_blocks, bytes
 
 bool same_time(const timespec &a, const timespec &b) {
@@ -17,6 +20,11 @@ bool same_time(const timespec &a, const timespec &b) {
 }
 
 }  // namespace
+
+ttd_input_image::~ttd_input_image() {
+    if (mapping_)
+        munmap(mapping_, size());
+}
 
 int ttd_input_image::open(const char *path) {
     int err = file_.open(path);
@@ -59,6 +67,34 @@ int ttd_input_image::read(std::uint64_t offset, std::uint8_t *buffer, std::uint6
             return errno;
     }
     return 0;
+}
+
+void ttd_input_image::map() {
+    if (size() == 0)
+        return;
+    void *bytes = mmap(nullptr, size(), PROT_READ, MAP_SHARED, file_.descriptor(), 0);
+    if (bytes == MAP_FAILED)
+        return;
+    mapping_ = static_cast<std::uint8_t *>(bytes);
+    madvise(mapping_, size(), MADV_SEQUENTIAL);
+}
+
+// Pages are fetched in one call, which tells of an error where a fault would end the
+// process.
+const std::uint8_t *ttd_input_image::in_place(std::uint64_t offset, std::uint64_t length) const {
+    if (!mapping_ || offset >= size() || length > size() - offset)
+        return nullptr;
+    const std::uint64_t page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+    const std::uint64_t first = offset / page * page;
+    if (madvise(mapping_ + first, offset + length - first, MADV_POPULATE_READ) != 0)
+        return nullptr;
+    return mapping_ + offset;
+}
+
+void ttd_input_image::let_go(std::uint64_t offset, std::uint64_t length) const {
+    const std::uint64_t end = (offset + length) / LET_GO_SIZE * LET_GO_SIZE;
+    if (mapping_ && end > offset && end <= size())
+        madvise(mapping_ + end - LET_GO_SIZE, LET_GO_SIZE, MADV_DONTNEED);
 }
 
 bool ttd_input_image::has_changed() const {

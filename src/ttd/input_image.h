@@ -1,7 +1,8 @@
 // The inner image as the builder reads it: each byte is fetched once, into the
-// caller's memory, so that what is hashed is what is written.
+// caller's memory, so that what is hashed is what is written.  Where nothing is written
+// the bytes may be used in a mapping, without a copy.
 //
-// Threads: reading and asking for holes may go on in several threads.
+// Threads: everything but open() and map() may go on in several threads.
 #pragma once
 
 #include <sys/stat.h>
@@ -12,6 +13,11 @@
 
 class ttd_input_image {
 public:
+    ttd_input_image() = default;
+    ttd_input_image(const ttd_input_image &) = delete;
+    ttd_input_image &operator=(const ttd_input_image &) = delete;
+    ~ttd_input_image();
+
     // Called once.  The error number of mktfs_input_file::open; logs.
     [[nodiscard]] int open(const char *path);
 
@@ -29,6 +35,16 @@ public:
     [[nodiscard]] int read(std::uint64_t offset, std::uint8_t *buffer, std::uint64_t length,
                            std::uint64_t &done) const;
 
+    // Lets in_place() work, if the file can be mapped.  Called at most once.
+    void map();
+    // The bytes in the mapping, or null where they have to be read (not all of them are
+    // there, or reading fails).  A file that is cut short while they are used ends the
+    // process with SIGBUS.
+    [[nodiscard]] const std::uint8_t *in_place(std::uint64_t offset, std::uint64_t length) const;
+    // What in_place() gave from `offset` on, in order and within the same 2 MiB, is not
+    // needed any more.
+    void let_go(std::uint64_t offset, std::uint64_t length) const;
+
     // The file has another size or modification time than when it was opened.
     [[nodiscard]] bool has_changed() const;
 
@@ -38,4 +54,5 @@ private:
     mktfs_input_file file_;
     struct stat opened_ {};
     bool sparse_ = false;
+    std::uint8_t *mapping_ = nullptr;
 };

@@ -12,12 +12,16 @@
 #include "base/log.h"
 #include "base/progress.h"
 #include "ttd/hash.h"
+#include "ttd/worker_digests.h"
 
 namespace {
 
-// Blocks are fetched, written and hashed in pieces of about this many bytes: few system
-// calls, and the piece is still in the processor's cache when it is used again.
-constexpr std::uint32_t PIECE_SIZE = 256 * 1024;
+// Blocks are fetched, written and hashed in steps of about this many bytes: few system
+// calls, and the bytes are still in the processor's cache when it is used again.
+constexpr std::uint32_t STEP_SIZE = 256 * 1024;
+// So much of the input is one worker's: two threads that fault in pages of one page table,
+// which maps 2 MiB, wait for each other.
+constexpr unsigned STEPS_PER_PIECE = 8;
 
 void dump_hash(const std::uint8_t *block, const std::uint8_t *hash, std::size_t size) {
     mktfs_log(MKTFS_LOG_INFO, "ttd: data: ");
@@ -54,7 +58,9 @@ public:
     virtual ~block_source() = default;
     [[nodiscard]] virtual std::uint32_t block_size() const = 0;
     [[nodiscard]] virtual bool needs_buffer() const = 0;
+    [[nodiscard]] virtual unsigned steps_per_piece() const { return 1; }
     [[nodiscard]] virtual fetched_run fetch(const block_run &run, std::uint8_t *buffer) = 0;
+    virtual void let_go(const block_run &) const {}  // the run is hashed
     // A line about a block that is hashed to `out`.
     virtual void trace(std::uint64_t index, std::uint8_t *out) const = 0;
     [[nodiscard]] virtual bool is_ordered() const { return false; }  // runs must come one after the other
@@ -70,6 +76,7 @@ public:
 
     [[nodiscard]] std::uint32_t block_size() const override { return block_size_; }
     [[nodiscard]] bool needs_buffer() const override { return true; }
+    [[nodiscard]] unsigned steps_per_piece() const override { return STEPS_PER_PIECE; }
     [[nodiscard]] bool is_ordered() const override { return copy_ && !copy_->takes_pieces_in_any_order(); }
     void show_progress(std::uint64_t bytes) const override { mktfs_progress_add(bytes); }
 
@@ -81,12 +88,18 @@ public:
         const bool has_data = next_data(start, end) < end;
         if (!has_data && !is_ordered() && verbose <= 2)
             return {.count = run.count};
+        if (const std::uint8_t *bytes = input_.in_place(start, end - start))
+            return {.bytes = bytes, .count = run.count};
         std::uint64_t good = end;
         const int err = read(start, end, buffer, good);
         if (is_ordered() && start < input_.size())
             copy_->write(start, buffer, std::min(good, input_.size()) - start);
         return {
             .bytes = buffer, .count = static_cast<std::uint32_t>((good - start) / block_size_), .error = err};
+    }
+
+    void let_go(const block_run &run) const override {
+        input_.let_go(run.first * block_size_, std::uint64_t{run.count} * block_size_);
     }
 
     void trace(std::uint64_t index, std::uint8_t *out) const override {
@@ -153,7 +166,8 @@ public:
     level_hasher(ttd_ctx &ctx, tcrypto_ctx *digest, const ttd_build_means &means, block_source &source,
                  std::uint8_t *level)
         : ctx_(ctx), digest_(digest), source_(source), level_(level),
-          piece_blocks_(std::max(PIECE_SIZE / source.block_size(), 1U)),
+          step_blocks_(std::max(STEP_SIZE / source.block_size(), 1U)),
+          piece_blocks_(step_blocks_ * source.steps_per_piece()),
           workers_(verbose > 2 || source.is_ordered() ? nullptr : means.workers),
           lane_count_(workers_ ? means.worker_count : 1) {}
 
@@ -180,37 +194,47 @@ private:
         ttd_hash_failure hash_failure;  // where reading did not fail
     };
 
+    // Without a digest context for each worker, the caller works alone.
     [[nodiscard]] bool allocate() {
+        if (!digests_.allocate(ctx_.crypto, digest_, lane_count_))
+            workers_ = nullptr;
         lanes_.reset(new (std::nothrow) lane[lane_count_]);
         for (unsigned i = 0; lanes_ && source_.needs_buffer() && i < lane_count_; ++i)
-            if (!lanes_[i].buffer.allocate(std::size_t{piece_blocks_} * source_.block_size()))
+            if (!lanes_[i].buffer.allocate(std::size_t{step_blocks_} * source_.block_size()))
                 return false;
         return lanes_ != nullptr;
-    }
-
-    [[nodiscard]] block_run blocks_of(std::size_t piece) const {
-        const std::uint64_t first = std::uint64_t{piece} * piece_blocks_;
-        return {.first = first,
-                .count = static_cast<std::uint32_t>(std::min<std::uint64_t>(piece_blocks_, count_ - first))};
     }
 
     // Pieces are taken in order, so those before the first that fails all get done.
     void hash_piece(std::size_t piece, unsigned worker) {
         if (piece > first_failed_)
             return;
+        const std::uint64_t first = std::uint64_t{piece} * piece_blocks_;
+        const std::uint64_t end = std::min(first + piece_blocks_, count_);
+        block_run run = {.first = first};
+        for (; run.first < end; run.first += run.count) {
+            run.count = static_cast<std::uint32_t>(std::min<std::uint64_t>(step_blocks_, end - run.first));
+            if (!hash_step(run, worker)) {
+                lanes_[worker].failed_piece = piece;
+                return note_failure(piece);
+            }
+        }
+    }
+
+    [[nodiscard]] bool hash_step(const block_run &run, unsigned worker) {
         lane &mine = lanes_[worker];
-        const block_run run = blocks_of(piece);
         const fetched_run fetched = source_.fetch(run, mine.buffer.data());
         if (verbose > 2) {
             traced_error_ = hash_one_by_one(run.first, fetched);
             if (traced_error_ != 0)
-                first_failed_ = piece;
-        } else if (hash_fetched(run.first, fetched, worker, mine) != 0) {
-            mine.failed_piece = piece;
-            note_failure(piece);
+                return false;
         } else {
+            if (hash_fetched(run.first, fetched, worker, mine) != 0)
+                return false;
             note_progress(std::uint64_t{run.count} * source_.block_size(), worker);
         }
+        source_.let_go(run);
+        return true;
     }
 
     void note_failure(std::size_t piece) {
@@ -252,19 +276,11 @@ private:
     // A failure stays in the lane.
     [[nodiscard]] int hash_fetched(std::uint64_t first, const fetched_run &fetched, unsigned worker,
                                    lane &mine) {
-        tcrypto_ctx *digest = digest_;
-        mine.failed_block = first;
-        if (worker != 0)
-            if (const int err = ttd_hash_init(&ctx_, &digest); err != 0)
-                return err;
-        int err = hash_by_hash_block(first, fetched, digest, mine);
-        if (worker != 0)
-            ttd_hash_done(digest);
-        if (err == 0 && fetched.error != 0) {
-            mine.failed_block = first + fetched.count;
-            mine.read_error = err = fetched.error;
-        }
-        return err;
+        if (const int err = hash_by_hash_block(first, fetched, digests_.of(worker), mine); err != 0)
+            return err;
+        mine.failed_block = first + fetched.count;
+        mine.read_error = fetched.error;
+        return fetched.error;
     }
 
     // Hashes lie side by side as far as a hash block goes.
@@ -309,10 +325,12 @@ private:
     tcrypto_ctx *const digest_;  // the caller's
     block_source &source_;
     std::uint8_t *const level_;
+    const std::uint32_t step_blocks_;
     const std::uint32_t piece_blocks_;
-    talg_workers *const workers_;
+    talg_workers *workers_;
     const unsigned lane_count_;
     std::uint64_t count_ = 0;
+    ttd_worker_digests digests_;
     std::unique_ptr<lane[]> lanes_;
     std::atomic<std::size_t> first_failed_ = SIZE_MAX;  // piece
     std::atomic<std::uint64_t> hashed_ = 0;             // bytes not shown yet

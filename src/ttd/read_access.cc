@@ -9,6 +9,7 @@
 #include "io/io.h"
 #include "tree/inode.h"
 #include "tree/path.h"
+#include "ttd/context.h"
 #include "ttd/image_superblock.h"
 
 namespace {
@@ -17,7 +18,7 @@ constexpr std::uint32_t IMAGE_INO = 2;
 constexpr char IMAGE_NAME[] = "fs.img";
 
 ttd_superblock &mounted(const mktfs_filesystem &fs) {
-    return *static_cast<ttd_superblock *>(fs.priv);
+    return *ttd_private<ttd_superblock>(fs);
 }
 
 }  // namespace

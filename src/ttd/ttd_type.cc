@@ -7,10 +7,10 @@
 #include <cstring>
 #include <new>
 
+#include "attributes/options.h"
 #include "base/host.h"
 #include "base/log.h"
 #include "base/progress.h"
-#include "buildfile/options.h"
 #include "fs/filesystem.h"
 #include "ttd/build.h"
 #include "ttd/context.h"
@@ -98,9 +98,9 @@ int ttd_fsys_build_init(mktfs_filesystem *fs) {
 }
 
 void ttd_fsys_build_finit(mktfs_filesystem *fs) {
-    if (!fs->priv)
+    auto *run = ttd_private<ttd_run_context>(*fs);
+    if (!run)
         return;
-    ttd_run_context *run = &ttd_context(*fs);
     ttd_tcrypto_uninit(&run->engine);
     ttd_clean_info(&run->engine.info);
     delete run;
@@ -125,7 +125,7 @@ int ttd_fsys_extract_init(mktfs_filesystem *fs) {
 }
 
 void ttd_fsys_extract_finit(mktfs_filesystem *fs) {
-    delete static_cast<ttd_superblock *>(fs->priv);
+    delete ttd_private<ttd_superblock>(*fs);
     fs->priv = nullptr;
 }
 

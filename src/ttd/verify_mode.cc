@@ -7,6 +7,7 @@
 #include "base/log.h"
 #include "base/progress.h"
 #include "io/io.h"
+#include "talg/workers.h"
 #include "th/handle.h"
 #include "ttd/caches.h"
 #include "ttd/context.h"
@@ -24,6 +25,7 @@ namespace {
 
 using ttd_io_ptr = th_handle<ttd_io, ttd_io_destroy>;
 using digest_ptr = th_handle<tcrypto_ctx, ttd_hash_done>;
+using workers_ptr = th_handle<talg_workers, talg_workers_destroy>;
 
 int read_image(ttd_io *io, std::int64_t offset, void *buffer, std::uint64_t length) {
     return mktfs_io_read(static_cast<mktfs_io *>(io->handle), offset, buffer, length);
@@ -41,22 +43,20 @@ class proof_follower {
 public:
     proof_follower(mktfs_io &image, std::uint32_t block_size) : image_(image), block_size_(block_size) {}
 
-    static void passed(void *self, std::uint32_t first, std::uint32_t count) {
-        static_cast<proof_follower *>(self)->move_to(std::uint64_t{first} + count, count);
+    void follow(ttd_range &range) {
+        range.passed_arg = this;
+        range.passed = [](void *self, std::uint32_t, std::uint32_t count) {
+            mktfs_progress_add(count * static_cast<proof_follower *>(self)->block_size_);
+        };
+        range.hashed = [](void *arg, std::uint32_t first, std::uint32_t count) {
+            const auto &self = *static_cast<proof_follower *>(arg);
+            mktfs_io_drop(&self.image_, first * self.block_size_, count * self.block_size_);
+        };
     }
 
 private:
-    void move_to(std::uint64_t end, std::uint64_t count) {
-        mktfs_progress_add(count * block_size_);
-        if (end * block_size_ - dropped_ < MKTFS_IO_WINDOW)
-            return;
-        mktfs_io_drop(&image_, dropped_, end * block_size_ - dropped_);
-        dropped_ = end * block_size_;
-    }
-
     mktfs_io &image_;
     const std::uint64_t block_size_;
-    std::uint64_t dropped_ = 0;  // bytes of the image
 };
 
 // One verification, in the order of its steps; what a step made is released in the
@@ -166,8 +166,10 @@ private:
             return err;
         const mktfs_progress progress(size, 1);
         proof_follower follower(image_, engine_.info.block_size);
-        whole.passed = proof_follower::passed;
-        whole.passed_arg = &follower;
+        follower.follow(whole);
+        whole.worker_count = ttd_context(fs_).threads;
+        const workers_ptr workers(talg_workers_create(whole.worker_count));
+        whole.workers = workers.get();
         const int err =
             ttd_verify_range(&engine_, &whole, digest_.get(), mktfs_io_buf(&image_), nullptr, nullptr);
         return indexed < size ? EIO : err;

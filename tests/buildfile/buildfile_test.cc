@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "acl/acl.h"
+#include "attributes/options.h"
 #include "base_grammar.h"
-#include "buildfile/options.h"
 #include "buildfile/scanner.h"
 #include "buildfile/setters.h"
 #include "tree/tree_fixture.h"

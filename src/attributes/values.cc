@@ -1,4 +1,4 @@
-#include "buildfile/values.h"
+#include "attributes/values.h"
 
 #include <bit>
 #include <cerrno>

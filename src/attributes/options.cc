@@ -1,11 +1,11 @@
-#include "buildfile/options.h"
+#include "attributes/options.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
 #include <string_view>
 
-#include "buildfile/values.h"
+#include "attributes/values.h"
 #include "fs/diag.h"
 #include "fs/filesystem_record.h"
 
