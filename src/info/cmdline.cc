@@ -19,6 +19,7 @@
 #include "info/text.h"
 #include "info/verify.h"
 #include "tcrypto/tcrypto.h"
+#include "th/log.h"
 #include "th/str.h"
 #include "ttd/engine_log.h"
 #include "ttd/image_file.h"
@@ -33,7 +34,7 @@ constexpr char usage_text[] =
     "       ttdinfo --plan SIZE --block BYTES --digest NAME [--partition SIZE] [--json]\n"
     "\n"
     "Prints what the superblock of a ttd image says.  Only the last 4096 bytes are read:\n"
-    "no block of the image is proven but with --verify.\n"
+    "no block of the image is proven (--verify does that).\n"
     "\n"
     "  --json                  print a JSON object\n"
     "  --root-hash             print the root hash and nothing else\n"
@@ -343,6 +344,8 @@ int verify(const settings &with) {
 
 int run_verify(const settings &with) {
     mktfs_cleanup_install();
+    // Keys are tried as one kind after the other, which the library would complain of.
+    (void)th_log_update_config("tc_openssl:stderr=none");
     if (const int err = tcrypto_init(0, nullptr); err != TCRYPTO_OK) {
         std::fprintf(stderr, "ttdinfo: failed to initialize crypto library (%s)\n", tcrypto_strerror(err));
         return EOPNOTSUPP;

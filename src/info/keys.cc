@@ -26,15 +26,19 @@ int read_file(const char *path, std::span<char> room, std::size_t *length) {
     return 0;
 }
 
+bool is_key_of(const ttd_signature_row &row, std::span<const char> pem, ttd_key &out) {
+    out = {};
+    if (tcrypto_keygen_request(row.key, nullptr, 0, th_out(out.keygen)) != TCRYPTO_OK)
+        return false;
+    return tcrypto_pubkey_from_mem(out.keygen.get(), th_out(out.key), pem.data(), pem.size(),
+                                   TCRYPTO_FORMAT_PEM) == TCRYPTO_OK;
+}
+
 // The signature code whose kind of key the bytes are, or 0.
 std::uint32_t load_key(std::span<const char> pem, ttd_key &out) {
-    for (std::uint32_t code = 1; const ttd_signature_row *row = ttd_sig_row(code); ++code) {
-        out = {};
-        if (tcrypto_keygen_request(row->key, nullptr, 0, th_out(out.keygen)) == TCRYPTO_OK &&
-            tcrypto_pubkey_from_mem(out.keygen.get(), th_out(out.key), pem.data(), pem.size(),
-                                    TCRYPTO_FORMAT_PEM) == TCRYPTO_OK)
+    for (std::uint32_t code = 1; const ttd_signature_row *row = ttd_sig_row(code); ++code)
+        if (is_key_of(*row, pem, out))
             return code;
-    }
     return 0;
 }
 

@@ -188,7 +188,7 @@ void prove_opened(const ttd_image_file &image, const ttdinfo_keys &keys, ttdinfo
     if (err != 0)
         ttdinfo_add_problem(&report, err, "the blocks could not be looked at: %s", std::strerror(err));
     else if (proof.unproven != 0)
-        ttdinfo_add_problem(&report, EIO, "%" PRIu64 " of %" PRIu64 " blocks are not proven", proof.unproven,
+        ttdinfo_add_problem(&report, EIO, "blocks not proven: %" PRIu64 " of %" PRIu64, proof.unproven,
                             proof.blocks);
 }
 
