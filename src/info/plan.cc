@@ -58,17 +58,11 @@ void fill_partition(ttdinfo_plan &plan) {
     plan.fits = plan.size <= plan.max_partition_size;
 }
 
-// Several data blocks may lie below two hash blocks of a level that has more than one.
+// A read never crosses the border of a hash block: that has room for a power of two of
+// hashes, 8 or more.
 void fill_read_cost(ttdinfo_plan &plan) {
-    const ttd_info &info = plan.info;
-    plan.read_data_blocks = std::max(1U, READ_SIZE / plan.block_size);
-    std::uint64_t covered = 1;  // data blocks below a hash block of the level, wraps harmlessly
-    for (unsigned level = 0; level < info.levels; ++level) {
-        covered *= info.hashes_per_block;
-        const bool straddles = info.level_blocks[level] > 1 && covered % plan.read_data_blocks != 0;
-        plan.read_hash_blocks += straddles ? 2 : 1;
-    }
-    plan.read_data_blocks = std::min(plan.read_data_blocks, info.raw_blocks);
+    plan.read_data_blocks = std::min(std::max(1U, READ_SIZE / plan.block_size), plan.info.raw_blocks);
+    plan.read_hash_blocks = plan.info.levels;
     plan.read_bytes =
         (std::uint64_t{plan.read_data_blocks} + plan.read_hash_blocks) * std::uint64_t{plan.block_size};
 }

@@ -18,7 +18,7 @@ struct ttdinfo_plan {
     bool fits = true;                      // the inner image into the partition
     std::uint64_t max_partition_size = 0;  // largest inner image that fits, built for the partition
     std::uint64_t max_plain_size = 0;      // and built for itself
-    // Of a read of 4096 bytes at a multiple of that, when nothing is cached, at most.
+    // Of a read of 4096 bytes at a multiple of that, when nothing is cached.
     unsigned read_data_blocks = 0;
     unsigned read_hash_blocks = 0;
     std::uint64_t read_bytes = 0;
