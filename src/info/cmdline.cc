@@ -1,19 +1,27 @@
 #include "info/cmdline.h"
 
 #include <getopt.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <span>
 
+#include "base/cleanup.h"
+#include "base/json.h"
 #include "info/json.h"
-#include "info/report.h"
+#include "info/keys.h"
+#include "info/output.h"
+#include "info/plan.h"
+#include "info/screen.h"
 #include "info/text.h"
+#include "info/verify.h"
+#include "tcrypto/tcrypto.h"
+#include "th/log.h"
 #include "th/str.h"
+#include "ttd/engine_log.h"
 #include "ttd/image_file.h"
 
 namespace {
@@ -22,14 +30,28 @@ constexpr int USAGE_ERROR = 1;
 
 constexpr char usage_text[] =
     "usage: ttdinfo [OPTION...] IMAGE\n"
+    "       ttdinfo --verify (--key KEY... | --without-signature-check) [OPTION...] IMAGE...\n"
+    "       ttdinfo --plan SIZE --block BYTES --digest NAME [--partition SIZE] [--json]\n"
     "\n"
     "Prints what the superblock of a ttd image says.  Only the last 4096 bytes are read:\n"
-    "no block of the image is proven (mktfs ttd -y does that).\n"
+    "no block of the image is proven (--verify does that).\n"
     "\n"
     "  --json                  print a JSON object\n"
     "  --root-hash             print the root hash and nothing else\n"
     "  --min-rollback N        refuse an anti-rollback version below N\n"
     "  --verify-signature KEY  check the signature of the superblock with a PEM public key\n"
+    "\n"
+    "  --verify                prove whole images, a line for each\n"
+    "  --key KEY               PEM public key; with several, any may prove the signature\n"
+    "  --without-signature-check\n"
+    "                          prove the blocks only; the status is then 61 at best\n"
+    "\n"
+    "  --plan SIZE             calculate the image of an inner image of SIZE bytes\n"
+    "  --block BYTES           block size, a power of two from 512 to 32768\n"
+    "  --digest NAME           digest of the tree, as for mktfs ttd -H\n"
+    "  --partition SIZE        partition that it is for\n"
+    "                          sizes: a number of bytes, or with K, M, G or T\n"
+    "\n"
     "  -h, --help              print this help\n"
     "  --version               print the version\n";
 
@@ -45,7 +67,13 @@ struct settings {
     const char *message = nullptr;  // printed instead of working
     const char *min_rollback = nullptr;
     const char *public_key = nullptr;
-    const char *image = nullptr;
+    std::span<char *const> images;
+    // --verify
+    std::unique_ptr<char *[]> keys;  // paths
+    std::size_t key_count = 0;
+    // --plan
+    ttdinfo_plan plan;
+    unsigned given = 0;  // bits of the options
 };
 
 enum option_code : int {
@@ -53,6 +81,13 @@ enum option_code : int {
     OPTION_ROOT_HASH,
     OPTION_MIN_ROLLBACK,
     OPTION_VERIFY_SIGNATURE,
+    OPTION_VERIFY,
+    OPTION_KEY,
+    OPTION_WITHOUT_SIGNATURE_CHECK,
+    OPTION_PLAN,
+    OPTION_BLOCK,
+    OPTION_DIGEST,
+    OPTION_PARTITION,
     OPTION_VERSION,
 };
 
@@ -61,6 +96,13 @@ constexpr option long_options[] = {
     {"root-hash", no_argument, nullptr, OPTION_ROOT_HASH},
     {"min-rollback", required_argument, nullptr, OPTION_MIN_ROLLBACK},
     {"verify-signature", required_argument, nullptr, OPTION_VERIFY_SIGNATURE},
+    {"verify", no_argument, nullptr, OPTION_VERIFY},
+    {"key", required_argument, nullptr, OPTION_KEY},
+    {"without-signature-check", no_argument, nullptr, OPTION_WITHOUT_SIGNATURE_CHECK},
+    {"plan", required_argument, nullptr, OPTION_PLAN},
+    {"block", required_argument, nullptr, OPTION_BLOCK},
+    {"digest", required_argument, nullptr, OPTION_DIGEST},
+    {"partition", required_argument, nullptr, OPTION_PARTITION},
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, OPTION_VERSION},
     {},
@@ -69,6 +111,10 @@ constexpr option long_options[] = {
 int wrong_usage(const char *text) {
     std::fprintf(stderr, "ttdinfo: %s\n", text);
     return USAGE_ERROR;
+}
+
+constexpr unsigned bit(int code) {
+    return code == 'h' ? 0 : 1U << (code - OPTION_JSON);
 }
 
 int set_output(settings &to, output_kind kind) {
@@ -85,6 +131,25 @@ int set_min_rollback(settings &to, const char *version) {
                                                        : 0;
 }
 
+int set_size(const char *text, std::uint64_t &to) {
+    return th_str_to_bytes(text, &to) != 0 || to == 0
+               ? wrong_usage("a size is a number of bytes above 0, or with K, M, G or T")
+               : 0;
+}
+
+int set_block_size(const char *text, std::uint32_t &to) {
+    std::uint64_t size = 0;
+    if (th_str_to_bytes(text, &size) != 0 || !ttd_is_block_size(size))
+        return wrong_usage("--block takes a power of two from 512 to 32768");
+    to = static_cast<std::uint32_t>(size);
+    return 0;
+}
+
+int set_digest(const char *name, std::uint32_t &to) {
+    to = ttd_hash_type(name);
+    return to != 0 ? 0 : wrong_usage("unknown digest, see mktfs ttd -h");
+}
+
 int apply_option(int code, settings &to) {
     switch (code) {
     case OPTION_JSON:
@@ -95,6 +160,20 @@ int apply_option(int code, settings &to) {
         return set_min_rollback(to, optarg);
     case OPTION_VERIFY_SIGNATURE:
         to.public_key = optarg;
+        return 0;
+    case OPTION_KEY:
+        to.keys[to.key_count++] = optarg;
+        return 0;
+    case OPTION_PLAN:
+        return set_size(optarg, to.plan.size);
+    case OPTION_BLOCK:
+        return set_block_size(optarg, to.plan.block_size);
+    case OPTION_DIGEST:
+        return set_digest(optarg, to.plan.hashtype);
+    case OPTION_PARTITION:
+        return set_size(optarg, to.plan.partition);
+    case OPTION_VERIFY:
+    case OPTION_WITHOUT_SIGNATURE_CHECK:
         return 0;
     case 'h':
         to.message = usage_text;
@@ -107,101 +186,186 @@ int apply_option(int code, settings &to) {
     }
 }
 
+constexpr unsigned PLAN_OPTIONS = bit(OPTION_PLAN) | bit(OPTION_BLOCK) | bit(OPTION_DIGEST);
+constexpr unsigned KEY_OPTIONS = bit(OPTION_KEY) | bit(OPTION_WITHOUT_SIGNATURE_CHECK);
+
+// One of three things is asked for, each with its options.
+int check_options(const settings &with) {
+    const auto takes_only = [&with](unsigned options) { return (with.given & ~options) == 0; };
+    if ((with.given & bit(OPTION_PLAN)) != 0) {
+        if (!takes_only(PLAN_OPTIONS | bit(OPTION_PARTITION) | bit(OPTION_JSON)) || !with.images.empty())
+            return wrong_usage("--plan takes --block, --digest, --partition and --json, and no image");
+        return (with.given & PLAN_OPTIONS) == PLAN_OPTIONS ? 0
+                                                           : wrong_usage("--plan needs --block and --digest");
+    }
+    if (with.images.empty())
+        return wrong_usage("missing image, see --help");
+    if ((with.given & bit(OPTION_VERIFY)) != 0) {
+        if (!takes_only(bit(OPTION_VERIFY) | KEY_OPTIONS | bit(OPTION_MIN_ROLLBACK) | bit(OPTION_JSON)))
+            return wrong_usage("--verify takes --key, --without-signature-check, --min-rollback and --json");
+        const unsigned keys = with.given & KEY_OPTIONS;
+        return keys != 0 && keys != KEY_OPTIONS
+                   ? 0
+                   : wrong_usage("--verify needs either --key or --without-signature-check");
+    }
+    if (with.images.size() != 1)
+        return wrong_usage("more than one image, see --help");
+    return takes_only(bit(OPTION_JSON) | bit(OPTION_ROOT_HASH) | bit(OPTION_MIN_ROLLBACK) |
+                      bit(OPTION_VERIFY_SIGNATURE))
+               ? 0
+               : wrong_usage("an option belongs to --verify or --plan, see --help");
+}
+
 // Help and version end the command line: nothing behind them matters.
 int parse(int argc, char **argv, settings &to) {
-    for (int code; !to.message && (code = getopt_long(argc, argv, "h", long_options, nullptr)) != -1;)
+    to.keys.reset(new (std::nothrow) char *[static_cast<std::size_t>(argc)]);
+    if (!to.keys)
+        return ENOMEM;
+    for (int code; !to.message && (code = getopt_long(argc, argv, "h", long_options, nullptr)) != -1;) {
         if (const int err = apply_option(code, to); err != 0)
             return err;
+        to.given |= bit(code);
+    }
     if (to.message)
         return 0;
-    if (argc - optind != 1)
-        return wrong_usage(argc == optind ? "missing image, see --help" : "more than one image, see --help");
-    to.image = argv[optind];
-    return 0;
+    to.images = {argv + optind, static_cast<std::size_t>(argc - optind)};
+    return check_options(to);
 }
 
-int write_all(const char *text, std::size_t length) {
-    while (length > 0) {
-        const ssize_t written = ::write(STDOUT_FILENO, text, length);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0) {
-            const int err = errno;
-            std::fprintf(stderr, "ttdinfo: standard output: %s\n", std::strerror(err));
-            return err;
-        }
-        text += written;
-        length -= static_cast<std::size_t>(written);
-    }
-    return 0;
+int out_of_memory() {
+    std::fputs("ttdinfo: out of memory\n", stderr);
+    return ENOMEM;
 }
 
-// An output that is collected in memory, so that it can be written in one piece and
-// the error of that is known.
-class collected_output {
-public:
-    collected_output() : file_(::open_memstream(&text_, &length_)) {}
-    collected_output(const collected_output &) = delete;
-    collected_output &operator=(const collected_output &) = delete;
-    ~collected_output() {
-        if (file_)
-            std::fclose(file_);
-        std::free(text_);
-    }
-    [[nodiscard]] std::FILE *file() { return file_; }
-    [[nodiscard]] int write() {
-        const bool failed = std::fclose(file_) != 0;
-        file_ = nullptr;
-        return failed ? ENOMEM : write_all(text_, length_);
-    }
-
-private:
-    char *text_ = nullptr;
-    std::size_t length_ = 0;
-    std::FILE *file_;
-};
+// ---- A superblock
 
 // A root hash that something is wrong with is not handed to a script.
 void print_report(const ttdinfo_report &report, output_kind kind, std::FILE *out) {
     if (kind == output_kind::JSON)
         return ttdinfo_print_json(report, out);
-    if (kind == output_kind::TEXT)
-        return ttdinfo_print_text(report, out);
+    if (kind == output_kind::TEXT) {
+        ttdinfo_print_text(report, out);
+        if (const unsigned columns = ttdinfo_columns(); columns != 0)
+            ttdinfo_draw_layout(report, columns, out);
+        return;
+    }
     if (report.problem_count == 0) {
         ttdinfo_print_hex(ttdinfo_root_hash(report), out);
         std::fputs("\n", out);
     }
 }
 
-int read_image(const char *path, ttdinfo_report &report) {
-    ttd_image_file image;
-    int err = image.open(path, false);
-    if (err == 0)
-        err = image.read_superblock(&report.engine.superblock);
-    report.file_size = image.size();
-    if (err == EINVAL)
-        std::fprintf(stderr, "ttdinfo: %s: no regular file or block device of at least %zu bytes\n", path,
-                     TTD_SUPERBLOCK_SIZE);
-    else if (err != 0)
-        std::fprintf(stderr, "ttdinfo: %s: %s\n", path, std::strerror(err));
-    return err;
+void print_problems(const ttdinfo_report &report, const char *path) {
+    for (std::size_t i = 0; i < report.problem_count; ++i)
+        std::fprintf(stderr, "ttdinfo: %s: %s\n", path, report.problems[i].text);
 }
 
 int show_image(const settings &with) {
+    const char *path = with.images.front();
     const std::unique_ptr<ttdinfo_report> report(new (std::nothrow) ttdinfo_report);
-    collected_output output;
-    if (!report || !output.file()) {
-        std::fputs("ttdinfo: out of memory\n", stderr);
-        return ENOMEM;
+    ttdinfo_output output;
+    if (!report || !output.file())
+        return out_of_memory();
+    ttd_image_file image;
+    const int unreadable = ttdinfo_open(path, &image, report.get());
+    int refusal = unreadable;
+    if (unreadable == 0) {
+        report->public_key = with.public_key;
+        report->min_rollback = with.min_rollback;
+        refusal = ttdinfo_examine(report.get());
+        print_report(*report, with.output, output.file());
     }
-    if (const int err = read_image(with.image, *report); err != 0)
+    print_problems(*report, path);
+    const int err = output.write();
+    return refusal != 0 ? refusal : err;
+}
+
+// ---- --verify
+
+// Writes what there is to say about an image as soon as it is known, but JSON at the end.
+int prove_image(const settings &with, const ttdinfo_keys &keys, const char *path, mktfs_json *images) {
+    const std::unique_ptr<ttdinfo_proof> proof(new (std::nothrow) ttdinfo_proof);
+    ttdinfo_output output;
+    if (!proof || !output.file())
+        return out_of_memory();
+    const unsigned columns = images ? 0 : ttdinfo_columns();
+    proof->path = path;
+    proof->report.min_rollback = with.min_rollback;
+    proof->map_cells = columns != 0 ? ttdinfo_map_cells(columns) : 0;
+    ttdinfo_prove(keys, proof.get());
+    int err = 0;
+    if (images) {
+        ttdinfo_add_json(*proof, images);
+    } else {
+        ttdinfo_print_proof(*proof, output.file());
+        ttdinfo_draw_damage(*proof, output.file());
+        err = output.write();
+    }
+    return proof->status != 0 ? proof->status : err;
+}
+
+// All images are looked at; the first failure counts.
+int prove_images(const settings &with, const ttdinfo_keys &keys, mktfs_json *images) {
+    int result = 0;
+    for (const char *path : with.images)
+        if (const int err = prove_image(with, keys, path, images); result == 0)
+            result = err;
+    return result;
+}
+
+int prove_to_json(const settings &with, const ttdinfo_keys &keys) {
+    ttdinfo_output output;
+    if (!output.file())
+        return out_of_memory();
+    int result = 0;
+    {
+        mktfs_json whole(output.file(), '{', '}', 0);
+        ttdinfo_begin_json(&whole);
+        mktfs_json images = whole.array("images");
+        result = prove_images(with, keys, &images);
+    }
+    std::fputc('\n', output.file());
+    const int err = output.write();
+    return result != 0 ? result : err;
+}
+
+// What the engine says is in the result already.
+[[gnu::format(printf, 2, 3)]] int keep_silent(int /*level*/, const char * /*format*/, ...) {
+    return 0;
+}
+
+int verify(const settings &with) {
+    ttd_register_log_fct(keep_silent);
+    ttdinfo_keys keys;
+    if (const int err = keys.load({with.keys.get(), with.key_count}); err != 0)
         return err;
-    report->public_key = with.public_key;
-    report->min_rollback = with.min_rollback;
-    const int refusal = ttdinfo_examine(report.get());
-    print_report(*report, with.output, output.file());
-    for (std::size_t i = 0; i < report->problem_count; ++i)
-        std::fprintf(stderr, "ttdinfo: %s: %s\n", with.image, report->problems[i].text);
+    return with.output == output_kind::JSON ? prove_to_json(with, keys) : prove_images(with, keys, nullptr);
+}
+
+int run_verify(const settings &with) {
+    mktfs_cleanup_install();
+    // Keys are tried as one kind after the other, which the library would complain of.
+    (void)th_log_update_config("tc_openssl:stderr=none");
+    if (const int err = tcrypto_init(0, nullptr); err != TCRYPTO_OK) {
+        std::fprintf(stderr, "ttdinfo: failed to initialize crypto library (%s)\n", tcrypto_strerror(err));
+        return EOPNOTSUPP;
+    }
+    const int err = verify(with);
+    tcrypto_uninit();
+    return err;
+}
+
+// ---- --plan
+
+int show_plan(settings &with) {
+    ttdinfo_output output;
+    if (!output.file())
+        return out_of_memory();
+    const int refusal = ttdinfo_make_plan(&with.plan);
+    if (refusal != 0 && refusal != ENOSPC)
+        return refusal;
+    const auto print = with.output == output_kind::JSON ? ttdinfo_print_plan_json : ttdinfo_print_plan;
+    print(with.plan, output.file());
     const int err = output.write();
     return refusal != 0 ? refusal : err;
 }
@@ -212,5 +376,9 @@ int ttdinfo_main(int argc, char **argv) {
     settings with;
     if (const int err = parse(argc, argv, with); err != 0)
         return err;
-    return with.message ? write_all(with.message, std::strlen(with.message)) : show_image(with);
+    if (with.message)
+        return ttdinfo_write(with.message, std::strlen(with.message));
+    if ((with.given & bit(OPTION_PLAN)) != 0)
+        return show_plan(with);
+    return (with.given & bit(OPTION_VERIFY)) != 0 ? run_verify(with) : show_image(with);
 }

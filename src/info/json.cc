@@ -1,7 +1,7 @@
 #include "info/json.h"
 
 #include "base/json.h"
-#include "info/report.h"
+#include "info/verify.h"
 
 namespace {
 
@@ -64,13 +64,17 @@ void write_verdict(const char *name, ttdinfo_verdict verdict, mktfs_json &to) {
         to.boolean(name, verdict == ttdinfo_verdict::GOOD);
 }
 
+void write_problems(const ttdinfo_report &report, mktfs_json &to) {
+    mktfs_json problems = to.array("problems");
+    for (std::size_t i = 0; i < report.problem_count; ++i)
+        problems.text(nullptr, report.problems[i].text);
+}
+
 void write_checks(const ttdinfo_report &report, mktfs_json &to) {
     to.boolean("refused", report.problem_count != 0);
     write_verdict("signature", report.signature, to);
     write_verdict("rollback", report.rollback, to);
-    mktfs_json problems = to.array("problems");
-    for (std::size_t i = 0; i < report.problem_count; ++i)
-        problems.text(nullptr, report.problems[i].text);
+    write_problems(report, to);
 }
 
 void write_report(const ttdinfo_report &report, mktfs_json &to) {
@@ -96,7 +100,52 @@ void write_report(const ttdinfo_report &report, mktfs_json &to) {
     write_checks(report, checks);
 }
 
+void write_ranges(const char *name, const ttdinfo_ranges &ranges, const ttd_info &info, mktfs_json &to) {
+    mktfs_json list = to.array(name);
+    for (const ttdinfo_range &range : ranges.list()) {
+        mktfs_json entry = list.object(nullptr);
+        const bool is_data = range.level == TTDINFO_DATA;
+        const std::uint64_t size = is_data ? info.block_size : info.hash_block_size;
+        if (is_data)
+            entry.null("level");
+        else
+            entry.number("level", static_cast<unsigned>(range.level));
+        entry.number("offset", range.offset);
+        entry.number("length", range.length);
+        entry.number("blocks", range.length / size + (range.length % size != 0));
+    }
+}
+
+void write_blocks(const ttdinfo_proof &proof, mktfs_json &to) {
+    const ttd_info &info = proof.report.engine.info;
+    to.number("data_blocks", proof.blocks);
+    to.number("unproven_blocks", proof.unproven);
+    write_ranges("damaged", proof.damage.damaged(), info, to);
+    write_ranges("unproven", proof.damage.unproven(), info, to);
+    to.number("omitted_ranges", proof.damage.damaged().omitted() + proof.damage.unproven().omitted());
+}
+
 }  // namespace
+
+void ttdinfo_begin_json(mktfs_json *whole) {
+    whole->number("version", JSON_VERSION);
+}
+
+void ttdinfo_add_json(const ttdinfo_proof &proof, mktfs_json *images) {
+    mktfs_json entry = images->object(nullptr);
+    entry.text("path", proof.path);
+    entry.boolean("proven", proof.status == 0);
+    write_verdict("signature", proof.report.signature, entry);
+    entry.text("key", proof.key);
+    write_verdict("rollback", proof.report.rollback, entry);
+    write_problems(proof.report, entry);
+    if (proof.report.has_geometry) {
+        mktfs_json blocks = entry.object("blocks");
+        write_blocks(proof, blocks);
+    } else {
+        entry.null("blocks");
+    }
+}
 
 void ttdinfo_print_json(const ttdinfo_report &report, std::FILE *out) {
     {

@@ -9,6 +9,7 @@
 
 #include "ttd/engine_log.h"
 #include "ttd/hash.h"
+#include "ttd/image_file.h"
 #include "ttd/signature.h"
 #include "ttd/superblock.h"
 
@@ -28,39 +29,30 @@ char complaint[sizeof ttdinfo_problem::text];
     return length;
 }
 
-[[gnu::format(printf, 3, 4)]] void add_problem(ttdinfo_report &report, int err, const char *format, ...) {
-    if (report.problem_count == TTDINFO_MAX_PROBLEMS)
-        return;
-    ttdinfo_problem &problem = report.problems[report.problem_count++];
-    problem.err = err;
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(problem.text, sizeof problem.text, format, args);
-    va_end(args);
-}
-
 // What the engine said, or `otherwise` when it said nothing.
 void add_complaint(ttdinfo_report &report, int err, const char *otherwise) {
-    add_problem(report, err, "%s", complaint[0] != '\0' ? complaint : otherwise);
+    ttdinfo_add_problem(&report, err, "%s", complaint[0] != '\0' ? complaint : otherwise);
 }
 
 // False when this is nothing whose fields could be read as ours.
 bool check_identity(ttdinfo_report &report) {
     const ttd_superblock &superblock = report.engine.superblock;
     if (superblock.magic != TTD_MAGIC)
-        add_problem(report, EINVAL, "not a ttd image: the magic number is 0x%08" PRIx32, superblock.magic);
+        ttdinfo_add_problem(&report, EINVAL, "not a ttd image: the magic number is 0x%08" PRIx32,
+                            superblock.magic);
     else if (superblock.version != TTD_VERSION)
-        add_problem(report, EINVAL, "version %" PRIu32 " of the format is not supported", superblock.version);
+        ttdinfo_add_problem(&report, EINVAL, "version %" PRIu32 " of the format is not supported",
+                            superblock.version);
     return report.problem_count == 0;
 }
 
 void check_fields(ttdinfo_report &report) {
     const ttd_superblock &superblock = report.engine.superblock;
     if (superblock.sigsize == 0)
-        add_problem(report, EINVAL, "the image is not signed");
+        ttdinfo_add_problem(&report, EINVAL, "the image is not signed");
     else if (superblock.sigsize > TTD_MAX_SIGNATURE)
-        add_problem(report, EINVAL, "the signature size is %" PRIu32 ", above %zu", superblock.sigsize,
-                    TTD_MAX_SIGNATURE);
+        ttdinfo_add_problem(&report, EINVAL, "the signature size is %" PRIu32 ", above %zu",
+                            superblock.sigsize, TTD_MAX_SIGNATURE);
 }
 
 bool start_crypto(ttdinfo_report &report) {
@@ -100,18 +92,20 @@ bool refuse_sizes(ttdinfo_report &report) {
     const ttd_superblock &superblock = report.engine.superblock;
     const std::size_t before = report.problem_count;
     if (!ttd_is_block_size(superblock.blksize))
-        add_problem(report, EINVAL, "the block size %" PRIu32 " is no power of two from 512 to 32768",
-                    superblock.blksize);
+        ttdinfo_add_problem(&report, EINVAL,
+                            "the block size %" PRIu32 " is no power of two from 512 to 32768",
+                            superblock.blksize);
     if (!ttd_is_block_size(superblock.hblksize))
-        add_problem(report, EINVAL, "the hash block size %" PRIu32 " is no power of two from 512 to 32768",
-                    superblock.hblksize);
+        ttdinfo_add_problem(&report, EINVAL,
+                            "the hash block size %" PRIu32 " is no power of two from 512 to 32768",
+                            superblock.hblksize);
     if (superblock.saltsize < report.hash_size || superblock.saltsize > TTD_MAX_SALT)
-        add_problem(report, EINVAL, "the salt size %" PRIu32 " is not %" PRIu32 " to %zu",
-                    superblock.saltsize, report.hash_size, TTD_MAX_SALT);
+        ttdinfo_add_problem(&report, EINVAL, "the salt size %" PRIu32 " is not %" PRIu32 " to %zu",
+                            superblock.saltsize, report.hash_size, TTD_MAX_SALT);
     if (ttdinfo_is_partition(report) && superblock.totalsize < superblock.fssize)
-        add_problem(report, EINVAL, "the inner image is larger than its partition");
+        ttdinfo_add_problem(&report, EINVAL, "the inner image is larger than its partition");
     if (!ttdinfo_is_partition(report) && superblock.fssize == 0)
-        add_problem(report, EINVAL, "the inner image is empty");
+        ttdinfo_add_problem(&report, EINVAL, "the inner image is empty");
     return report.problem_count != before;
 }
 
@@ -120,17 +114,41 @@ void derive_geometry(ttdinfo_report &report) {
         return;
     ttd_ctx &engine = report.engine;
     if (const int err = ttd_superblock2info(&engine.superblock, &engine.info); err != 0) {
-        add_problem(report, err, "%s",
-                    err == ENOMEM ? "out of memory" : "no hash tree of this format has such a size");
+        ttdinfo_add_problem(&report, err, "%s",
+                            err == ENOMEM ? "out of memory" : "no hash tree of this format has such a size");
         return;
     }
     report.has_geometry = true;
     report.fits = ttd_superblock_fits(engine.superblock, engine.info, report.file_size);
     if (!report.fits)
-        add_problem(report, EINVAL, "the areas of the image do not lie within the file");
+        ttdinfo_add_problem(&report, EINVAL, "the areas of the image do not lie within the file");
 }
 
 }  // namespace
+
+void ttdinfo_add_problem(ttdinfo_report *report, int err, const char *format, ...) {
+    if (report->problem_count == TTDINFO_MAX_PROBLEMS)
+        return;
+    ttdinfo_problem &problem = report->problems[report->problem_count++];
+    problem.err = err;
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(problem.text, sizeof problem.text, format, args);
+    va_end(args);
+}
+
+int ttdinfo_open(const char *path, ttd_image_file *image, ttdinfo_report *report) {
+    int err = image->open(path, false);
+    if (err == 0)
+        err = image->read_superblock(&report->engine.superblock);
+    report->file_size = image->size();
+    if (err == EINVAL)
+        ttdinfo_add_problem(report, err, "no regular file or block device of at least %zu bytes",
+                            TTD_SUPERBLOCK_SIZE);
+    else if (err != 0)
+        ttdinfo_add_problem(report, err, "%s", std::strerror(err));
+    return err;
+}
 
 int ttdinfo_examine(ttdinfo_report *report) {
     ttd_register_log_fct(keep_complaint);

@@ -8,6 +8,8 @@
 
 #include "ttd/engine.h"
 
+class ttd_image_file;
+
 enum class ttdinfo_verdict {
     NOT_CHECKED,
     GOOD,
@@ -36,6 +38,13 @@ struct ttdinfo_report {
     ttdinfo_problem problems[TTDINFO_MAX_PROBLEMS];
     std::size_t problem_count = 0;
 };
+
+// Opens the image and reads its superblock and size.  An error becomes a problem.
+[[nodiscard]] int ttdinfo_open(const char *path, ttd_image_file *image, ttdinfo_report *report);
+
+// Nothing when there is no room for another.
+[[gnu::format(printf, 3, 4)]] void ttdinfo_add_problem(ttdinfo_report *report, int err, const char *format,
+                                                       ...);
 
 // Fills the results; takes the engine's log function.  No field of the superblock is
 // trusted.  Returns the error number of the first problem, or 0.

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cinttypes>
 
-#include "info/report.h"
+#include "info/verify.h"
 #include "ttd/engine_log.h"
 
 namespace {
@@ -88,7 +88,37 @@ void print_geometry(const ttdinfo_report &report, const text_writer &to) {
         to.bytes("max fs size:", ttdinfo_max_fs_size(info));
 }
 
+void print_blocks(const ttdinfo_proof &proof, std::FILE *out) {
+    if (!proof.report.has_geometry)
+        return;
+    const auto damaged = proof.damage.damaged().list();
+    if (proof.unproven == 0)
+        std::fprintf(out, "; the %" PRIu64 " blocks agree with the root hash", proof.blocks);
+    else if (!damaged.empty())
+        std::fprintf(out, "; the first damage is at byte %" PRIu64, damaged.front().offset);
+}
+
 }  // namespace
+
+void ttdinfo_print_proof(const ttdinfo_proof &proof, std::FILE *out) {
+    const ttdinfo_report &report = proof.report;
+    std::fprintf(out, "%s: ", proof.path);
+    if (proof.status == 0) {
+        std::fprintf(out, "proven: %" PRIu64 " blocks, signature by %s\n", proof.blocks, proof.key);
+        return;
+    }
+    std::fputs("NOT PROVEN: ", out);
+    if (report.problem_count == 0)
+        std::fputs("the signature was not checked", out);
+    for (std::size_t i = 0; i < report.problem_count; ++i)
+        std::fprintf(out, "%s%s", i == 0 ? "" : ", ", report.problems[i].text);
+    print_blocks(proof, out);
+    if (report.problem_count != 0 && report.has_geometry)
+        std::fprintf(out, "; signature %s", ttdinfo_verdict_text(report.signature));
+    if (proof.key)
+        std::fprintf(out, " (%s)", proof.key);
+    std::fputs("\n", out);
+}
 
 void ttdinfo_print_hex(std::span<const std::uint8_t> bytes, std::FILE *out) {
     char text[2 * TTD_MAX_SIGNATURE + 1];

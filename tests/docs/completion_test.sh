@@ -35,8 +35,9 @@ expect "$signatures" mktfs ttd -S ""
 expect "$sizes" mktfs ttd -B ""
 expect "" mktfs ttd -o ""
 expect "-a -h -o -r -s -v" mktfs test -
-long_options=$("$ttdinfo" --help | grep -oE -- '--[a-z-]+' | sorted)
+long_options=$("$ttdinfo" --help | grep -oE -- '--[a-z-]+' | sort -u | sorted)
 expect "$long_options -h" ttdinfo -
+expect "$digests" ttdinfo --digest ""
 expect "" ttdinfo --min-rollback -
 
 # The same letters and values in the files for the other shells.
