@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -23,9 +24,16 @@ public:
         if (sb_.hashtype - 1 < std::size(digests))
             require(tcrypto_digest_request(digests[sb_.hashtype - 1], nullptr, 0, th_out(digest_)) == 0);
         hash_size_ = digest_ ? tcrypto_digestsize(digest_.get()) : 0;
-        well_formed_ = is_sane() && lay_out();
+        valid_ = is_sane() && lay_out();
+        well_formed_ = valid_ && sb_.fssize <= image_.size() && blocks_ <= covered_ / sb_.blksize + 1;
     }
 
+    // What verification answers: EINVAL for numbers outside the format, EIO for an inner
+    // image that is not proven, be it for want of bytes.
+    [[nodiscard]] int status() { return !valid_ ? EINVAL : proves() ? 0 : EIO; }
+
+    // A format that is kept, and all of the inner image there.  The index just behind the
+    // last block is walked like any other.
     [[nodiscard]] bool is_well_formed() const { return well_formed_; }
 
     // Whether every block of the inner image is proven.
@@ -56,13 +64,13 @@ private:
         covered_ = partition ? sb_.totalsize : sb_.fssize;
         return sb_.magic == TTD_MAGIC && sb_.version == TTD_VERSION && hash_size_ > 0 &&
                sb_.saltsize >= hash_size_ && sb_.saltsize <= sizeof sb_.salt && is_block_size(sb_.blksize) &&
-               is_block_size(sb_.hblksize) && covered_ > 0 && sb_.fssize <= image_.size();
+               is_block_size(sb_.hblksize) && covered_ > 0;
     }
 
     // The levels' places: the highest lies first.
     [[nodiscard]] bool lay_out() {
         per_block_ = sb_.hblksize / hash_size_;
-        blocks_ = (sb_.fssize + sb_.blksize - 1) / sb_.blksize;
+        blocks_ = sb_.fssize / sb_.blksize + (sb_.fssize % sb_.blksize != 0);
         std::vector<std::uint64_t> counts;
         std::uint64_t count = covered_ / sb_.blksize;
         do {
@@ -78,9 +86,8 @@ private:
             starts_[level] = place;
             items_.push_back(items_.back() * per_block_);
         }
-        // The index just behind the last block is walked like any other.
-        return blocks_ <= covered_ / sb_.blksize + 1 && counts.size() <= TTD_MAX_LEVELS &&
-               place >= sb_.offset && total * std::max<std::uint64_t>(sb_.hblksize, per_block_) <= UINT32_MAX;
+        return counts.size() <= TTD_MAX_LEVELS && place >= sb_.offset &&
+               total * std::max<std::uint64_t>(sb_.hblksize, per_block_) <= UINT32_MAX;
     }
 
     [[nodiscard]] image_bytes root() { return hash_of(starts_.size(), 0); }
@@ -124,5 +131,6 @@ private:
     std::vector<std::uint64_t> starts_;  // where the hash blocks of level n + 1 begin
     bool consistent_ = true;
     bool repairing_ = false;
+    bool valid_ = false;
     bool well_formed_ = false;
 };

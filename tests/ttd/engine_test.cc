@@ -1,49 +1,56 @@
 // The engine as a library: superblocks, caches, ranges, single blocks and many
 // threads on one image.
-
-#include <gtest/gtest.h>
+#include <openssl/evp.h>
 
 #include <atomic>
-#include <string>
 #include <thread>
 
-#include "engine_image.h"
-#include "support/log_capture.h"
+#include "support/failing_calls.h"
+#include "ttd/path.h"
+#include "ttd/test_image.h"
+
+// The next digest of these bytes fails, or the call that fails() counts.
+static image_bytes fails_on;
+
+static bool digest_fails(const void *data, std::size_t length) {
+    if (length != fails_on.size() || length == 0 || std::memcmp(data, fails_on.data(), length) != 0)
+        return fails();
+    fails_on.clear();
+    return true;
+}
+
+// clang-format off
+FAILING(int, EVP_DigestInit_ex, 0, (EVP_MD_CTX * a, const EVP_MD *b, ENGINE *c), a, b, c)
+FAILING_IF(digest_fails(b, c), int, EVP_DigestUpdate, 0, (EVP_MD_CTX * a, const void *b, size_t c), a, b, c)
+FAILING(int, EVP_DigestFinal_ex, 0, (EVP_MD_CTX * a, unsigned char *b, unsigned *c), a, b, c)
+// clang-format on
 
 namespace {
 
-// The engine's messages while it lives.
-class captured_log : public log_capture {
-public:
-    captured_log() { ttd_register_log_fct(mktfs_log); }
-    ~captured_log() { ttd_register_log_fct(ignore_message); }
-};
-
-// More in hostile_test.cc.
+// More in type_test.cc.
 TEST(Superblock, RefusesWhatContradictsTheFormat) {
     const struct {
         const char *name;
         void (*spoil)(ttd_superblock &);
         const char *message;
     } cases[] = {
-        {"salt shorter than the hash", [](ttd_superblock &sb) { sb.saltsize = 31; },
-         "invalid salt size '31'\n"},
+        {"salt of 31", [](ttd_superblock &sb) { sb.saltsize = 31; }, "invalid salt size '31'\n"},
         {"salt of 129", [](ttd_superblock &sb) { sb.saltsize = 129; }, "invalid salt size '129'\n"},
         {"hash block of 2^31", [](ttd_superblock &sb) { sb.hblksize = 1U << 31; }, nullptr},
         {"2^32 blocks", [](ttd_superblock &sb) { sb.fssize = 512ULL << 32; }, nullptr},
         {"tree of 2^32 bytes", [](ttd_superblock &sb) { sb.fssize = 68719469056; }, nullptr},
         {"tree offset that wraps", [](ttd_superblock &sb) { sb.offset = UINT64_MAX - 100; }, nullptr},
     };
-    engine_image good(4, 512);
+    engine_image good;
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         ttd_superblock sb = good.ctx.superblock;
         c.spoil(sb);
         ttd_info info;
         info.hash_size = 32;
-        captured_log log;
+        good.log.clear();
         EXPECT_EQ(ttd_superblock2info(&sb, &info), EINVAL);
-        EXPECT_EQ(log.text(), c.message ? c.message : "failed to generate merkle geometry info");
+        EXPECT_EQ(good.log.text(), c.message ? c.message : "failed to generate merkle geometry info");
         EXPECT_FALSE(info.salt);
     }
 }
@@ -56,38 +63,21 @@ TEST(Superblock, CodesOutsideTheTablesMeanNothing) {
     EXPECT_EQ(ttd_hash_type("sha-256") + ttd_hash_type(nullptr) + ttd_sig_type(nullptr), 0U);
 }
 
-TEST(Superblock, FitsAnImageOnlyWhole) {
-    engine_image good(4, 512);
-    ttd_superblock sb = good.ctx.superblock;
-    const std::uint64_t size = good.image.size(), beyond = size - TTD_SUPERBLOCK_SIZE + 1;
-    EXPECT_TRUE(ttd_superblock_fits(sb, good.ctx.info, size));
-    for (const std::uint64_t less : {size - 1, std::uint64_t{100}})
-        EXPECT_FALSE(ttd_superblock_fits(sb, good.ctx.info, less));
-    sb.fssize = beyond;
-    EXPECT_FALSE(ttd_superblock_fits(sb, good.ctx.info, size));
-    good.ctx.info.tree_offset = beyond;
-    EXPECT_FALSE(ttd_superblock_fits(good.ctx.superblock, good.ctx.info, size));
-}
-
 // What is refused: tests/cli/cases/ttdinfo.case.
-TEST(Superblock, RollbackAcceptsVersionsFromTheMinimumOn) {
-    ttd_superblock sb{};
-    sb.rollback = 5;
-    EXPECT_EQ(ttd_check_rollback(&sb, "5"), 0);
-    sb.rollback = 4;
-    EXPECT_EQ(ttd_check_rollback(&sb, "5"), EINVAL);
-}
-
-TEST(Superblock, DumpAndInfoPrintALineACall) {
-    engine_image good(4, 512);
-    captured_log log;
-    ttd_print_superblock(&good.ctx.superblock);
-    EXPECT_EQ(log.lines().size(), 13U);
-    EXPECT_EQ(log.lines()[1], (log_line{0, "magic:     0xc5c6c7c8"}));
-    log.clear();
+TEST(Superblock, IsComparedAndPrinted) {
+    engine_image good({.size = 2048});
+    ttd_superblock &sb = good.ctx.superblock;
+    for (const std::uint64_t version : {4U, 5U, 6U}) {
+        sb.rollback = version;
+        EXPECT_EQ(ttd_check_rollback(&sb, "5"), version < 5 ? EINVAL : 0);
+    }
+    for (const std::uint64_t less : {0U, 1U, 2560U})
+        EXPECT_EQ(ttd_superblock_fits(sb, good.ctx.info, good.bytes.size() - less), less == 0);
+    good.log.clear();
+    ttd_print_superblock(&sb);
+    EXPECT_EQ(good.log.lines()[1], (log_line{0, "magic:     0xc5c6c7c8"}));
     ttd_print_info(&good.ctx.info, 1);
-    EXPECT_EQ(log.lines()[0], (log_line{0, "TTD Merkle Tree Meta Data Statistics"}));
-    EXPECT_TRUE(log.has(0, "total space:        2048 bytes")) << log.text();
+    EXPECT_TRUE(good.log.has(0, "total space:        2048 bytes")) << good.log.text();
 }
 
 TEST(Caches, OptionTexts) {
@@ -112,31 +102,8 @@ TEST(Caches, OptionTexts) {
     }
 }
 
-TEST(Caches, APinOutlivesEviction) {
-    talg_slab *slab = nullptr;
-    ttd_lru_cache *cache = nullptr;
-    ASSERT_EQ(talg_slab_create(&slab, 32, 1, 0), 0);
-    ASSERT_EQ(ttd_lru_cache_create(&cache, 1), 0);
-    const auto add = [&](std::uint32_t key) {
-        auto *buffer = static_cast<std::uint8_t *>(ttd_slab_alloc(slab));
-        buffer[0] = static_cast<std::uint8_t>(key);
-        ttd_cache_entry *pin = nullptr;
-        EXPECT_EQ(ttd_lru_cache_add(cache, key, buffer, slab, &pin), 0);
-        return ttd_cache_pin(pin);
-    };
-    ttd_cache_pin first = add(1), second = add(2);
-    ttd_cache_entry *missing = nullptr;
-    EXPECT_EQ(ttd_lru_cache_get(cache, 1, &missing), ENOENT);
-    EXPECT_EQ(ttd_cache_buffer(first.get())[0], 1);
-    ttd_lru_cache_destroy(cache);
-    EXPECT_EQ(ttd_cache_buffer(second.get())[0], 2);
-    first.reset();
-    second.reset();
-    talg_slab_destroy(slab);
-}
-
 TEST(Range, CutsAtTheDataEndAndAtTheMaximum) {
-    engine_image image(10, 512);
+    engine_image image({.size = 5120});
     const struct {
         const char *name;
         std::int64_t offset;
@@ -171,154 +138,211 @@ TEST(Range, CutsAtTheDataEndAndAtTheMaximum) {
     EXPECT_EQ(ttd_setup_verify(&image.ctx, 512LL << 32, 1, 1, &untouched), EINVAL);
 }
 
-void collect(void *arg, const ttd_mismatch *report) {
-    static_cast<std::vector<ttd_mismatch> *>(arg)->push_back(*report);
-}
-
 struct way {
     const char *name;
-    std::size_t cache_slots;
-    bool caller_data;
+    std::size_t slots;
+    int verbosity;
+    bool in_one_call, caller_data;
 };
 constexpr way ways[] = {
-    {"no cache", 0, false}, {"one slot", 1, false}, {"many", 100, false}, {"data given", 0, true}};
+    {"block by block", 0, 0, false, false}, {"in one call", 0, 0, true, false},
+    {"one slot", 1, 0, true, false},        {"block by block, cached", 100, 0, false, false},
+    {"cached", 100, 0, true, false},        {"traced", 0, 3, true, false},
+    {"data given", 0, 0, true, true}};
+
+int verify_all(engine_image &image, const way &w) {
+    const std::uint32_t count = image.ctx.info.raw_blocks;
+    image.ctx.verbosity = w.verbosity;
+    image.begin(w.slots);
+    image.reports.clear();
+    if (w.in_one_call)
+        return image.verify(0, count, w.caller_data ? image.bytes.data() : nullptr);
+    bool good = true;
+    for (std::uint32_t block = 0; block < count; ++block)
+        good &= image.verify_block(block) == 0;
+    return good ? 0 : EIO;
+}
+
+// A block of the image, data or hash, and what lies beneath it.
+struct part {
+    int level;  // -1: data
+    std::uint32_t index, first, end;
+    std::int64_t offset;
+};
+
+// 70 blocks of 512 bytes with 8 hashes a block: levels of 9, 2 and 1.
+constexpr std::uint32_t FEW = 70;
+constexpr image_shape few = {.size = FEW * 512, .digest = 3, .hash_size = 64};
+
+std::vector<part> parts_of(const ttd_info &info) {
+    std::vector<part> parts;
+    for (std::uint32_t block = 0; block < info.raw_blocks; ++block)
+        parts.push_back({-1, block, block, block + 1, std::int64_t{block} * 512});
+    std::int64_t place = std::int64_t{FEW} * 512;
+    for (int level = 2; level >= 0; --level)
+        for (std::uint32_t i = 0, span = 8U << 3 * level; i * span < FEW; ++i, place += 512)
+            parts.push_back({level, i, i * span, std::min(FEW, (i + 1) * span), place});
+    return parts;
+}
+
+constexpr const char *REASON = " digest algorithm (algorithm encountered an internal error)\n";
+const std::string NOT_HASHED = std::string("failed to update") + REASON + "data hashing failed\n";
+
+// What `fault` does to the image before it is verified, how many of the blocks beneath
+// fail, and what is logged for each of them.
+struct fault {
+    const char *name;
+    bool once;
+    const char *text;
+    void (*arm)(engine_image &image, const part &at);
+};
+const fault faults[] = {
+    {"changed", false, nullptr,
+     [](engine_image &image, const part &at) { image.bytes[static_cast<std::size_t>(at.offset) + 7] ^= 1; }},
+    {"never read", false, "",
+     [](engine_image &image, const part &at) {
+         image.bad_place = at.offset;
+         image.bad_reads = 1000000;
+     }},
+    {"not read once", true, "",
+     [](engine_image &image, const part &at) {
+         image.bad_place = at.offset;
+         image.bad_reads = 1;
+     }},
+    {"not hashed once", true, NOT_HASHED.c_str(),
+     [](engine_image &image, const part &at) {
+         const auto from = image.bytes.begin() + at.offset;
+         fails_on.assign(from, from + 512);
+     }},
+};
+
+std::string errors_in(const log_capture &log) {
+    std::string all;
+    for (const log_line &line : log.lines())
+        all += line.level == TTD_LOG_ERROR ? line.text : "";
+    return all;
+}
+
+TEST(Verify, EveryWayFailsWhatIsBeneathAndTellsTheSame) {
+    engine_image image(few);
+    for (const part &at : parts_of(image.ctx.info))
+        for (const fault &f : faults)
+            for (const way &w : ways) {
+                const bool data_is_given = w.caller_data && at.level < 0 && f.text && *f.text == 0;
+                const bool is_zero = at.level < 0 && at.index % 5 == 2 && f.text && *f.text != 0;
+                if (data_is_given || is_zero)
+                    continue;
+                SCOPED_TRACE(std::string(f.name) + ", " + w.name + ", " + std::to_string(at.offset));
+                const image_bytes good = image.bytes;
+                f.arm(image, at);
+                EXPECT_EQ(verify_all(image, w), EIO);
+                image.bytes = good;
+                image.bad_reads = 0;
+                EXPECT_TRUE(fails_on.empty());
+                std::string bits(FEW, '.'), texts;
+                const std::uint32_t end = f.once ? at.first + 1 : at.end;
+                const int level = std::max(at.level, 0);
+                const std::uint32_t hash_block = at.level < 0 ? 0 : at.index;
+                for (std::uint32_t block = at.first; block < end; ++block) {
+                    bits[block] = 'X';
+                    texts += f.text
+                                 ? f.text
+                                 : "Hash mismatch for data block " + std::to_string(block) + " (hash block " +
+                                       std::to_string(hash_block) + ") at level " + std::to_string(level) +
+                                       " (offset: " + std::to_string(at.offset) + ")\n";
+                }
+                EXPECT_EQ(image.bits(), bits);
+                EXPECT_EQ(errors_in(image.log), texts);
+                ASSERT_EQ(image.reports.size(), f.text ? 0 : end - at.first);
+                for (std::uint32_t i = 0; i < image.reports.size(); ++i) {
+                    EXPECT_EQ(image.reports[i].data_block, at.first + i);
+                    EXPECT_EQ(image.reports[i].level, level);
+                    EXPECT_EQ(image.reports[i].hash_block, hash_block);
+                    EXPECT_EQ(image.reports[i].offset, at.offset);
+                }
+            }
+    for (const way &w : ways) {
+        EXPECT_EQ(verify_all(image, w), 0) << w.name;
+        EXPECT_EQ(image.bits(), std::string(FEW, '.')) << w.name;
+    }
+}
+
+// Whatever step of a digest fails, a run of blocks tells it as a single block does.
+TEST(Hash, AFailingStepIsNamedWithItsBlock) {
+    engine_image image(few);
+    const char *texts[][2] = {{"reset", "hash algorithm init"},
+                              {"update", "salt hashing"},
+                              {"update", "data hashing"},
+                              {"finalize", "hash generation"}};
+    image_bytes hashes(5 * 64);
+    const auto expect_told = [&](int step, int err) {
+        EXPECT_NE(err, 0);
+        EXPECT_EQ(errors_in(image.log),
+                  std::string("failed to ") + texts[step][0] + REASON + texts[step][1] + " failed\n");
+        image.log.clear();
+    };
+    ASSERT_EQ(ttd_hash_zero_block(&image.ctx, image.digest), 0);  // block 2 is one
+    for (int call = 0; call < 16; ++call) {
+        ttd_hash_failure failure;
+        const ttd_block_run run = {image.bytes.data(), 512, 5};
+        fails_at = call + 1;
+        EXPECT_EQ(ttd_hash_blocks(&image.ctx, run, image.digest, hashes.data(), &failure), ENXIO);
+        EXPECT_EQ(failure.block, call / 4 + (call >= 8 ? 1 : 0));
+        expect_told(call % 4, ttd_hash_report(failure));
+        fails_at = call % 4 + 1;
+        expect_told(call % 4, ttd_hash_block(&image.ctx, run.data, run.length, image.digest, hashes.data()));
+    }
+}
 
 // 300 blocks of 512 bytes with 16 hashes a block: levels of 19, 2 and 1.
 constexpr std::uint32_t BLOCKS = 300;
 
-TEST(Verify, ProvesInEveryWayAndNamesTheHighestLevelThatDisagrees) {
-    const std::int64_t tree = std::int64_t{BLOCKS} * 512;
-    const struct {
-        const char *name;
-        std::uint32_t digest;
-        std::int64_t damage;
-        std::uint8_t level;
-        std::uint32_t hash_block;
-        std::int64_t offset;
-        std::uint32_t first, count;  // data blocks that fail
-    } cases[] = {
-        {"data, digests of 20 bytes", 1, 17 * 512 + 3, 0, 0, 17 * 512, 17, 1},
-        {"data", 2, 17 * 512 + 3, 0, 0, 17 * 512, 17, 1},
-        {"data, digests of 64 bytes", 3, 17 * 512 + 3, 0, 0, 17 * 512, 17, 1},
-        {"level 0", 2, tree + 3 * 512 + 18 * 512, 0, 18, tree + 21 * 512, 288, 12},
-        {"level 1", 2, tree + 512 + 511, 1, 0, tree + 512, 0, 256},
-        {"top", 2, tree, 2, 0, tree, 0, BLOCKS},
-    };
-    for (const auto &c : cases)
-        for (const way &w : ways) {
-            SCOPED_TRACE(std::string(c.name) + ", " + w.name);
-            engine_image image(BLOCKS, 512, c.digest);
-            ASSERT_EQ(ttd_create_caches(&image.ctx, w.cache_slots), 0);
-            const thread_digest digest(image.ctx);
-            const ttd_range all = image.range(0, UINT64_MAX);
-            const void *data = w.caller_data ? image.image.data() : nullptr;
-            EXPECT_EQ(ttd_verify_range(&image.ctx, &all, digest, data, nullptr, nullptr), 0);
-            for (std::uint32_t block = 0; block < BLOCKS; ++block) {
-                EXPECT_TRUE(image.is_verified(block));
-                EXPECT_EQ(ttd_verify_block(&image.ctx, block, nullptr, digest, nullptr, nullptr, nullptr), 0);
-            }
-            EXPECT_EQ(ttd_verify_block(&image.ctx, BLOCKS + 1, nullptr, digest, nullptr, nullptr, nullptr),
-                      EINVAL);
-            ttd_free_caches(&image.ctx);
-            ASSERT_EQ(ttd_create_caches(&image.ctx, w.cache_slots), 0);
-
-            image.image[static_cast<std::size_t>(c.damage)] ^= 1;
-            std::vector<ttd_mismatch> reports;
-            EXPECT_EQ(ttd_verify_range(&image.ctx, &all, digest, data, collect, &reports), EIO);
-            ASSERT_EQ(reports.size(), c.count);
-            for (std::uint32_t i = 0; i < c.count; ++i) {
-                EXPECT_EQ(reports[i].data_block, c.first + i);
-                EXPECT_EQ(reports[i].level, c.level);
-                EXPECT_EQ(reports[i].hash_block, c.hash_block);
-                EXPECT_EQ(reports[i].offset, c.offset);
-            }
-            for (std::uint32_t block = 0; block < BLOCKS; ++block)
-                EXPECT_EQ(image.is_verified(block), block < c.first || block >= c.first + c.count) << block;
-        }
-}
-
-// Counts what is read of the tree, and lets the read of one place fail, once or always.
-struct counted_io {
-    explicit counted_io(engine_image &image) : image_(image) {
-        io.read = [](ttd_io *self, std::int64_t offset, void *buffer, std::uint64_t length) {
-            return static_cast<counted_io *>(self->handle)->read(offset, buffer, length);
-        };
-        io.handle = this;
-        image.ctx.data_io = image.ctx.hash_io = &io;
-    }
-    int read(std::int64_t offset, void *buffer, std::uint64_t length) {
-        tree_bytes += offset >= static_cast<std::int64_t>(image_.ctx.superblock.fssize) ? length : 0;
-        if (offset == bad && failures != 0 && failures-- != 0)
-            return EIO;
-        ttd_io plain = {.handle = &image_.image};
-        return read_bytes(&plain, offset, buffer, length);
-    }
-
-    ttd_io io;
-    std::uint64_t tree_bytes = 0;
-    std::int64_t bad = -1;
-    int failures = 0;
-
-private:
-    engine_image &image_;
-};
-
 TEST(Verify, ReadsTheTreeOnce) {
     const struct {
         std::size_t slots;
-        std::uint32_t first, count;
-        std::uint64_t once, again;  // hash blocks read
+        std::uint32_t first, end;
+        std::uint64_t once, again, singly;  // hash blocks read
     } cases[] = {
-        {0, 0, BLOCKS, 22, 22}, {1, 0, BLOCKS, 22, 22}, {100, 0, BLOCKS, 22, 0},
-        {0, 15, 2, 4, 4},       {100, 15, 2, 4, 0},     {100, 16, 16, 3, 0},
+        {0, 0, BLOCKS, 22, 22, 900}, {1, 0, BLOCKS, 22, 22, 900}, {100, 0, BLOCKS, 22, 0, 22},
+        {0, 15, 17, 4, 4, 6},        {100, 15, 17, 4, 0, 4},      {100, 16, 32, 3, 0, 3},
     };
+    engine_image image;
     for (const auto &c : cases) {
-        SCOPED_TRACE(std::to_string(c.slots) + " slots, " + std::to_string(c.count) + " blocks");
-        engine_image image(BLOCKS, 512);
-        ASSERT_EQ(ttd_create_caches(&image.ctx, c.slots), 0);
-        counted_io io(image);
-        const thread_digest digest(image.ctx);
-        const ttd_range range = {.first = c.first, .end = c.first + c.count};
-        EXPECT_EQ(ttd_verify_range(&image.ctx, &range, digest, nullptr, nullptr, nullptr), 0);
-        EXPECT_EQ(io.tree_bytes, c.once * 512);
-        io.tree_bytes = 0;
-        EXPECT_EQ(ttd_verify_range(&image.ctx, &range, digest, nullptr, nullptr, nullptr), 0);
-        EXPECT_EQ(io.tree_bytes, c.again * 512);
+        SCOPED_TRACE(std::to_string(c.slots) + " slots, to " + std::to_string(c.end));
+        image.begin(c.slots);
+        EXPECT_EQ(image.verify(c.first, c.end), 0);
+        EXPECT_EQ(image.tree_blocks, c.once);
+        EXPECT_EQ(image.verify(c.first, c.end), 0);
+        EXPECT_EQ(image.tree_blocks, c.once + c.again);
+        image.begin(c.slots);
+        for (std::uint32_t block = c.first; block < c.end; ++block)
+            EXPECT_EQ(image.verify_block(block), 0);
+        EXPECT_EQ(image.tree_blocks, c.singly);
     }
 }
 
-// A read that fails once counts for the block whose turn it is, and for no other.
-TEST(Verify, AReadThatFailsOnceFailsOneBlock) {
-    const std::int64_t tree = std::int64_t{BLOCKS} * 512;
-    const struct {
-        std::int64_t bad;
-        std::uint32_t block;
-    } cases[] = {{17 * 512, 17}, {tree + 3 * 512, 0}, {tree + 8 * 512, 80}, {tree + 2 * 512, 256}, {tree, 0}};
-    for (const auto &c : cases)
-        for (const int verbosity : {0, 3})
-            for (const std::size_t slots : {0UL, 100UL}) {
-                SCOPED_TRACE(std::to_string(c.bad) + " " + std::to_string(verbosity));
-                engine_image image(BLOCKS, 512);
-                image.ctx.verbosity = verbosity;
-                ASSERT_EQ(ttd_create_caches(&image.ctx, slots), 0);
-                counted_io io(image);
-                io.bad = c.bad;
-                io.failures = 1;
-                const thread_digest digest(image.ctx);
-                const ttd_range all = image.range(0, UINT64_MAX);
-                EXPECT_EQ(ttd_verify_range(&image.ctx, &all, digest, nullptr, nullptr, nullptr), EIO);
-                for (std::uint32_t block = 0; block < BLOCKS; ++block)
-                    EXPECT_EQ(image.is_verified(block), block != c.block) << block;
-            }
+TEST(Verify, TheIndexBehindTheLastBlockIsWalked) {
+    for (const bool full : {false, true}) {  // at 256 blocks it lies under no hash block
+        const std::uint32_t count = full ? 256 : BLOCKS;
+        engine_image image({.size = std::uint64_t{count} * 512});
+        EXPECT_EQ(image.verify_block(count), EIO);
+        EXPECT_EQ(image.reports.size(), 1U);
+        EXPECT_EQ(image.verify(0, count + 1), EIO);
+        EXPECT_EQ(image.reports.size(), 2U);
+        EXPECT_EQ(image.bits(), std::string(count, '.'));
+        image.log.clear();
+        EXPECT_EQ(image.verify_block(count + 1), EINVAL);
+        EXPECT_EQ(image.log.text(), "");
+    }
 }
 
 TEST(Verify, WhatIsNotThereIsCounted) {
-    engine_image image(BLOCKS, 512);
+    engine_image image;
     const std::uint64_t tree = BLOCKS * 512;
     const struct {
         std::uint64_t size;
         std::uint32_t present;
-    } cases[] = {{image.image.size(), BLOCKS + 30},
+    } cases[] = {{image.bytes.size(), BLOCKS + 30},
                  {tree + 22 * 512, BLOCKS + 4},
                  {tree + 21 * 512, 288},
                  {tree + 4 * 512, 16},
@@ -326,99 +350,97 @@ TEST(Verify, WhatIsNotThereIsCounted) {
                  {tree - 1, 0}};
     for (const auto &c : cases)
         EXPECT_EQ(ttd_blocks_within(image.ctx.info, c.size), c.present) << c.size;
-
     image.ctx.info.present_blocks = 288;
-    const thread_digest digest(image.ctx);
-    const ttd_range all = {.first = 0, .end = UINT32_MAX};
-    EXPECT_EQ(ttd_verify_range(&image.ctx, &all, digest, image.image.data(), nullptr, nullptr), EIO);
-    for (std::uint32_t block = 0; block < BLOCKS; ++block)
-        EXPECT_EQ(image.is_verified(block), block < 288) << block;
+    image.begin(0);
+    EXPECT_EQ(image.verify(0, UINT32_MAX, image.bytes.data()), EIO);
+    EXPECT_EQ(talg_bitmap_capacity(image.ctx.verified), 288U);
+    for (std::uint32_t block = 0; block < 288; ++block)
+        EXPECT_TRUE(talg_bitmap_isset(image.ctx.verified, block)) << block;
+    EXPECT_TRUE(image.reports.empty());
+}
+
+// The last block begins in front of the tree and ends in it.
+TEST(Verify, ABlockSharedWithTheTreeIsNotProven) {
+    engine_image image({.size = 49152, .block = 8192, .partition = 65536});
+    EXPECT_EQ(image.ctx.superblock.offset, 53248U);
+    EXPECT_EQ(image.verify(0, 6), 0);
+    EXPECT_EQ(image.verify(0, 7), EIO);
+    EXPECT_EQ(image.bits(), "......XX");
+}
+
+TEST(Verify, AContextServesOneImageAfterTheOther) {
+    engine_image image;
+    ASSERT_EQ(ttd_hash_zero_block(&image.ctx, image.digest), 0);
+    image.ctx.info.present_blocks = 1;
+    image.close();
+    image.open({.size = 40960, .block = 1024, .digest = 3, .hash_size = 64, .salt_byte = 1});
+    EXPECT_EQ(image.verify(0, 40), 0);
+    EXPECT_EQ(image.bits(), std::string(40, '.'));
 }
 
 TEST(Verify, KnownBlocksAreNotReadAgain) {
-    engine_image image(20, 512);
-    const thread_digest digest(image.ctx);
+    engine_image image({.size = 20 * 512});
     talg_bitmap *known = nullptr;
     ASSERT_EQ(talg_bitmap_create(&known, 20), 0);
-    ttd_range all = image.range(0, UINT64_MAX);
-    all.bitmap = known;
-    ASSERT_EQ(ttd_verify_range(&image.ctx, &all, digest, nullptr, nullptr, nullptr), 0);
-    std::ranges::fill(image.image, std::uint8_t{0});
     talg_bitmap_set(known, 3);
-    ttd_range from_2 = all;
-    from_2.first = 2;
-    EXPECT_EQ(ttd_verify_block(&image.ctx, 5, &from_2, digest, nullptr, nullptr, nullptr), 0);
-    EXPECT_EQ(ttd_verify_block(&image.ctx, 3, &all, digest, nullptr, nullptr, nullptr), 0);
-    EXPECT_EQ(ttd_verify_block(&image.ctx, 4, &all, digest, nullptr, nullptr, nullptr), EIO);
-    EXPECT_FALSE(image.is_verified(4));
-    talg_bitmap_set(known, 4);  // but not proven
-    EXPECT_EQ(ttd_verify_block(&image.ctx, 4, &all, digest, nullptr, nullptr, nullptr), EIO);
+    ASSERT_EQ(image.verify(0, 20), 0);
+    std::ranges::fill(image.bytes, std::uint8_t{0});
+    const struct {
+        std::uint32_t first, block;
+        int err;
+    } cases[] = {{2, 5, 0}, {0, 3, 0}, {0, 4, EIO}, {1, 4, EIO}};  // at last known, but not proven
+    for (const auto &c : cases) {
+        const ttd_range range = {.first = c.first, .end = 20, .bitmap = known};
+        EXPECT_EQ(image.verify_block(c.block, &range), c.err) << c.first;
+    }
+    EXPECT_EQ(image.bits(), "....X...............");
     talg_bitmap_destroy(known);
 }
 
-TEST(Verify, TheZeroHashIsForZeroDataBlocksOnly) {
-    engine_image image(4, 512);
-    const thread_digest digest(image.ctx);
-    ASSERT_EQ(ttd_hash_zero_block(&image.ctx, digest), 0);
+TEST(Hash, TheZeroHashIsForZeroDataBlocksOnly) {
+    engine_image image;
+    ASSERT_EQ(ttd_hash_zero_block(&image.ctx, image.digest), 0);
     for (const std::size_t length : {512U, 1024U})
         for (const std::size_t other : {0UL, length / 2, length - 1, length}) {  // the last: none
-            std::vector<std::uint8_t> block(length + 1), fast(32), plain(32);
+            image_bytes block(length + 1), fast(32), plain(32);
             block[other] = 1;
             ttd_hash_failure failure;
-            ASSERT_EQ(ttd_hash_blocks(&image.ctx, {block.data(), length, 1}, digest, fast.data(), &failure),
-                      0);
-            ASSERT_EQ(ttd_hash_block(&image.ctx, block.data(), length, digest, plain.data()), 0);
+            ASSERT_EQ(
+                ttd_hash_blocks(&image.ctx, {block.data(), length, 1}, image.digest, fast.data(), &failure),
+                0);
+            ASSERT_EQ(ttd_hash_block(&image.ctx, block.data(), length, image.digest, plain.data()), 0);
             EXPECT_EQ(fast, plain) << other << " of " << length;
         }
 }
 
-TEST(Verify, ReadErrorsFailTheirBlocksOnly) {
-    static std::int64_t bad;
-    const auto read = [](ttd_io *io, std::int64_t offset, void *buffer, std::uint64_t length) {
-        const auto end = offset + static_cast<std::int64_t>(length);
-        return offset <= bad && bad < end ? EIO : read_bytes(io, offset, buffer, length);
-    };
-    const struct {
-        const char *name;
-        std::int64_t bad;
-        std::uint32_t first, end;  // data blocks that fail
-    } cases[] = {{"data", 5 * 512, 5, 6}, {"level 0", 41 * 512, 0, 16}, {"top", 40 * 512, 0, 40}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        engine_image image(40, 512);
-        const thread_digest digest(image.ctx);
-        ttd_io broken = {.read = read, .destroy = nullptr, .handle = &image.image};
-        image.ctx.data_io = image.ctx.hash_io = &broken;
-        bad = c.bad;
-        const ttd_range all = image.range(0, UINT64_MAX);
-        EXPECT_EQ(ttd_verify_range(&image.ctx, &all, digest, nullptr, nullptr, nullptr), EIO);
-        for (std::uint32_t block = 0; block < 40; ++block)
-            EXPECT_EQ(image.is_verified(block), block < c.first || block >= c.end) << block;
-    }
+[[gnu::format(printf, 2, 3)]] int ignore_message(int, const char *, ...) {
+    return 0;
 }
 
 // Another program reads on demand: threads with random ranges, some of them over
 // damage, on one context.
 TEST(Verify, ThreadsShareOneContext) {
+    engine_image image;
+    constexpr std::uint32_t damaged = 150;
+    image.bytes[damaged * 512] ^= 1;
     for (const std::size_t slots : {0UL, 1UL, 8UL, 100UL}) {
         SCOPED_TRACE(slots);
-        engine_image image(BLOCKS, 512);
-        ASSERT_EQ(ttd_create_caches(&image.ctx, slots), 0);
-        constexpr std::uint32_t damaged = 150;
-        image.image[damaged * 512] ^= 1;
+        image.begin(slots);
+        ttd_register_log_fct(ignore_message);
         std::atomic<int> wrong = 0;
         const auto reader = [&](unsigned seed) {
             std::mt19937 random(seed);
-            const thread_digest digest(image.ctx);
+            tcrypto_ctx *digest = nullptr;
+            wrong += ttd_hash_init(&image.ctx, &digest) != 0;
             for (int i = 0; i < 150; ++i) {
-                const auto start = static_cast<std::uint32_t>(random() % BLOCKS);
                 ttd_range range;
-                range.first = start;
-                range.end = std::min(BLOCKS, start + static_cast<std::uint32_t>(random() % 40));
+                range.first = static_cast<std::uint32_t>(random() % BLOCKS);
+                range.end = std::min(BLOCKS, range.first + static_cast<std::uint32_t>(random() % 40));
                 const bool bad = range.first <= damaged && damaged < range.end;
                 wrong += ttd_verify_range(&image.ctx, &range, digest, nullptr, nullptr, nullptr) !=
                          (bad ? EIO : 0);
             }
+            ttd_hash_done(digest);
         };
         std::vector<std::thread> threads;
         for (unsigned i = 0; i < 4; ++i)
@@ -426,7 +448,7 @@ TEST(Verify, ThreadsShareOneContext) {
         for (std::thread &thread : threads)
             thread.join();
         EXPECT_EQ(wrong, 0);
-        EXPECT_FALSE(image.is_verified(damaged));
+        EXPECT_EQ(image.bits()[damaged], 'X');
     }
 }
 

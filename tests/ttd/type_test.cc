@@ -1,0 +1,304 @@
+// The type's own operations on hostile and damaged images, and with calls that fail.  The
+// model of the fuzz targets says what verification answers; the type has to agree.
+#include <sys/resource.h>
+
+#include "fs/filesystem.h"
+#include "io/io.h"
+#include "support/failing_openssl.h"
+#include "support/temp_dir.h"
+#include "ttd/options.h"
+#include "ttd/signature.h"
+#include "ttd/test_image.h"
+#include "ttd/ttd_type.h"
+
+#ifdef __has_feature
+constexpr bool SANITIZED = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool SANITIZED = true;
+#else
+constexpr bool SANITIZED = false;
+#endif
+
+namespace {
+
+using sb_t = ttd_superblock;
+
+std::string test_key(const std::string &name) {
+    return std::string(MKTFS_TEST_DATA) + "/" + name;
+}
+
+sb_t get_superblock(const image_bytes &image) {
+    sb_t sb;
+    std::memcpy(&sb, image.data() + image.size() - sizeof sb, sizeof sb);
+    return sb;
+}
+
+void put_superblock(image_bytes &image, const sb_t &sb) {
+    std::memcpy(image.data() + image.size() - sizeof sb, &sb, sizeof sb);
+}
+
+class type_run : public testing::Test {
+protected:
+    type_run() {
+        mktfs_set_backend(ttd_backend());
+        EXPECT_EQ(tcrypto_init(0, nullptr), 0);  // kept up between the runs
+        // What asks for more memory than any of these images can need gets ENOMEM.
+        getrlimit(RLIMIT_AS, &limit_);
+        const rlimit small = {.rlim_cur = 512u << 20, .rlim_max = limit_.rlim_max};
+        if (!SANITIZED)
+            setrlimit(RLIMIT_AS, &small);
+        EXPECT_EQ(ttd_opts_init(mktfs_get_filesystem_opts()), 0);
+    }
+    ~type_run() override {
+        setrlimit(RLIMIT_AS, &limit_);
+        verbose = 0;
+        tcrypto_uninit();
+        ttd_opts = ttd_options{};
+        ttd_register_log_fct(ttd_log_default);
+    }
+
+    void option(int letter, const std::string &argument) {
+        EXPECT_EQ(ttd_cmdopt_handler(mktfs_get_filesystem_opts(), letter, argument.c_str()), 0) << argument;
+    }
+
+    // In memory of exactly its size, so that the address sanitizer sees reads beyond it.
+    [[nodiscard]] int verify(image_bytes &image) {
+        key_ = test_key("ed25519.pub.pem");
+        ttd_opts.key_path = key_.c_str();
+        mktfs_io_ptr io;
+        EXPECT_EQ(mktfs_io_memwrap_create(image.data(), image.size(), th_out(io)), 0);
+        EXPECT_TRUE(image.empty() || mktfs_io_write(io.get(), 0, image.data(), image.size()) == 0);
+        fails_at = std::exchange(failing_call_, 0);
+        int err = mktfs_filesystem_verify_init(fs());
+        ttd_register_log_fct(mktfs_log);
+        if (err == 0)
+            err = mktfs_get_backend()->verify(fs(), io.get());
+        mktfs_filesystem_verify_finit(fs());
+        return err;
+    }
+
+    // An input of `size` bytes, which has another size when it comes to be read.
+    [[nodiscard]] int build(std::size_t size, std::size_t size_later) {
+        key_ = test_key("ed25519.pem");
+        ttd_opts.key_path = key_.c_str();
+        const std::string input = folder_.file("in", std::string(size, 'x'));
+        mktfs_io_ptr output;
+        EXPECT_EQ(mktfs_io_mem_create(0, th_out(output)), 0);
+        EXPECT_EQ(mktfs_filesystem_build_init(fs()), 0);
+        ttd_register_log_fct(mktfs_log);
+        EXPECT_EQ(mktfs_filesystem_parse(input.c_str()), 0);
+        std::filesystem::resize_file(input, size_later);
+        fails_at = std::exchange(failing_call_, 0);
+        const int err = mktfs_get_backend()->build(fs(), output.get());
+        fails_at = 0;
+        mktfs_filesystem_build_finit(fs());
+        return err;
+    }
+
+    static void sign(image_bytes &image) {
+        constexpr const char *keys[] = {"rsa.pem", "ec.pem", "ed25519.pem", "ed448.pem"};
+        sb_t sb = get_superblock(image);
+        const char *key = sb.sigtype - 1 < std::size(keys) ? keys[sb.sigtype - 1] : nullptr;
+        EXPECT_TRUE(!key || ttd_sign_superblock(&sb, test_key(key).c_str()) == 0);
+        put_superblock(image, sb);
+    }
+    static image_bytes signed_image(const image_shape &shape) {
+        sb_t sb = superblock_of(shape);
+        image_bytes image = make_image(sb);
+        sign(image);
+        return image;
+    }
+    // As a part of something larger: zeros between tree and superblock give numbers that
+    // are too large a place to point to.
+    static image_bytes larger(image_bytes image) {
+        image.insert(image.end() - static_cast<std::ptrdiff_t>(sizeof(sb_t)), 65536, 0);
+        return image;
+    }
+
+    log_capture log_;
+    int failing_call_ = 0;  // of what is verified or built next
+
+private:
+    static mktfs_filesystem *fs() { return mktfs_get_filesystem(); }
+
+    rlimit limit_{};
+    temp_dir folder_;
+    std::string key_;
+};
+
+TEST_F(type_run, NoFieldMakesAnUnprovenImageAcceptable) {
+    constexpr std::size_t places[] = {12, 16, 24, 32, 40, 8};  // first what says where things are
+    constexpr std::size_t others[] = {0, 4, 20, 48, 52, 56, 176, 184, 192, 196, 252, 260};
+    std::vector<std::uint64_t> values = {0,   1,   2,   31,  32,   33,   64,   65,    128,
+                                         129, 511, 512, 513, 1024, 4096, 8192, 32768, 65536};
+    for (const unsigned bits : {31, 32, 44, 64})
+        for (const std::uint64_t distance : {0 - 4096ULL, 0 - 1ULL, 0ULL, 4096ULL})
+            values.push_back((bits == 64 ? 0 : 1ULL << bits) + distance);
+    for (const image_shape &shape : {image_shape{.size = 12288}, {.size = 5000, .partition = 65536}})
+        for (const bool in_more : {false, true}) {
+            const image_bytes built = signed_image(shape), good = in_more ? larger(built) : built;
+            const sb_t sb = get_superblock(good);
+            std::vector<std::uint64_t> all = values;
+            for (const std::uint64_t place :
+                 {std::uint64_t{good.size()}, good.size() - sizeof sb, sb.fssize, sb.offset, sb.totalsize})
+                for (const std::uint64_t distance : {0 - 512ULL, 0 - 1ULL, 0ULL, 1ULL, 512ULL})
+                    all.push_back(place + distance);
+            std::vector<std::size_t> fields(std::begin(places), std::end(places));
+            if (!in_more)
+                fields.insert(fields.end(), std::begin(others), std::end(others));
+            for (const std::size_t field : fields)
+                for (const std::uint64_t value : all) {
+                    image_bytes image = good;
+                    const std::size_t width = field >= 24 && field < 48 ? 8 : 4;
+                    const auto change = [&] {
+                        std::memcpy(image.data() + image.size() - sizeof sb + field, &value, width);
+                    };
+                    change();
+                    sign(image);
+                    change();  // the signature's length once more
+                    sb_t changed = get_superblock(image);
+                    if (changed.blksize == 0)
+                        continue;  // ends the process
+                    const bool is_signed = changed.sigtype == 3 && changed.sigsize == 64;
+                    const int status = is_signed ? image_model(image, changed).status() : EINVAL;
+                    EXPECT_EQ(verify(image), status) << "field " << field << " = " << value;
+                }
+        }
+}
+
+// Of the image's salt and the bytes at a place within the image.
+void put_hash(const image_bytes &image, const sb_t &sb, std::uint64_t place, std::uint64_t size,
+              std::uint8_t *out) {
+    image_bytes message(sb.salt, sb.salt + sb.saltsize);
+    message.insert(message.end(), image.data() + place, image.data() + place + size);
+    tcrypto_ctx_ptr digest;
+    EXPECT_EQ(tcrypto_digest_request("sha256", nullptr, 0, th_out(digest)), TCRYPTO_OK);
+    EXPECT_EQ(tcrypto_digest(digest.get(), message.data(), message.size(), out, nullptr), TCRYPTO_OK);
+}
+
+// Every hash that lies in the file is right, by whatever sizes the superblock has, so only
+// the limits of the format and of the file stand in the way.
+TEST_F(type_run, AProvingTreeDoesNotMakeUpForSizesOutsideTheFormat) {
+    const struct {
+        const char *name;
+        void (*change)(sb_t &sb);
+        int status;
+    } forgeries[] = {
+        {"no change", [](sb_t &) {}, 0},
+        {"larger hash blocks", [](sb_t &sb) { sb.hblksize = 1024; }, 0},
+        {"largest hash blocks", [](sb_t &sb) { sb.hblksize = 32768; }, 0},
+        {"hash blocks above the largest", [](sb_t &sb) { sb.hblksize = 65536; }, EINVAL},
+        {"hash blocks of no power of two", [](sb_t &sb) { sb.hblksize = 520; }, EINVAL},
+        {"hash blocks below the smallest", [](sb_t &sb) { sb.hblksize = 256; }, EINVAL},
+        {"hash blocks of one hash", [](sb_t &sb) { sb.hblksize = 32, sb.fssize = 512; }, EINVAL},
+        {"hash blocks below a hash", [](sb_t &sb) { sb.hblksize = 31, sb.fssize = 512; }, EINVAL},
+        {"larger data blocks", [](sb_t &sb) { sb.blksize = 1024; }, 0},
+        {"data blocks of no power of two", [](sb_t &sb) { sb.blksize = 520; }, EINVAL},
+        {"data blocks below the smallest", [](sb_t &sb) { sb.blksize = 256; }, EINVAL},
+        {"data blocks above the largest", [](sb_t &sb) { sb.blksize = 65536, sb.fssize = 1; }, EINVAL},
+        {"longest salt", [](sb_t &sb) { sb.saltsize = 128; }, 0},
+        {"too long a salt", [](sb_t &sb) { sb.saltsize = 129; }, EINVAL},
+        {"too short a salt", [](sb_t &sb) { sb.saltsize = 31; }, EINVAL},
+        {"all but the last block covered",
+         [](sb_t &sb) { sb.flags = 1, sb.totalsize = 512, sb.fssize = 1024; }, 0},
+        {"a third covered", [](sb_t &sb) { sb.flags = 1, sb.totalsize = 512, sb.fssize = 1536; }, EIO},
+        {"no block covered", [](sb_t &sb) { sb.flags = 1, sb.totalsize = 511, sb.fssize = 512; }, 0},
+        {"all covered", [](sb_t &sb) { sb.flags = 1, sb.totalsize = 1024, sb.fssize = 1024; }, 0},
+        {"nothing inside", [](sb_t &sb) { sb.flags = 1, sb.fssize = 0; }, 0},
+        {"nothing covered", [](sb_t &sb) { sb.fssize = 0; }, EINVAL},
+        {"tree behind the end", [](sb_t &sb) { sb.offset = 1 << 20; }, EIO},
+        {"tree across the end", [](sb_t &sb) { sb.offset = 72192; }, EIO},
+        {"tree before the start", [](sb_t &sb) { sb.offset = UINT64_MAX; }, EINVAL},
+        {"data across the end", [](sb_t &sb) { sb.fssize = 1 << 17; }, EIO},
+        {"all blocks there can be", [](sb_t &sb) { sb.flags = 1, sb.fssize = UINT64_MAX; }, EIO},
+        {"a tree of 4 GiB", [](sb_t &sb) { sb.fssize = 64ULL << 30; }, EINVAL},
+        {"one of 2 GiB", [](sb_t &sb) { sb.fssize = 32ULL << 30; }, EIO},
+    };
+    const image_bytes good = larger(signed_image({.size = 2048}));
+    for (const auto &c : forgeries) {
+        SCOPED_TRACE(c.name);
+        image_bytes image = good;
+        sb_t sb = get_superblock(image);
+        c.change(sb);
+        const std::uint64_t end = image.size();
+        for (std::uint64_t i = 0; i < 16 && i * sb.blksize < sb.fssize && sb.offset < 8192; ++i)
+            put_hash(image, sb, i * sb.blksize, std::min<std::uint64_t>(sb.blksize, end - i * sb.blksize),
+                     image.data() + sb.offset + i * 32);
+        if (sb.offset < end)
+            put_hash(image, sb, sb.offset, std::min<std::uint64_t>(sb.hblksize, end - sb.offset),
+                     sb.roothash);
+        put_superblock(image, sb);
+        sign(image);
+        sb = get_superblock(image);
+        EXPECT_EQ(verify(image), c.status);
+        EXPECT_EQ(image_model(image, sb).status(), c.status);
+    }
+}
+
+TEST_F(type_run, ABlockSizeOfZeroEndsTheProcess) {
+    image_bytes image = signed_image({});
+    sb_t sb = get_superblock(image);
+    sb.blksize = 0;
+    put_superblock(image, sb);
+    sign(image);
+    EXPECT_EXIT((void)verify(image), testing::ExitedWithCode(255),
+                "libdivide.h:[0-9]+: .*\\(\\): Error: divider must be != 0");
+}
+
+TEST_F(type_run, EveryChangedOrMissingByteIsFound) {
+    image_bytes image = signed_image({.size = 65536});
+    const std::size_t body = image.size() - sizeof(sb_t), significant = body + 264 + 64;
+    ASSERT_EQ(verify(image), 0);
+    for (std::size_t at = 0; at < image.size(); at += at < body || at >= significant ? 61 : 1)
+        for (const unsigned bits : {0xffU, 1U << (at / 8 + at) % 8}) {
+            image[at] ^= static_cast<std::uint8_t>(bits);
+            ASSERT_EQ(verify(image), at < body ? EIO : at < significant ? EINVAL : 0) << at;
+            image[at] ^= static_cast<std::uint8_t>(bits);
+        }
+    for (std::size_t length = 0; length < body; length += 127) {
+        image_bytes cut(image.begin(), image.begin() + static_cast<std::ptrdiff_t>(length));
+        ASSERT_EQ(verify(cut), EINVAL) << length;
+        cut.insert(cut.end(), image.end() - static_cast<std::ptrdiff_t>(sizeof(sb_t)), image.end());
+        ASSERT_EQ(verify(cut), EIO) << length;
+    }
+}
+
+// Memory and the crypto library; tracing, no block is proven without its own memory.
+TEST_F(type_run, NoFailingCallIsTakenForSuccess) {
+    image_bytes image = signed_image({.size = 4096, .digest = 3, .hash_size = 64});
+    verbose = 3;
+    const auto work = [&] {
+        failing_call_ = std::exchange(fails_at, 0);
+        return verify(image) == 0;
+    };
+    EXPECT_GT(fail_each_call(work), 50);
+    verbose = 0;
+    option('B', "512");
+    option('H', "sha512");
+    option('S', "eddsa-25519");
+    option('A', std::string(128, '5'));
+    std::size_t failed_steps[4] = {};  // of the data blocks' digests
+    for (int call = 1; call < 80; ++call) {
+        log_.clear();
+        failing_call_ = call;
+        const int err = build(2048, 2048);
+        for (std::size_t block = 0; block < 4; ++block)
+            if (log_.has(MKTFS_LOG_ERROR, "ttd: failed to hash data block " + std::to_string(block) + "\n"))
+                failed_steps[block] += err == ENXIO;
+    }
+    // The hash block above them is told as block 0 of its level.
+    EXPECT_EQ(std::vector(std::begin(failed_steps), std::end(failed_steps)),
+              (std::vector<std::size_t>{8, 4, 4, 4}));
+}
+
+TEST_F(type_run, AnInputThatChangesItsSizeIsRefused) {
+    option('B', "512");
+    option('H', "sha256");
+    option('S', "eddsa-25519");
+    EXPECT_EQ(build(8192, 8192), 0);
+    for (const std::size_t size : {4096u, 8191u, 12288u})
+        EXPECT_EQ(build(8192, size), EINVAL);
+    EXPECT_NE(log_.text().find("changed its size from '8192' to '4096'"), std::string::npos);
+}
+
+}  // namespace
