@@ -62,12 +62,9 @@ protected:
 TEST_F(build_file, GoesOnWhenFatalMessagesReturn) {
     const std::pair<const char *, const char *> rows[] = {
         // clang-format off
-        {"[file y mode=9 acl=u::r] /a = {}", "4 2:9:unsupported inode attribute 'y'\n4 2:14:invalid mode value '9'\n"
-         "4 2:20:acls are not supported by this backend\n"},
         {"[file uid=\"\" x=\"\"] \"\" = \"\"", "4 2:12:empty quoted string\n4 2:12:invalid uid value 'nil'\n"
          "4 2:17:empty quoted string\n4 2:17:unsupported inode attribute 'x'\n"
          "4 2:21:empty quoted string\n4 2:26:empty quoted string\n"},
-        {"[dir] /d = /b", "3 2:10:syntax error\n4 \nParsing config file failed.\n"},
         {"[option blksize=x]", "4 2:17:invalid blksize attribute value 'x'\n"
          "4 2:17:blksize value 'x' must be a power of 2 in the range [512, 32768]\n"},
         {"[option fmode=7777777777777777777777]", "4 2:15:invalid fmode attribute value '7777777777777777777777'\n"

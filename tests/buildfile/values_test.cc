@@ -66,16 +66,16 @@ TEST(Values, TimesCountAsUtcPlusAnHourOutsideDaylightSaving) {
     const struct {
         const char *zone, *format, *text;
         outcome expected;
-    } rows[] = {{utc, "%s", "0", {0, 3600}},
-                {utc, "%Y", "2020", {0, 1577836800 - 86400 + 3600}},
-                {berlin, "%Y-%m-%d", "2020-01-01", {0, 1577836800 + 3600}},
-                {berlin, "%Y-%m-%d", "2020-07-01", {0, 1593561600}},
-                {berlin, "%s", "1593561600", {0, 1593561600 + 3600}},
-                {new_york, "%s", "0", {0, -14400}},
-                {utc, "%s", "", {EINVAL, 0}},
-                {utc, "%s", "5x", {EINVAL, 0}},
-                {utc, "%Y-%m", "2020-13", {EINVAL, 0}},
-                {utc, "%s", nullptr, {EINVAL, 0}}};
+    } rows[] = {
+        // clang-format off
+        {utc, "%s", "0", {0, 3600}}, {utc, "%Y", "2020", {0, 1577836800 - 86400 + 3600}},
+        {berlin, "%Y-%m-%d", "2020-01-01", {0, 1577836800 + 3600}},
+        {berlin, "%Y-%m-%d", "2020-07-01", {0, 1593561600}},
+        {berlin, "%s", "1593561600", {0, 1593561600 + 3600}}, {new_york, "%s", "0", {0, -14400}},
+        {utc, "%s", "", {EINVAL, 0}}, {utc, "%s", "5x", {EINVAL, 0}}, {utc, "%Y-%m", "2020-13", {EINVAL, 0}},
+        {utc, "%s", nullptr, {EINVAL, 0}},
+        // clang-format on
+    };
     for (const auto &row : rows) {
         setenv("TZ", row.zone, 1);
         tzset();
