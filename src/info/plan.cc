@@ -83,7 +83,7 @@ int ttdinfo_make_plan(ttdinfo_plan *plan) {
         return refuse(EINVAL, "the size is zero");
     if (covered % plan->block_size != 0)
         return refuse(EINVAL, "the size is not a multiple of the block size");
-    if (!derive(covered, info) || covered > UINT64_MAX - ttd_meta_data_size(info))
+    if (!derive(covered, info))
         return refuse(EFBIG, "no hash tree of this format is so large: take larger blocks");
     plan->image_size = plan->partition != 0 ? plan->partition : covered + ttd_meta_data_size(info);
     if (plan->partition != 0)
