@@ -22,7 +22,7 @@ static bool read_range(ttd_reader *reader, const image_bytes &image, std::uint64
     require(err == 0 || err == -EINVAL || err == -EIO);
     require(err != 0 || (at <= image.size() && length <= image.size() - at));
     require(err != 0 || std::equal(bytes.begin(), bytes.end(), image.data() + at));
-    require(err != -EIO || is_zeros(bytes.data(), length));
+    require(err == 0 || is_zeros(bytes.data(), length));
     return err == 0;
 }
 

@@ -391,6 +391,14 @@ int hand_out(Record *to, Record from) {
     return 0;
 }
 
+int read_proven(ttd_reader &reader, std::uint8_t *to, std::size_t length, std::uint64_t offset) {
+    if (!lies_within(reader, offset, length))
+        return EINVAL;
+    const log_scope scope(reader.log);
+    const borrowed_digest digest(reader.digests, reader.engine.crypto.hash_name);
+    return digest.get() ? request(reader, digest.get(), to, length, offset).run() : ENOMEM;
+}
+
 }  // namespace
 
 int ttd_reader_open(const char *path, const ttd_reader_options *options, ttd_reader **reader) {
@@ -433,15 +441,8 @@ int ttd_reader_get_statistics(const ttd_reader *reader, ttd_reader_statistics *s
 }
 
 int ttd_reader_read(ttd_reader *reader, void *buffer, std::size_t length, std::uint64_t offset) {
-    if (!lies_within(*reader, offset, length))
-        return -EINVAL;
-    const log_scope scope(reader->log);
-    const borrowed_digest digest(reader->digests, reader->engine.crypto.hash_name);
-    if (!digest.get())
-        return -ENOMEM;
-    auto *to = static_cast<std::uint8_t *>(buffer);
-    const int err = request(*reader, digest.get(), to, length, offset).run();
-    if (err != 0)
+    const int err = read_proven(*reader, static_cast<std::uint8_t *>(buffer), length, offset);
+    if (err != 0 && length > 0)
         std::memset(buffer, 0, length);
     return -err;
 }

@@ -16,9 +16,10 @@ std::string show(tvo_acl *acl) {
     for (int which = 0; tvo_acl_get_entry(acl, which, &entry) == 1; which = 1) {
         std::uint32_t tag = 0, permissions = 0;
         EXPECT_EQ(tvo_acl_get_tag_type(entry, &tag) + tvo_acl_get_permset(entry, &permissions), 0);
-        text += (text.empty() ? "" : " ") + std::to_string(tag) + "." + std::to_string(permissions);
+        text += text.empty() ? "" : " ";
+        text += std::to_string(tag) + '.' + std::to_string(permissions);
         if (std::uint32_t *id = tvo_acl_get_qualifier(entry)) {
-            text += "." + std::to_string(*id);
+            (text += '.') += std::to_string(*id);
             std::free(id);
         }
     }
