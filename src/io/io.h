@@ -124,8 +124,6 @@ void mktfs_io_destroy(mktfs_io *io);
 // no longer count as the process's memory (reading them again works, and is slower).
 // Nothing for other kinds and for ranges outside the file.
 void mktfs_io_drop(mktfs_io *io, std::uint64_t offset, std::uint64_t length);
-// A fair number of bytes to be done with before they are dropped together.
-inline constexpr std::uint64_t MKTFS_IO_WINDOW = 4 * 1024 * 1024;
 
 // Bytes from `offset` on that a mapping knows to be zeros without looking: a hole of
 // a sparse file.  0 where there is data, for other kinds and for null.

@@ -38,6 +38,8 @@ ttd_io *wrap_image(mktfs_io &image) {
     return new (std::nothrow) ttd_io{.read = read_image, .destroy = leave_image, .handle = &image};
 }
 
+constexpr std::uint64_t LET_GO_SIZE = 1024 * 1024;  // bytes, at once
+
 // Tells the progress, and lets go of the pages behind the proof.
 class proof_follower {
 public:
@@ -50,7 +52,10 @@ public:
         };
         range.hashed = [](void *arg, std::uint32_t first, std::uint32_t count) {
             const auto &self = *static_cast<proof_follower *>(arg);
-            mktfs_io_drop(&self.image_, first * self.block_size_, count * self.block_size_);
+            const std::uint64_t start = first * self.block_size_;
+            const std::uint64_t end = (start + count * self.block_size_) / LET_GO_SIZE * LET_GO_SIZE;
+            if (end > start)
+                mktfs_io_drop(&self.image_, end - LET_GO_SIZE, LET_GO_SIZE);
         };
     }
 
