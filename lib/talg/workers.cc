@@ -103,8 +103,10 @@ void start_threads(talg_workers &pool, unsigned count) {
 }  // namespace
 
 talg_workers *talg_workers_create(unsigned count) {
+    if (count < 2)
+        return nullptr;
     auto *pool = new (std::nothrow) talg_workers;
-    if (pool && count > 1)
+    if (pool)
         start_threads(*pool, std::min(count, TALG_MAX_WORKERS) - 1);
     return pool;
 }

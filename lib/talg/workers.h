@@ -15,8 +15,8 @@ inline constexpr unsigned TALG_MAX_WORKERS = 64;
 // and belongs to one thread for the pool's life (0 is the caller).
 using talg_workers_job = void (*)(void *arg, std::size_t index, unsigned worker);
 
-// Makes a pool of `count` workers, 1 to TALG_MAX_WORKERS.  A thread that cannot be
-// started is no failure, the pool is then smaller.  Null when memory is out; a null
+// Makes a pool of `count` workers, at most TALG_MAX_WORKERS.  A thread that cannot be
+// started is no failure, the pool is then smaller.  Null below 2 and when memory is out; a null
 // pool works like one of one worker.
 //
 // The threads block every signal but those that a thread's own step raises in it (a fault,
