@@ -131,7 +131,7 @@ TEST_F(type_run, NoFieldMakesAnUnprovenImageAcceptable) {
     constexpr std::size_t others[] = {0, 4, 20, 48, 52, 56, 176, 184, 192, 196, 252, 260};
     std::vector<std::uint64_t> values = {0,   1,   2,   31,  32,   33,   64,   65,    128,
                                          129, 511, 512, 513, 1024, 4096, 8192, 32768, 65536};
-    for (const unsigned bits : {31, 32, 44, 64})
+    for (const unsigned bits : {31U, 32U, 44U, 64U})
         for (const std::uint64_t distance : {0 - 4096ULL, 0 - 1ULL, 0ULL, 4096ULL})
             values.push_back((bits == 64 ? 0 : 1ULL << bits) + distance);
     for (const image_shape &shape : {image_shape{.size = 12288}, {.size = 5000, .partition = 65536}})
