@@ -4,13 +4,14 @@
 #
 ################################################################################
 
-# FILL IN where you take it from (version 0.98 or later), and its licence as that place states it.
-LIBB2_VERSION =
-LIBB2_SITE =
-LIBB2_LICENSE =
+LIBB2_VERSION = 0.98.1
+LIBB2_SITE = https://deb.debian.org/debian/pool/main/libb/libb2
+LIBB2_SOURCE = libb2_$(LIBB2_VERSION).orig.tar.gz
+LIBB2_LICENSE = CC0-1.0
+LIBB2_LICENSE_FILES = COPYING
+HOST_LIBB2_AUTORECONF = YES
 
-ifeq ($(LIBB2_VERSION)$(BR_BUILDING),y)
-$(error libb2.mk: fill in version, site and licence)
-endif
+# Not for the processor of this one machine; on x86-64 the library chooses when it runs.
+HOST_LIBB2_CONF_OPTS = --disable-native $(if $(filter x86_64,$(HOSTARCH)),--enable-fat)
 
 $(eval $(host-autotools-package))

