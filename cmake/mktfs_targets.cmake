@@ -7,7 +7,7 @@ target_compile_features(mktfs_flags INTERFACE cxx_std_20)
 target_include_directories(mktfs_flags INTERFACE ${PROJECT_SOURCE_DIR}/lib ${PROJECT_SOURCE_DIR}/src)
 target_compile_definitions(mktfs_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
 target_compile_options(
-    mktfs_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror
+    mktfs_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 $<$<BOOL:${MKTFS_WERROR}>:-Werror>
                           -fno-strict-aliasing)
 # A program that is given away does not say where it was built.
 add_compile_options(

@@ -14,6 +14,6 @@ MKTFS_LICENSE_FILES = cmake/package/copyright
 
 HOST_MKTFS_DEPENDENCIES = host-pkgconf host-flex host-bison host-openssl \
 	host-mktfs-libb2 host-mktfs-libdivide host-mktfs-blake3
-HOST_MKTFS_CONF_OPTS = -DMKTFS_TESTS=OFF -DBLAKE3_SOURCE_DIR=$(HOST_MKTFS_BLAKE3_DIR)/c
+HOST_MKTFS_CONF_OPTS = -DMKTFS_TESTS=OFF -DMKTFS_WERROR=OFF -DBLAKE3_SOURCE_DIR=$(HOST_MKTFS_BLAKE3_DIR)/c
 
 $(eval $(host-cmake-package))

@@ -13,7 +13,7 @@ inherit cmake pkgconfig native
 
 # The last three are beside this recipe.
 DEPENDS = "openssl-native flex-native bison-native libb2-native libdivide-native blake3-native"
-EXTRA_OECMAKE = "-DMKTFS_TESTS=OFF -DBLAKE3_SOURCE_DIR=${STAGING_DATADIR_NATIVE}/blake3"
+EXTRA_OECMAKE = "-DMKTFS_TESTS=OFF -DMKTFS_WERROR=OFF -DBLAKE3_SOURCE_DIR=${STAGING_DATADIR_NATIVE}/blake3"
 
 python () {
     if not d.getVar("EXTERNALSRC") and not d.getVar("SRC_URI"):
