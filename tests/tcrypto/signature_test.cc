@@ -76,54 +76,6 @@ TEST_F(signature_test, TellsWrongSignaturesFromUnreadableOnes) {
     }
 }
 
-TEST_F(signature_test, AgreesWithTheOpensslCommandInEveryForm) {
-    const struct {
-        const char *family, *digest, *keygen, *stem;
-        std::string options = "";
-    } rows[] = {
-        {"rsa-with-", "sha1", "rsa", "rsa"},
-        {"rsa-with-", "sha3-512", "rsa", "rsa", " -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:64"},
-        {"dsa-with-", "sha256", "dsa", "dsa"},
-        {"ecdsa-with-", "sha384", "ec", "explicit"},
-        {"ecdsa-with-", "sha512", "ec", "p521"},
-    };
-    folder().file("data", std::string(MESSAGE.begin(), MESSAGE.end()));
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.stem + std::string(" with ") + row.digest);
-        tcrypto_signature_params params = {.padding = row.options.empty() ? 0U : TCRYPTO_PADDING_PSS,
-                                           .pss_salt_length = TCRYPTO_PSS_SALT_DIGEST};
-        const std::string command = std::string("openssl dgst -") + row.digest + row.options;
-        const tcrypto_ctx_ptr ctx = request(std::string(row.family) + row.digest);
-        std::uint8_t value[64];
-        std::size_t size = 0;
-        tcrypto_ctx_ptr digest;
-        ASSERT_EQ(tcrypto_digest_request(row.digest, nullptr, 0, th_out(digest)), 0);
-        ASSERT_EQ(tcrypto_digest(digest.get(), MESSAGE.data(), MESSAGE.size(), value, &size), 0);
-        start(ctx, load(row.keygen, row.stem + PEM), params);
-        bytes ours(tcrypto_signature_sigsize(ctx.get()), 0);
-        std::size_t length = ours.size();
-        EXPECT_EQ(tcrypto_signature_sign_without_digest(ctx.get(), value, size, ours.data(), &length), 0);
-        const tcrypto_key_ptr open_half = load(row.keygen, row.stem + PUB);
-        folder().file("sig", std::string(ours.begin(), ours.begin() + static_cast<std::ptrdiff_t>(length)));
-        EXPECT_TRUE(run(command + " -signature sig -verify " + row.stem + PUB + " data"));
-
-        ASSERT_TRUE(run(command + " -out sig -sign " + row.stem + PEM + " data"));
-        const std::string file = read_file(folder() / "sig");
-        const bytes theirs(file.begin(), file.end());
-        int results[] = {0, 0};
-        params.operation = TCRYPTO_VERIFY;
-        start(ctx, open_half, params);
-        EXPECT_EQ(tcrypto_signature_update(ctx.get(), MESSAGE.data(), 5), 0);
-        EXPECT_EQ(tcrypto_signature_update(ctx.get(), MESSAGE.data() + 5, MESSAGE.size() - 5), 0);
-        EXPECT_EQ(tcrypto_signature_verify(ctx.get(), theirs.data(), theirs.size(), &results[0]), 0);
-        start(ctx, open_half, params);
-        EXPECT_EQ(tcrypto_signature_verify_without_digest(ctx.get(), value, size, theirs.data(),
-                                                          theirs.size(), &results[1]),
-                  0);
-        EXPECT_TRUE(results[0] == 1 && results[1] == 1);
-    }
-}
-
 TEST_F(signature_test, ChecksPaddingAndSaltOfRsa) {
     constexpr std::uint32_t PSS = TCRYPTO_PADDING_PSS;
     const struct {
