@@ -120,10 +120,11 @@ void add(const digest_kernel &kernel, std::size_t length) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    for (const digest_kernel *kernel : digest_kernels())
-        for (const std::size_t length : BLOCK_SIZES)
-            if (kernel->needs->present())
-                add(*kernel, length);
+    for (const auto *kernels : digest_kernels())
+        for (const digest_kernel &kernel : *kernels)
+            for (const std::size_t length : BLOCK_SIZES)
+                if (kernel.needs->present())
+                    add(kernel, length);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 2;

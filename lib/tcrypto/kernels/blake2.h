@@ -2,7 +2,7 @@
 // many messages as it has lanes.  BLAKE2b and BLAKE2s differ in word size, number
 // of rounds and rotations, which the `FLAVOUR` gives:
 //
-//     what avx2::words64 and words32 have
+//     what words64 and words32 have
 //     ROUNDS, START (the start value's eight words)
 //     R1 to R4 (the rotation constants)
 #pragma once
@@ -13,12 +13,10 @@
 #include <cstring>
 #include <utility>
 
-#include "tcrypto/kernels/avx2.h"
 #include "tcrypto/kernels/salted_lanes.h"
+#include "tcrypto/kernels/vectors.h"
 
-namespace blake2 {
-
-using avx2::exor;
+namespace VECTORS::blake2 {
 
 // Section 2.7: the order in which a round takes the message words.  Rounds 10 and
 // 11 (of BLAKE2b) are as 0 and 1.
@@ -36,13 +34,13 @@ inline constexpr std::uint8_t SCHEDULE[10][16] = {
 };
 
 struct registers {
-    __m256i v[16];
-    __m256i m[16];
+    vector v[16];
+    vector m[16];
 };
 
 // The mixing function G of section 3.1.
 template <class FLAVOUR>
-AVX2_INLINE void mix(__m256i &a, __m256i &b, __m256i &c, __m256i &d, const __m256i &x, const __m256i &y) {
+VECTOR_INLINE void mix(vector &a, vector &b, vector &c, vector &d, const vector &x, const vector &y) {
     a = FLAVOUR::add(FLAVOUR::add(a, x), b);
     d = FLAVOUR::template rotate<FLAVOUR::R1>(exor(d, a));
     c = FLAVOUR::add(c, d);
@@ -55,10 +53,10 @@ AVX2_INLINE void mix(__m256i &a, __m256i &b, __m256i &c, __m256i &d, const __m25
 
 // One round of section 3.2: the columns, then the diagonals.
 template <class FLAVOUR, std::size_t ROUND>
-AVX2_INLINE void one_round(registers &x) {
+VECTOR_INLINE void one_round(registers &x) {
     constexpr const std::uint8_t(&S)[16] = SCHEDULE[ROUND % 10];
-    __m256i(&v)[16] = x.v;
-    const __m256i(&m)[16] = x.m;
+    vector(&v)[16] = x.v;
+    const vector(&m)[16] = x.m;
     mix<FLAVOUR>(v[0], v[4], v[8], v[12], m[S[0]], m[S[1]]);
     mix<FLAVOUR>(v[1], v[5], v[9], v[13], m[S[2]], m[S[3]]);
     mix<FLAVOUR>(v[2], v[6], v[10], v[14], m[S[4]], m[S[5]]);
@@ -70,7 +68,7 @@ AVX2_INLINE void one_round(registers &x) {
 }
 
 template <class FLAVOUR, std::size_t... ROUND>
-AVX2_INLINE void all_rounds(registers &x, std::index_sequence<ROUND...>) {
+VECTOR_INLINE void all_rounds(registers &x, std::index_sequence<ROUND...>) {
     (one_round<FLAVOUR, ROUND>(x), ...);
 }
 
@@ -82,12 +80,12 @@ struct lanes {
     static constexpr std::size_t INPUT_BLOCK = 16 * sizeof(word);
 
     struct state {
-        alignas(32) word words[8][LANES];
+        alignas(vector) word words[8][LANES];
     };
 
     // `counter`: bytes of the message up to the end of this input block.
-    AVX2_TARGET static void compress(state &s, const std::uint8_t *const *data, std::size_t offset,
-                                     std::uint64_t counter, bool last) {
+    VECTOR_TARGET static void compress(state &s, const std::uint8_t *const *data, std::size_t offset,
+                                       std::uint64_t counter, bool last) {
         // The counter takes two words.
         const word counter_low = static_cast<word>(counter);
         const word counter_high = sizeof(word) == 8 ? 0 : static_cast<word>(counter >> 32);
@@ -95,7 +93,7 @@ struct lanes {
         for (std::size_t i = 0; i < 16; i += 4)
             FLAVOUR::load_words(x.m + i, data, offset + i * sizeof(word));
         for (std::size_t i = 0; i < 8; ++i) {
-            x.v[i] = avx2::load(s.words[i]);
+            x.v[i] = load(s.words[i]);
             x.v[8 + i] = FLAVOUR::set1(FLAVOUR::START[i]);
         }
         x.v[12] = exor(x.v[12], FLAVOUR::set1(counter_low));
@@ -103,7 +101,7 @@ struct lanes {
         x.v[14] = exor(x.v[14], FLAVOUR::set1(last ? static_cast<word>(~word{0}) : word{0}));
         all_rounds<FLAVOUR>(x, std::make_index_sequence<FLAVOUR::ROUNDS>());
         for (std::size_t i = 0; i < 8; ++i)
-            avx2::store(s.words[i], exor(avx2::load(s.words[i]), exor(x.v[i], x.v[8 + i])));
+            store(s.words[i], exor(load(s.words[i]), x.v[i], x.v[8 + i]));
     }
 };
 
@@ -147,4 +145,12 @@ struct engine : lanes<FLAVOUR> {
     }
 };
 
-}  // namespace blake2
+// digest_kernel::hash.
+template <class FLAVOUR, std::size_t SIZE>
+void hash(const std::uint8_t *salt, std::size_t salt_length, const std::uint8_t *data, std::size_t length,
+          std::size_t count, std::uint8_t *out) {
+    hash_salted<engine<FLAVOUR, SIZE>>(engine<FLAVOUR, SIZE>::start(), salt, salt_length, data, length, count,
+                                       out);
+}
+
+}  // namespace VECTORS::blake2

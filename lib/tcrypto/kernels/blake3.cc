@@ -208,13 +208,10 @@ void hash(const std::uint8_t *salt, std::size_t salt_length, const std::uint8_t 
     hash_groups<LANES, CV_SIZE>(messages, data, length, count, out);
 }
 
+constexpr digest_kernel ROWS[] = {{"blake3", &cpu_avx2, CV_SIZE, LANES, hash}};
+
 }  // namespace
 
-constinit const digest_kernel blake3_many_x8 = {
-    .digest = "blake3",
-    .needs = &cpu_avx2,
-    .lanes = LANES,
-    .hash = hash,
-};
+constinit const std::span<const digest_kernel> blake3_kernels = ROWS;
 
 #endif

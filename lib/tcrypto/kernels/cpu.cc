@@ -40,6 +40,12 @@ constinit const instruction_set cpu_avx2 = {
     .present = [] { return __builtin_cpu_supports("avx2") != 0; },
 };
 
+constinit const instruction_set cpu_avx512 = {
+    .name = "avx512bw",
+    .present =
+        [] { return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512bw") != 0; },
+};
+
 void cpu_clear_upper_halves() {
     if (__builtin_cpu_supports("avx"))
         zero_upper();

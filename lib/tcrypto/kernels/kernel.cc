@@ -11,16 +11,16 @@ namespace {
 
 #if defined(__x86_64__)
 // Of several for one digest the first is the fastest.
-constinit const digest_kernel *const KERNELS[] = {
-    &sha1_sha_x2,        &sha224_sha_x2,      &sha256_sha_x2,      &sha224_avx2_x8,
-    &sha256_avx2_x8,     &sha384_avx2_x4,     &sha512_avx2_x4,     &sha512_256_avx2_x4,
-    &blake2b512_avx2_x4, &blake2b256_avx2_x4, &blake2s256_avx2_x8,
+constinit const std::span<const digest_kernel> *const KERNELS[] = {
+    &sha_ni_kernels,
+    &avx512_kernels,
+    &avx2_kernels,
 #if defined(BLAKE3_HAS_HASH_MANY)
-    &blake3_many_x8,
+    &blake3_kernels,
 #endif
 };
 #else
-constinit const std::span<const digest_kernel *const> KERNELS;
+constinit const std::span<const std::span<const digest_kernel> *const> KERNELS;
 #endif
 
 // Whether the list, names separated by commas, holds `name`.
@@ -36,14 +36,34 @@ bool is_allowed(const instruction_set &set) {
 
 }  // namespace
 
-std::span<const digest_kernel *const> digest_kernels() {
+std::span<const std::span<const digest_kernel> *const> digest_kernels() {
     return KERNELS;
 }
 
-const digest_kernel *digest_kernel_for(const char *digest) {
-    for (const digest_kernel *kernel : digest_kernels())
-        if (std::strcmp(kernel->digest, digest) == 0 && is_allowed(*kernel->needs) &&
-            kernel->needs->present())
-            return kernel;
-    return nullptr;
+kernel_choice digest_kernels_for(const char *digest) {
+    kernel_choice choice;
+    std::size_t count = 0;
+    for (const auto *kernels : digest_kernels())
+        for (const digest_kernel &kernel : *kernels)
+            if (std::strcmp(kernel.digest, digest) == 0 && is_allowed(*kernel.needs) &&
+                kernel.needs->present())
+                choice.fastest_first[count++] = &kernel;
+    return choice;
+}
+
+std::size_t kernel_choice::hash(const void *salt, std::size_t salt_length, const void *data,
+                                std::size_t length, std::size_t count, std::uint8_t *out) const {
+    const auto *block = static_cast<const std::uint8_t *>(data);
+    std::size_t left = count;
+    for (const digest_kernel *kernel : fastest_first) {
+        if (!kernel)
+            break;
+        const std::size_t taken = left - left % kernel->lanes;
+        if (taken != 0)
+            kernel->hash(static_cast<const std::uint8_t *>(salt), salt_length, block, length, taken, out);
+        block += taken * length;
+        out += taken * kernel->digest_size;
+        left -= taken;
+    }
+    return count - left;
 }

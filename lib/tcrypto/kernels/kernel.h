@@ -2,19 +2,19 @@
 //
 // A kernel hashes as many blocks side by side as it has lanes, by instructions
 // that the processor may lack.  Whoever wants a digest asks for a kernel by the
-// digest's name and takes his ordinary code when there is none, as for blocks
-// that are left over when a count is no multiple of the lanes.
+// digest's name, and hashes one by one what the kernels leave over.
 //
 // Kernels are static records without state: they allocate nothing, call no other
 // library than the BLAKE3 reference and serve any number of threads.
 //
 // The environment variable TCRYPTO_KERNELS (looked at in every request)
-// says which instruction sets digest_kernel_for may choose from, to compare or to
+// says which instruction sets digest_kernels_for may choose from, to compare or to
 // rule kernels out as the cause of a fault: a list of names, separated by commas.
 // What it does not name is withheld, so that any other word, such as "off",
 // withholds every kernel.  Unset or empty, it allows all.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -30,7 +30,8 @@ struct instruction_set {
 struct digest_kernel {
     const char *digest = nullptr;            // as in a digest request: "sha256", "blake2b512" ...
     const instruction_set *needs = nullptr;  // never null in a kernel
-    std::size_t lanes = 0;                   // blocks hashed side by side
+    std::size_t digest_size = 0;
+    std::size_t lanes = 0;  // blocks hashed side by side
 
     // Hashes `count` blocks, a multiple of `lanes` (what exceeds one is left
     // out), of `length` bytes each, one after the other at `data`.  The results
@@ -42,8 +43,18 @@ struct digest_kernel {
                  std::size_t length, std::size_t count, std::uint8_t *out) = nullptr;
 };
 
-// The fastest allowed kernel that this processor has for the digest; null when there is none.
-[[nodiscard]] const digest_kernel *digest_kernel_for(const char *digest);
+// The kernels for one digest, the fastest first: what one leaves over may be enough for
+// the next.
+struct kernel_choice {
+    std::array<const digest_kernel *, 3> fastest_first = {};  // null behind the last
 
-// Every kernel of this architecture, its instructions present or not.
-[[nodiscard]] std::span<const digest_kernel *const> digest_kernels();
+    // Hashes as many of `count` blocks as it can, from the first on, and returns their number.
+    std::size_t hash(const void *salt, std::size_t salt_length, const void *data, std::size_t length,
+                     std::size_t count, std::uint8_t *out) const;
+};
+
+// The allowed kernels that this processor has for the digest.
+[[nodiscard]] kernel_choice digest_kernels_for(const char *digest);
+
+// Every kernel of this architecture, its instructions present or not, in groups.
+[[nodiscard]] std::span<const std::span<const digest_kernel> *const> digest_kernels();

@@ -9,7 +9,7 @@
 #include <blake2.h>
 #include <blake3.h>
 
-#include "tcrypto/openssl/digest_blocks.h"
+#include "tcrypto/kernels/kernel.h"
 #include "tcrypto/openssl/ossl.h"
 
 // A hasher is a record that can be copied and wiped as bytes.  Its functions
@@ -62,7 +62,7 @@ template <class Hasher>
 struct record_state {
     alignas(64) Hasher hasher;
     std::size_t digest_size = 0;
-    const digest_kernel *kernel = nullptr;
+    kernel_choice kernels;
 };
 
 template <class Hasher>
@@ -101,7 +101,7 @@ int record_digest<Hasher>::create(const tcrypto_algorithm *algorithm, void **out
     if (!state)
         return TCRYPTO_E_MEMORY;
     state->digest_size = algorithm->digest.digest_size;
-    state->kernel = digest_kernel_for(algorithm->name);
+    state->kernels = digest_kernels_for(algorithm->name);
     *out = state;
     return TCRYPTO_OK;
 }
@@ -151,8 +151,8 @@ template <class Hasher>
 std::size_t record_digest<Hasher>::blocks(void *state, const void *salt, std::size_t salt_length,
                                           const void *data, std::size_t length, std::size_t count,
                                           std::uint8_t *out) {
-    const digest_kernel *kernel = state_of<Hasher>(state).kernel;
-    const std::size_t done = hash_lanes(kernel, salt, salt_length, data, length, count, out);
+    const std::size_t done =
+        state_of<Hasher>(state).kernels.hash(salt, salt_length, data, length, count, out);
     if constexpr (!std::is_same_v<Hasher, blake3_record>)
         return done;
     return done + hash_joined(salt, salt_length, static_cast<const std::uint8_t *>(data) + done * length,

@@ -3,7 +3,7 @@
 #include <memory>
 #include <new>
 
-#include "tcrypto/openssl/digest_blocks.h"
+#include "tcrypto/kernels/kernel.h"
 #include "tcrypto/openssl/ossl.h"
 
 namespace {
@@ -12,7 +12,7 @@ namespace {
 struct evp_state {
     evp_md_ptr md;  // fetched once, since a fetch costs as much as hashing a small block
     evp_md_ctx_ptr ctx;
-    const digest_kernel *kernel = nullptr;
+    kernel_choice kernels;
 };
 
 evp_state &state_of(void *state) {
@@ -31,7 +31,7 @@ int evp_digest::create(const tcrypto_algorithm *algorithm, void **out) {
     state->ctx.reset(EVP_MD_CTX_new());
     if (!state->ctx)
         return ossl_fail(TCRYPTO_E_MEMORY, "digest context creation failed\n");
-    state->kernel = digest_kernel_for(algorithm->name);
+    state->kernels = digest_kernels_for(algorithm->name);
     *out = state.release();
     return TCRYPTO_OK;
 }
@@ -75,5 +75,5 @@ int evp_digest::copy(const tcrypto_algorithm *algorithm, const void *from, void 
 
 std::size_t evp_digest::blocks(void *state, const void *salt, std::size_t salt_length, const void *data,
                                std::size_t length, std::size_t count, std::uint8_t *out) {
-    return hash_lanes(state_of(state).kernel, salt, salt_length, data, length, count, out);
+    return state_of(state).kernels.hash(salt, salt_length, data, length, count, out);
 }

@@ -1,15 +1,14 @@
-// The SHA-2 digests of 64-bit words, four blocks at once; see sha2.h.
-#include "tcrypto/kernels/rows.h"
+// The constants of SHA-2 (FIPS 180-4), which BLAKE2 starts with, too.
+#pragma once
 
-#if defined(__x86_64__)
+#include <cstddef>
+#include <cstdint>
 
-#include "tcrypto/kernels/sha2.h"
-
-namespace {
+namespace sha2_constants {
 
 // Section 4.2.3: the first 64 bits of the fractional parts of the cube roots of
 // the first 80 primes.
-constexpr std::uint64_t ROUND_CONSTANTS[80] = {
+inline constexpr std::uint64_t ROUNDS_512[80] = {
     0x428a2f98d728ae22, 0x7137449123ef65cd, 0xb5c0fbcfec4d3b2f, 0xe9b5dba58189dbbc, 0x3956c25bf348b538,
     0x59f111f1b605d019, 0x923f82a4af194f9b, 0xab1c5ed5da6d8118, 0xd807aa98a3030242, 0x12835b0145706fbe,
     0x243185be4ee4b28c, 0x550c7dc3d5ffb4e2, 0x72be5d74f27b896f, 0x80deb1fe3b1696b1, 0x9bdc06a725c71235,
@@ -29,49 +28,32 @@ constexpr std::uint64_t ROUND_CONSTANTS[80] = {
 };
 
 // Sections 5.3.4, 5.3.5 and 5.3.6.2.
-constexpr std::uint64_t START_384[8] = {
+inline constexpr std::uint64_t START_384[8] = {
     0xcbbb9d5dc1059ed8, 0x629a292a367cd507, 0x9159015a3070dd17, 0x152fecd8f70e5939,
     0x67332667ffc00b31, 0x8eb44a8768581511, 0xdb0c2e0d64f98fa7, 0x47b5481dbefa4fa4,
 };
-constexpr std::uint64_t START_512[8] = {
+inline constexpr std::uint64_t START_512[8] = {
     0x6a09e667f3bcc908, 0xbb67ae8584caa73b, 0x3c6ef372fe94f82b, 0xa54ff53a5f1d36f1,
     0x510e527fade682d1, 0x9b05688c2b3e6c1f, 0x1f83d9abfb41bd6b, 0x5be0cd19137e2179,
 };
-constexpr std::uint64_t START_512_256[8] = {
+inline constexpr std::uint64_t START_512_256[8] = {
     0x22312194fc2bf72c, 0x9f555fa3c84c64c2, 0x2393b86b6f53b151, 0x963877195940eabd,
     0x96283ee2a88effe3, 0xbe5e1e2553863992, 0x2b0199fc2c85b8aa, 0x0eb72ddc81c52ca2,
 };
 
-struct sha512 : avx2::words64 {
-    static constexpr const word (&CONSTANTS)[80] = ROUND_CONSTANTS;
-    static constexpr std::size_t LENGTH_FIELD = 16;
-    static constexpr sha2::sigma BIG_SIGMA_0 = {28, 34, 39};
-    static constexpr sha2::sigma BIG_SIGMA_1 = {14, 18, 41};
-    static constexpr sha2::sigma SMALL_SIGMA_0 = {1, 8, 7};
-    static constexpr sha2::sigma SMALL_SIGMA_1 = {19, 61, 6};
+// The digests of 32-bit words have the first halves of these, and only SHA-224
+// starts with second halves (sections 4.2.2, 5.3.2 and 5.3.3).
+template <std::size_t COUNT>
+struct words32 {
+    std::uint32_t words[COUNT];
+
+    constexpr words32(const std::uint64_t *from, int shift) : words{} {
+        for (std::size_t i = 0; i < COUNT; ++i)
+            words[i] = static_cast<std::uint32_t>(from[i] >> shift);
+    }
 };
+inline constexpr words32<64> ROUNDS_256(ROUNDS_512, 32);
+inline constexpr words32<8> START_224(START_384, 0);
+inline constexpr words32<8> START_256(START_512, 32);
 
-}  // namespace
-
-constinit const digest_kernel sha384_avx2_x4 = {
-    .digest = "sha384",
-    .needs = &cpu_avx2,
-    .lanes = sha512::LANES,
-    .hash = sha2::hash<sha512, 48, START_384>,
-};
-
-constinit const digest_kernel sha512_avx2_x4 = {
-    .digest = "sha512",
-    .needs = &cpu_avx2,
-    .lanes = sha512::LANES,
-    .hash = sha2::hash<sha512, 64, START_512>,
-};
-
-constinit const digest_kernel sha512_256_avx2_x4 = {
-    .digest = "sha512-256",
-    .needs = &cpu_avx2,
-    .lanes = sha512::LANES,
-    .hash = sha2::hash<sha512, 32, START_512_256>,
-};
-
-#endif
+}  // namespace sha2_constants
