@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 #include "base/log.h"
 
@@ -13,10 +14,23 @@ namespace {
 
 constexpr std::uint64_t LET_GO_SIZE = 1024 * 1024;  // bytes, at once
 
+// A fault maps so many bytes around it, as far as they are in memory.  No page is smaller
+// than 4 KiB.
+constexpr std::uint64_t FAULT_AROUND_SIZE = 64 * 1024;
+
 constexpr blkcnt_t STATUS_BLOCK = 512;  // unit of st_blocks, bytes
 
 bool same_time(const timespec &a, const timespec &b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+// `size`: up to FAULT_AROUND_SIZE.
+bool is_in_memory(std::uint8_t *bytes, std::uint64_t size) {
+    std::uint8_t pages[FAULT_AROUND_SIZE / 4096];
+    std::fill(std::begin(pages), std::end(pages), 1);
+    return mincore(bytes, size, pages) == 0 &&
+           std::all_of(std::begin(pages), std::end(pages),
+                       [](std::uint8_t state) { return (state & 1) != 0; });
 }
 
 }  // namespace
@@ -79,15 +93,19 @@ void ttd_input_image::map() {
     madvise(mapping_, size(), MADV_SEQUENTIAL);
 }
 
-// Pages are fetched in one call, which tells of an error where a fault would end the
-// process.
+// Pages are fetched by calls that tell of an error where a fault would end the process.
+// Where all are in memory, one brings those around it.
 const std::uint8_t *ttd_input_image::in_place(std::uint64_t offset, std::uint64_t length) const {
     if (!mapping_ || offset >= size() || length > size() - offset)
         return nullptr;
     const std::uint64_t page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
-    const std::uint64_t first = offset / page * page;
-    if (madvise(mapping_ + first, offset + length - first, MADV_POPULATE_READ) != 0)
-        return nullptr;
+    std::uint64_t next = 0;
+    for (std::uint64_t at = offset / page * page; at < offset + length; at = next) {
+        next = std::min((at / FAULT_AROUND_SIZE + 1) * FAULT_AROUND_SIZE, offset + length);
+        const std::uint64_t wanted = is_in_memory(mapping_ + at, next - at) ? 1 : next - at;
+        if (madvise(mapping_ + at, wanted, MADV_POPULATE_READ) != 0)
+            return nullptr;
+    }
     return mapping_ + offset;
 }
 

@@ -283,15 +283,18 @@ private:
         return fetched.error;
     }
 
-    // Hashes lie side by side as far as a hash block goes.
+    // Hashes lie side by side as far as a hash block goes, and on into the next where no
+    // tail is between them.
     [[nodiscard]] int hash_by_hash_block(std::uint64_t first, const fetched_run &fetched, tcrypto_ctx *digest,
                                          lane &mine) {
         const std::uint64_t per_block = ctx_.info.hashes_per_block;
+        const bool gapless = per_block * ctx_.info.hash_size == ctx_.info.hash_block_size;
         const std::uint32_t size = source_.block_size();
         std::uint64_t count = 0;
         for (std::uint64_t done = 0; done < fetched.count; done += count) {
             const std::uint64_t index = first + done;
-            count = std::min(fetched.count - done, per_block - index % per_block);
+            const std::uint64_t left = fetched.count - done;
+            count = gapless ? left : std::min(left, per_block - index % per_block);
             if (!fetched.bytes) {
                 fill_slots(slot(index), count, ctx_.info.zero_hash);
                 continue;
