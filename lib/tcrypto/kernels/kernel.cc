@@ -45,8 +45,8 @@ kernel_choice digest_kernels_for(const char *digest) {
     std::size_t count = 0;
     for (const auto *kernels : digest_kernels())
         for (const digest_kernel &kernel : *kernels)
-            if (std::strcmp(kernel.digest, digest) == 0 && is_allowed(*kernel.needs) &&
-                kernel.needs->present())
+            if (count < choice.fastest_first.size() && std::strcmp(kernel.digest, digest) == 0 &&
+                is_allowed(*kernel.needs) && kernel.needs->present())
                 choice.fastest_first[count++] = &kernel;
     return choice;
 }

@@ -1,8 +1,8 @@
-// Digests of many equally long blocks at once: out[i] = digest(salt || block i).
+// Digests of equally long blocks: out[i] = digest(salt || block i).
 //
 // A kernel hashes as many blocks side by side as it has lanes, by instructions
-// that the processor may lack.  Whoever wants a digest asks for a kernel by the
-// digest's name, and hashes one by one what the kernels leave over.
+// that the processor may lack.  Whoever wants a digest asks for its kernels by
+// name, and hashes by other means what they leave over.
 //
 // Kernels are static records without state: they allocate nothing, call no other
 // library than the BLAKE3 reference and serve any number of threads.
@@ -46,7 +46,7 @@ struct digest_kernel {
 // The kernels for one digest, the fastest first: what one leaves over may be enough for
 // the next.
 struct kernel_choice {
-    std::array<const digest_kernel *, 3> fastest_first = {};  // null behind the last
+    std::array<const digest_kernel *, 4> fastest_first = {};  // null behind the last
 
     // Hashes as many of `count` blocks as it can, from the first on, and returns their number.
     std::size_t hash(const void *salt, std::size_t salt_length, const void *data, std::size_t length,

@@ -133,7 +133,7 @@ struct engine : lanes<FLAVOUR> {
 };
 
 // digest_kernel::hash.
-template <class FLAVOUR, std::size_t SIZE, const typename FLAVOUR::word (&START)[8]>
+template <class FLAVOUR, std::size_t SIZE, const auto &START>
 void hash(const std::uint8_t *salt, std::size_t salt_length, const std::uint8_t *data, std::size_t length,
           std::size_t count, std::uint8_t *out) {
     typename engine<FLAVOUR, SIZE>::state start;

@@ -51,6 +51,7 @@ struct words32 {
         for (std::size_t i = 0; i < COUNT; ++i)
             words[i] = static_cast<std::uint32_t>(from[i] >> shift);
     }
+    constexpr std::uint32_t operator[](std::size_t i) const { return words[i]; }
 };
 inline constexpr words32<64> ROUNDS_256(ROUNDS_512, 32);
 inline constexpr words32<8> START_224(START_384, 0);

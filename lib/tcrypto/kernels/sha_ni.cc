@@ -1,16 +1,16 @@
-// SHA-1, SHA-256 and SHA-224 (FIPS 180-4) on the SHA instructions; see sha_pair.h.
+// SHA-1, SHA-256 and SHA-224 (FIPS 180-4) on the SHA instructions; see sha_lanes.h.
 #include "tcrypto/kernels/rows.h"
 
 #if defined(__x86_64__)
 
 #include "tcrypto/kernels/sha2_constants.h"
-#include "tcrypto/kernels/sha_pair.h"
+#include "tcrypto/kernels/sha_lanes.h"
 
 namespace {
 
 using namespace sha2_constants;
-using sha_pair::chaining;
-using sha_pair::lane;
+using sha_lanes::chaining;
+using sha_lanes::lane;
 
 // Section 6.1.
 struct sha1 {
@@ -39,8 +39,8 @@ struct sha1 {
     }
 
     SHA_INLINE static void add_before(lane &x, const chaining &before) {
-        x.state[0] = _mm_add_epi32(x.state[0], sha_pair::load(before.words[0]));
-        x.state[1] = _mm_sha1nexte_epu32(x.state[1], sha_pair::load(before.words[1]));
+        x.state[0] = _mm_add_epi32(x.state[0], sha_lanes::load(before.words[0]));
+        x.state[1] = _mm_sha1nexte_epu32(x.state[1], sha_lanes::load(before.words[1]));
     }
 
     static void write(const chaining &x, std::uint8_t *out) {
@@ -75,14 +75,14 @@ struct sha256 {
             w = _mm_sha256msg2_epu32(w, last);
         }
         // After two rounds what was a b e f is c d g h, so that the halves swap.
-        const __m128i wk = _mm_add_epi32(w, sha_pair::load(ROUNDS_256.words + 4 * Q));
+        const __m128i wk = _mm_add_epi32(w, sha_lanes::load(ROUNDS_256.words + 4 * Q));
         x.state[1] = _mm_sha256rnds2_epu32(x.state[1], x.state[0], wk);
         x.state[0] = _mm_sha256rnds2_epu32(x.state[0], x.state[1], _mm_shuffle_epi32(wk, 0x0e));
     }
 
     SHA_INLINE static void add_before(lane &x, const chaining &before) {
-        x.state[0] = _mm_add_epi32(x.state[0], sha_pair::load(before.words[0]));
-        x.state[1] = _mm_add_epi32(x.state[1], sha_pair::load(before.words[1]));
+        x.state[0] = _mm_add_epi32(x.state[0], sha_lanes::load(before.words[0]));
+        x.state[1] = _mm_add_epi32(x.state[1], sha_lanes::load(before.words[1]));
     }
 
     static void write(const chaining &x, std::uint8_t *out) { write_words<8>(x, out); }
@@ -106,12 +106,15 @@ struct sha224 : sha256 {
     static void write(const chaining &x, std::uint8_t *out) { write_words<7>(x, out); }
 };
 
-template <class DIGEST>
+template <class DIGEST, std::size_t COUNT>
 constexpr digest_kernel row(const char *digest) {
-    return {digest, &cpu_sha, DIGEST::SIZE, sha_pair::engine<DIGEST>::LANES, sha_pair::hash<DIGEST>};
+    return {digest, &cpu_sha, DIGEST::SIZE, COUNT, sha_lanes::hash<DIGEST, COUNT>};
 }
 
-constexpr digest_kernel ROWS[] = {row<sha1>("sha1"), row<sha224>("sha224"), row<sha256>("sha256")};
+constexpr digest_kernel ROWS[] = {
+    row<sha1, 4>("sha1"),     row<sha1, 1>("sha1"),     row<sha224, 2>("sha224"),
+    row<sha224, 1>("sha224"), row<sha256, 2>("sha256"), row<sha256, 1>("sha256"),
+};
 
 }  // namespace
 

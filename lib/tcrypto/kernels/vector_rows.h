@@ -48,7 +48,7 @@ struct blake2s : words32 {
     static constexpr int R1 = 16, R2 = 12, R3 = 8, R4 = 7;
 };
 
-template <class FLAVOUR, std::size_t SIZE, const typename FLAVOUR::word (&START)[8]>
+template <class FLAVOUR, std::size_t SIZE, const auto &START>
 constexpr digest_kernel sha2_row(const char *digest) {
     return {digest, &NEEDED, SIZE, FLAVOUR::LANES, sha2::hash<FLAVOUR, SIZE, START>};
 }
@@ -59,8 +59,8 @@ constexpr digest_kernel blake2_row(const char *digest) {
 }
 
 constexpr digest_kernel ROWS[] = {
-    sha2_row<sha256, 28, START_224.words>("sha224"),
-    sha2_row<sha256, 32, START_256.words>("sha256"),
+    sha2_row<sha256, 28, START_224>("sha224"),
+    sha2_row<sha256, 32, START_256>("sha256"),
     sha2_row<sha512, 48, START_384>("sha384"),
     sha2_row<sha512, 64, START_512>("sha512"),
     sha2_row<sha512, 32, START_512_256>("sha512-256"),

@@ -1,10 +1,11 @@
-// SHA-1 and SHA-256 of two blocks at once on the processor's SHA instructions.
+// SHA-1 and SHA-256 of one or more blocks at once on the processor's SHA instructions.
 //
-// Their time is mostly waiting: each instruction needs the result of the one
-// before it.  Two independent messages fill each other's gaps.  More than two
-// would need more than the sixteen registers there are.
+// Their time is mostly waiting: each instruction needs the result of the one before it.
+// Independent messages fill each other's gaps, until there are no registers left or, with
+// SHA-256, the unit that runs these instructions is busy: two messages do that.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <immintrin.h>
@@ -17,7 +18,7 @@
 #define SHA_TARGET __attribute__((target("sha,sse4.1,ssse3")))
 #define SHA_INLINE __attribute__((target("sha,sse4.1,ssse3"), always_inline)) inline
 
-namespace sha_pair {
+namespace sha_lanes {
 
 SHA_INLINE __m128i load(const void *from) {
     return _mm_loadu_si128(static_cast<const __m128i *>(from));
@@ -48,9 +49,9 @@ struct chaining {
 //                                rounds 4 Q to 4 Q + 3
 //     add_before(lane &, const chaining &)    adds the state before the input block
 //     write(const chaining &, std::uint8_t *out)
-template <class DIGEST>
+template <class DIGEST, std::size_t COUNT>
 struct engine : merkle_damgard<64, 8> {
-    static constexpr std::size_t LANES = 2;
+    static constexpr std::size_t LANES = COUNT;
     static constexpr std::size_t DIGEST_SIZE = DIGEST::SIZE;
     struct state {
         chaining lanes[LANES];
@@ -59,13 +60,12 @@ struct engine : merkle_damgard<64, 8> {
     SHA_TARGET static void absorb(state &s, const std::uint8_t *const *lanes, std::size_t blocks,
                                   std::uint64_t /*before*/) {
         for (std::size_t offset = 0; offset != blocks * INPUT_BLOCK; offset += INPUT_BLOCK) {
-            lane x;
-            lane y;
-            begin(x, s.lanes[0], lanes[0] + offset);
-            begin(y, s.lanes[1], lanes[1] + offset);
-            all_rounds(x, y, std::make_index_sequence<DIGEST::ROUNDS / 4>());
-            end(x, s.lanes[0]);
-            end(y, s.lanes[1]);
+            lane x[LANES];
+            for (std::size_t i = 0; i < LANES; ++i)
+                begin(x[i], s.lanes[i], lanes[i] + offset);
+            all_rounds(x, std::make_index_sequence<DIGEST::ROUNDS / 4>());
+            for (std::size_t i = 0; i < LANES; ++i)
+                end(x[i], s.lanes[i]);
         }
     }
 
@@ -86,9 +86,16 @@ private:
             x.w[i] = _mm_shuffle_epi8(load(block + 16 * i), DIGEST::word_order());
     }
 
+    // The lanes take turns, so that none waits for its own last result.
+    template <std::size_t Q>
+    SHA_INLINE static void four_rounds(lane (&x)[LANES]) {
+        for (lane &each : x)
+            DIGEST::template four_rounds<Q>(each);
+    }
+
     template <std::size_t... Q>
-    SHA_INLINE static void all_rounds(lane &x, lane &y, std::index_sequence<Q...>) {
-        ((DIGEST::template four_rounds<Q>(x), DIGEST::template four_rounds<Q>(y)), ...);
+    SHA_INLINE static void all_rounds(lane (&x)[LANES], std::index_sequence<Q...>) {
+        (four_rounds<Q>(x), ...);
     }
 
     SHA_INLINE static void end(lane &x, chaining &to) {
@@ -99,12 +106,13 @@ private:
 };
 
 // digest_kernel::hash.
-template <class DIGEST>
+template <class DIGEST, std::size_t COUNT>
 void hash(const std::uint8_t *salt, std::size_t salt_length, const std::uint8_t *data, std::size_t length,
           std::size_t count, std::uint8_t *out) {
     cpu_clear_upper_halves();
-    hash_salted<engine<DIGEST>>({{DIGEST::START, DIGEST::START}}, salt, salt_length, data, length, count,
-                                out);
+    typename engine<DIGEST, COUNT>::state start;
+    std::fill_n(start.lanes, COUNT, DIGEST::START);
+    hash_salted<engine<DIGEST, COUNT>>(start, salt, salt_length, data, length, count, out);
 }
 
-}  // namespace sha_pair
+}  // namespace sha_lanes
