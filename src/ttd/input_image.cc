@@ -24,6 +24,10 @@ bool same_time(const timespec &a, const timespec &b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
+bool is_fetched(std::uint8_t *bytes, std::uint64_t size) {
+    return madvise(bytes, size, MADV_POPULATE_READ) == 0;
+}
+
 // `size`: up to FAULT_AROUND_SIZE.
 bool is_in_memory(std::uint8_t *bytes, std::uint64_t size) {
     std::uint8_t pages[FAULT_AROUND_SIZE / 4096];
@@ -94,7 +98,7 @@ void ttd_input_image::map() {
 }
 
 // Pages are fetched by calls that tell of an error where a fault would end the process.
-// Where all are in memory, one brings those around it.
+// The first brings those around it, if they are in memory.
 const std::uint8_t *ttd_input_image::in_place(std::uint64_t offset, std::uint64_t length) const {
     if (!mapping_ || offset >= size() || length > size() - offset)
         return nullptr;
@@ -102,8 +106,8 @@ const std::uint8_t *ttd_input_image::in_place(std::uint64_t offset, std::uint64_
     std::uint64_t next = 0;
     for (std::uint64_t at = offset / page * page; at < offset + length; at = next) {
         next = std::min((at / FAULT_AROUND_SIZE + 1) * FAULT_AROUND_SIZE, offset + length);
-        const std::uint64_t wanted = is_in_memory(mapping_ + at, next - at) ? 1 : next - at;
-        if (madvise(mapping_ + at, wanted, MADV_POPULATE_READ) != 0)
+        std::uint8_t *bytes = mapping_ + at;
+        if (!is_fetched(bytes, 1) || (!is_in_memory(bytes, next - at) && !is_fetched(bytes, next - at)))
             return nullptr;
     }
     return mapping_ + offset;
