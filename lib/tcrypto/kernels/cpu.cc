@@ -17,11 +17,7 @@ bool detect_sha() {
     unsigned ecx = 0;
     unsigned edx = 0;
     return __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0 && (ebx & LEAF7_EBX_SHA) != 0 &&
-           __builtin_cpu_supports("sse4.1");
-}
-
-__attribute__((target("avx"))) void zero_upper() {
-    _mm256_zeroupper();
+           __builtin_cpu_supports("avx");
 }
 
 }  // namespace
@@ -46,9 +42,8 @@ constinit const instruction_set cpu_avx512 = {
         [] { return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512bw") != 0; },
 };
 
-void cpu_clear_upper_halves() {
-    if (__builtin_cpu_supports("avx"))
-        zero_upper();
+__attribute__((target("avx"))) void cpu_clear_upper_halves() {
+    _mm256_zeroupper();
 }
 
 #endif

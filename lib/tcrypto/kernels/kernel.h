@@ -46,7 +46,7 @@ struct digest_kernel {
 // The kernels for one digest, the fastest first: what one leaves over may be enough for
 // the next.
 struct kernel_choice {
-    std::array<const digest_kernel *, 4> fastest_first = {};  // null behind the last
+    std::array<const digest_kernel *, 5> fastest_first = {};  // null behind the last
 
     // Hashes as many of `count` blocks as it can, from the first on, and returns their number.
     std::size_t hash(const void *salt, std::size_t salt_length, const void *data, std::size_t length,

@@ -3,7 +3,7 @@
 
 #include "tcrypto/kernels/kernel.h"
 
-extern const instruction_set cpu_sha;  // for SHA-1 and SHA-256; with SSE4.1
+extern const instruction_set cpu_sha;  // for SHA-1 and SHA-256; with AVX
 extern const instruction_set cpu_avx2;
 extern const instruction_set cpu_avx512;  // AVX-512F and BW
 

@@ -1,8 +1,8 @@
 // SHA-1 and SHA-256 of one or more blocks at once on the processor's SHA instructions.
 //
 // Their time is mostly waiting: each instruction needs the result of the one before it.
-// Independent messages fill each other's gaps, until there are no registers left or, with
-// SHA-256, the unit that runs these instructions is busy: two messages do that.
+// Independent messages fill each other's gaps, until there are no registers left: three
+// do that, or four with SHA-1.  AVX lets the other instructions keep their operands.
 #pragma once
 
 #include <algorithm>
@@ -15,8 +15,8 @@
 #include "tcrypto/kernels/rows.h"
 #include "tcrypto/kernels/salted_lanes.h"
 
-#define SHA_TARGET __attribute__((target("sha,sse4.1,ssse3")))
-#define SHA_INLINE __attribute__((target("sha,sse4.1,ssse3"), always_inline)) inline
+#define SHA_TARGET __attribute__((target("sha,avx")))
+#define SHA_INLINE __attribute__((target("sha,avx"), always_inline)) inline
 
 namespace sha_lanes {
 

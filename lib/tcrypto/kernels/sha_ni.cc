@@ -112,8 +112,8 @@ constexpr digest_kernel row(const char *digest) {
 }
 
 constexpr digest_kernel ROWS[] = {
-    row<sha1, 4>("sha1"),     row<sha1, 1>("sha1"),     row<sha224, 2>("sha224"),
-    row<sha224, 1>("sha224"), row<sha256, 2>("sha256"), row<sha256, 1>("sha256"),
+    row<sha1, 4>("sha1"),     row<sha1, 1>("sha1"),     row<sha224, 3>("sha224"), row<sha224, 1>("sha224"),
+    row<sha256, 3>("sha256"), row<sha256, 2>("sha256"), row<sha256, 1>("sha256"),
 };
 
 }  // namespace
