@@ -2,19 +2,9 @@
 // on disk.
 #pragma once
 
-#include "talg/workers.h"
 #include "ttd/bytes.h"
 #include "ttd/engine.h"
-#include "ttd/image_copy.h"
-#include "ttd/input_image.h"
-
-// What the hashing works with.
-struct ttd_build_means {
-    const ttd_input_image &input;
-    ttd_image_copy *copy = nullptr;  // gets the input's bytes; null: none
-    talg_workers *workers = nullptr;
-    unsigned worker_count = 1;
-};
+#include "ttd/level_hasher.h"
 
 // Hashes the covered area (the input, and zeros behind it in partition mode) into
 // `tree`, tree_size bytes, and sets root and empty hash in ctx.info.  The geometry,
