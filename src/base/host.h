@@ -13,6 +13,12 @@ struct FTW;
 [[nodiscard]] int mktfs_file_size(const char *path, std::uint64_t *size);
 [[nodiscard]] int mktfs_fd_size(int descriptor, std::uint64_t *size);
 
+// Whether both statuses are of the same file or folder.
+[[nodiscard]] bool mktfs_same_object(const struct stat &a, const struct stat &b);
+// Whether the status is of a regular file that takes less room than it has bytes: it has
+// holes.
+[[nodiscard]] bool mktfs_is_sparse(const struct stat &status);
+
 // Writes `source` with every occurrence of `needle` replaced into `out`, scanning
 // left to right without looking into inserted text.  `capacity` counts the
 // terminator.  EINVAL for a null argument, an empty needle, or a result that does

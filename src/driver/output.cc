@@ -77,7 +77,7 @@ int refuse_standard_stream(const char *output, int descriptor, const char *name)
     }, stream{};
     if (::stat(output, &file) != 0 || ::fstat(descriptor, &stream) != 0)
         return 0;  // nothing there yet: not what a stream leads to
-    if (!S_ISREG(file.st_mode) || file.st_dev != stream.st_dev || file.st_ino != stream.st_ino)
+    if (!S_ISREG(file.st_mode) || !mktfs_same_object(file, stream))
         return 0;
     return MKTFS_FAIL(EINVAL, "output file '%s' is also %s, choose another output\n", output, name);
 }
@@ -158,9 +158,8 @@ mktfs_output_file::~mktfs_output_file() {
 }
 
 void mktfs_output_file::refuse_source(const char *source, const struct stat &status) {
-    const mktfs_output_file &output = *watching_;
-    if (status.st_dev == output.status_.st_dev && status.st_ino == output.status_.st_ino)
-        std::exit(report_input(output.path_, source));
+    if (mktfs_same_object(status, watching_->status_))
+        std::exit(report_input(watching_->path_, source));
 }
 
 void mktfs_output_file::register_for_removal() {

@@ -8,14 +8,14 @@
 #include <algorithm>
 #include <new>
 
-#include "base/input_file.h"
 #include "base/log.h"
 #include "io/io_mem.h"
+#include "th/file.h"
 
 namespace {
 
 // Null for an empty file; `error` is 0 or the system's.
-std::uint8_t *map(const mktfs_input_file &file, int &error) {
+std::uint8_t *map(const th_file &file, int &error) {
     void *bytes = nullptr;
     if (file.size() > 0)
         bytes = mmap(nullptr, file.size(), PROT_READ, MAP_SHARED, file.descriptor(), 0);
@@ -68,7 +68,7 @@ std::uint64_t overflow_size(mktfs_io &io) {
 }
 
 int map_file(const mktfs_io_ops &ops, const char *path, std::uint64_t virtual_size, mktfs_io **io) {
-    mktfs_input_file file;
+    th_file file;
     if (const int err = file.open(path); err != 0)
         return MKTFS_FAIL(err, "failed to open '%s' (%s)\n", path, strerror(err));
     int map_error = 0;

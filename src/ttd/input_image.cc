@@ -7,13 +7,12 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/host.h"
 #include "base/log.h"
 
 namespace {
 
 constexpr std::uint64_t LET_GO_SIZE = 1024 * 1024;  // bytes, at once
-
-constexpr blkcnt_t STATUS_BLOCK = 512;  // unit of st_blocks, bytes
 
 bool same_time(const timespec &a, const timespec &b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
@@ -32,7 +31,7 @@ int ttd_input_image::open(const char *path) {
         err = errno;
     if (err != 0)
         return MKTFS_FAIL(err, "failed to open '%s' (%s)\n", path, strerror(err));
-    sparse_ = S_ISREG(opened_.st_mode) && opened_.st_blocks * STATUS_BLOCK < opened_.st_size;
+    sparse_ = mktfs_is_sparse(opened_);
     return 0;
 }
 
@@ -56,17 +55,7 @@ std::uint64_t ttd_input_image::next_hole(std::uint64_t offset) const {
 
 int ttd_input_image::read(std::uint64_t offset, std::uint8_t *buffer, std::uint64_t length,
                           std::uint64_t &done) const {
-    for (done = 0; done < length;) {
-        const ssize_t got =
-            pread(file_.descriptor(), buffer + done, length - done, static_cast<off_t>(offset + done));
-        if (got > 0)
-            done += static_cast<std::uint64_t>(got);
-        else if (got == 0)
-            return EIO;
-        else if (errno != EINTR)
-            return errno;
-    }
-    return 0;
+    return file_.read(offset, buffer, length, done);
 }
 
 void ttd_input_image::map() {

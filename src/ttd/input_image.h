@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "base/input_file.h"
+#include "th/file.h"
 
 class ttd_input_image {
 public:
@@ -18,7 +18,7 @@ public:
     ttd_input_image &operator=(const ttd_input_image &) = delete;
     ~ttd_input_image();
 
-    // Called once.  The error number of mktfs_input_file::open; logs.
+    // Called once.  The error number of th_file::open; logs.
     [[nodiscard]] int open(const char *path);
 
     [[nodiscard]] std::uint64_t size() const { return file_.size(); }  // bytes
@@ -51,7 +51,7 @@ public:
 private:
     [[nodiscard]] std::uint64_t seek(std::uint64_t offset, int whence) const;
 
-    mktfs_input_file file_;
+    th_file file_;
     struct stat opened_ {};
     bool sparse_ = false;
     std::uint8_t *mapping_ = nullptr;
