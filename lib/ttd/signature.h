@@ -29,6 +29,12 @@ struct ttd_key {
 // ENOENT; ENXIO: the check itself failed.
 [[nodiscard]] int ttd_verify_with_key(const ttd_superblock *superblock, const ttd_key &key);
 
+// The SHA-256 digest of the signed bytes, which is what RSA and ECDSA sign.  ENOENT: no
+// provider has the digest; ENXIO: hashing failed.  Does not log.
+inline constexpr std::size_t TTD_SIGNED_DIGEST_SIZE = 32;
+[[nodiscard]] int ttd_signed_digest(const ttd_superblock &superblock,
+                                    std::span<std::uint8_t, TTD_SIGNED_DIGEST_SIZE> out);
+
 // The same with a key file.  A signature length that is none is found before the file is
 // opened.
 [[nodiscard]] int ttd_sign_superblock(ttd_superblock *superblock, const char *key_path);

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <span>
 
+#include "base/hex.h"
+
 // An object or array; its brackets are written where it lives and dies.
 class mktfs_json {
 public:
@@ -34,8 +36,7 @@ public:
     void hex(const char *name, std::span<const std::uint8_t> value) {
         begin(name);
         std::fputc('"', out_);
-        for (const std::uint8_t byte : value)
-            std::fprintf(out_, "%02x", byte);
+        mktfs_write_hex(value, out_);
         std::fputc('"', out_);
     }
     // Null is written as null.

@@ -44,7 +44,7 @@ std::uint32_t load_key(std::span<const char> pem, ttd_key &out) {
 
 }  // namespace
 
-int ttdinfo_keys::load(std::span<char *const> paths) {
+int ttdinfo_keys::load(std::span<const char *const> paths) {
     const std::unique_ptr<char[]> room(new (std::nothrow) char[MAX_KEY_FILE]);
     entries_.reset(new (std::nothrow) entry[paths.size()]);
     if (!room || !entries_)

@@ -11,7 +11,7 @@ class ttdinfo_keys {
 public:
     // Loads the PEM files, each once: they may be pipes.  On failure: the error number,
     // after reporting it on standard error.  Borrows the paths.
-    [[nodiscard]] int load(std::span<char *const> paths);
+    [[nodiscard]] int load(std::span<const char *const> paths);
 
     // The path of the first key that proves the signature, or null.
     [[nodiscard]] const char *proving(const ttd_superblock &superblock) const;

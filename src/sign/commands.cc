@@ -16,7 +16,6 @@
 namespace {
 
 constexpr unsigned JSON_VERSION = 1;
-constexpr std::size_t SHA256_SIZE = 32;
 
 enum class outcome {
     REFUSED,
@@ -159,14 +158,6 @@ int replace_all(const ttdsign_settings &with, std::deque<job> &jobs) {
 
 // ---- message
 
-int digest_of(std::span<const std::uint8_t> bytes, std::uint8_t (&out)[SHA256_SIZE]) {
-    tcrypto_ctx_ptr digest;
-    if (tcrypto_digest_request("sha256", nullptr, 0, th_out(digest)) != TCRYPTO_OK)
-        return ENOENT;
-    const int err = tcrypto_digest(digest.get(), bytes.data(), bytes.size(), out, nullptr);
-    return err == TCRYPTO_OK ? 0 : ENXIO;
-}
-
 int write_message(std::span<const std::uint8_t> bytes, const char *path) {
     std::FILE *out = path ? std::fopen(path, "wbe") : stdout;
     if (!out)
@@ -283,11 +274,11 @@ int ttdsign_message(const ttdsign_settings &with) {
     if (const int err = read_image(path, false, image, superblock); err != 0)
         return err;
     std::span<const std::uint8_t> message = ttd_signed_bytes(superblock);
-    std::uint8_t digest[SHA256_SIZE];
+    std::uint8_t digest[TTD_SIGNED_DIGEST_SIZE];
     if (with.digest) {
         if (ttd_sig_is_pure(superblock.sigtype))
             return refuse(path, EINVAL, "its signature type signs the bytes themselves, not a digest");
-        if (const int err = digest_of(message, digest); err != 0)
+        if (const int err = ttd_signed_digest(superblock, digest); err != 0)
             return refuse(path, err);
         message = digest;
     }

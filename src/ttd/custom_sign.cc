@@ -17,14 +17,12 @@
 #include "base/log.h"
 #include "base/progress.h"
 #include "io/io.h"
-#include "tcrypto/tcrypto.h"
-#include "ttd/format.h"
+#include "ttd/signature.h"
 
 namespace {
 
 constexpr std::size_t PATH_SIZE = 4096;
 constexpr std::size_t COMMAND_SIZE = 4096;
-constexpr std::size_t SHA256_SIZE = 32;
 
 // A file of the run that is gone when this object is.
 class temporary_file {
@@ -73,15 +71,12 @@ bool is_safe_for_shell(const char *path) {
     return true;
 }
 
-// RSA and ECDSA: the digest of the signed bytes.
-int digest_signed_bytes(const ttd_superblock &superblock, std::uint8_t (&out)[SHA256_SIZE]) {
-    tcrypto_ctx_ptr digest;
-    if (tcrypto_digest_request("sha256", nullptr, 0, th_out(digest)) != TCRYPTO_OK)
-        return MKTFS_FAIL(ENOENT, "ttd: failed to retrieve tcrypto hash algorithm sha256\n");
-    const auto bytes = ttd_signed_bytes(superblock);
-    if (tcrypto_digest(digest.get(), bytes.data(), bytes.size(), out, nullptr) != TCRYPTO_OK)
-        return MKTFS_FAIL(ENXIO, "ttd: failed to perform superblock hash\n");
-    return 0;
+int digest_signed_bytes(const ttd_superblock &superblock,
+                        std::span<std::uint8_t, TTD_SIGNED_DIGEST_SIZE> out) {
+    const int err = ttd_signed_digest(superblock, out);
+    if (err == ENOENT)
+        return MKTFS_FAIL(err, "ttd: failed to retrieve tcrypto hash algorithm sha256\n");
+    return err == 0 ? 0 : MKTFS_FAIL(err, "ttd: failed to perform superblock hash\n");
 }
 
 void trace_bytes(std::span<const std::uint8_t> bytes) {
@@ -215,7 +210,7 @@ private:
     const std::uint32_t sigtype_;
     const char *const user_command_;
     ttd_superblock &superblock_;
-    std::uint8_t digest_[SHA256_SIZE] = {};
+    std::uint8_t digest_[TTD_SIGNED_DIGEST_SIZE] = {};
     std::span<const std::uint8_t> message_;  // what the command signs
     temporary_file hash_file_;
     temporary_file signature_file_;  // removed before the hash file
