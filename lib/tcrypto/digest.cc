@@ -9,10 +9,6 @@ int check(const tcrypto_ctx *ctx, std::uint32_t state) {
     return tcrypto_check_algorithm(ctx, TCRYPTO_DIGEST, ctx && ctx->algorithm->digest.*Operation, state);
 }
 
-bool is_missing(const void *bytes, std::size_t length) {
-    return !bytes && length != 0;
-}
-
 struct byte_range {
     const void *bytes = nullptr;
     std::size_t length = 0;
@@ -48,7 +44,7 @@ int tcrypto_digest_init(tcrypto_ctx *ctx) {
 int tcrypto_digest_update(tcrypto_ctx *ctx, const void *data, std::size_t length) {
     if (const int err = check<&tcrypto_digest_ops::update>(ctx, TCRYPTO_STATE_INITIALISED); err != TCRYPTO_OK)
         return err;
-    if (is_missing(data, length))
+    if (tcrypto_is_missing(data, length))
         return TCRYPTO_E_PARAMETERS;
     return ctx->algorithm->digest.update(ctx->private_state, data, length);
 }
@@ -102,7 +98,7 @@ int tcrypto_digest_blocks(tcrypto_ctx *ctx, const void *salt, std::size_t salt_l
     ctx->state = TCRYPTO_STATE_FINALISED;
     if (count == 0)
         return TCRYPTO_OK;
-    if (is_missing(salt, salt_length) || is_missing(data, length) || !out)
+    if (tcrypto_is_missing(salt, salt_length) || tcrypto_is_missing(data, length) || !out)
         return TCRYPTO_E_PARAMETERS;
     const tcrypto_digest_ops &digest = ctx->algorithm->digest;
     tcrypto_block_failure at;

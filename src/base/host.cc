@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -145,6 +146,14 @@ int mktfs_strreplace(const char *source, const char *needle, const char *replace
     });
     *out = '\0';
     return 0;
+}
+
+int mktfs_read_file(const char *path, std::span<std::uint8_t> room, std::size_t *length) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path, "rbe"), std::fclose);
+    if (!file)
+        return errno;
+    *length = std::fread(room.data(), 1, room.size(), file.get());
+    return std::ferror(file.get()) != 0 ? errno : 0;
 }
 
 int mktfs_unlink_cb(const char *path, const struct stat *, int, struct FTW *) {

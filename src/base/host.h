@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 struct stat;
 struct FTW;
@@ -25,6 +26,10 @@ struct FTW;
 // not fit (`out` is then untouched).
 [[nodiscard]] int mktfs_strreplace(const char *source, const char *needle, const char *replacement, char *out,
                                    std::size_t capacity);
+
+// Reads a file, which may be a pipe, until its end or until the room is full.  `length`:
+// bytes that were read.  The system's error number; does not log.
+[[nodiscard]] int mktfs_read_file(const char *path, std::span<std::uint8_t> room, std::size_t *length);
 
 // Removes a folder tree, entries before their folder; follows no symbolic link
 // and stays on its file system.  Null is ignored.  The first entry that cannot be

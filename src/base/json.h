@@ -12,16 +12,16 @@
 // An object or array; its brackets are written where it lives and dies.
 class mktfs_json {
 public:
-    mktfs_json(std::FILE *out, char open, char close, unsigned depth)
-        : out_(out), close_(close), depth_(depth) {
-        std::fputc(open, out_);
-    }
+    // A whole text, which is an object; ends the line when it dies.
+    explicit mktfs_json(std::FILE *out) : mktfs_json(out, '{', '}', 0) {}
     mktfs_json(const mktfs_json &) = delete;
     mktfs_json &operator=(const mktfs_json &) = delete;
     ~mktfs_json() {
         if (!empty_)
             new_line(depth_);
         std::fputc(close_, out_);
+        if (depth_ == 0)
+            std::fputc('\n', out_);
     }
 
     [[nodiscard]] mktfs_json object(const char *name) { return nested(name, '{', '}'); }
@@ -49,6 +49,10 @@ public:
     }
 
 private:
+    mktfs_json(std::FILE *out, char open, char close, unsigned depth)
+        : out_(out), close_(close), depth_(depth) {
+        std::fputc(open, out_);
+    }
     mktfs_json nested(const char *name, char open, char close) {
         begin(name);
         return {out_, open, close, depth_ + 1};

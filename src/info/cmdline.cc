@@ -279,12 +279,11 @@ int prove_to_json(const settings &with, const ttdinfo_keys &keys) {
         return out_of_memory();
     int result = 0;
     {
-        mktfs_json whole(output.file(), '{', '}', 0);
+        mktfs_json whole(output.file());
         ttdinfo_begin_json(&whole);
         mktfs_json images = whole.array("images");
         result = prove_images(with, keys, &images);
     }
-    std::fputc('\n', output.file());
     const int err = output.write();
     return result != 0 ? result : err;
 }

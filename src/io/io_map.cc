@@ -92,35 +92,20 @@ int map_file(const mktfs_io_ops &ops, const char *path, std::uint64_t virtual_si
 
 }  // namespace
 
-constinit const mktfs_io_ops mmap_io_ops = {
-    .buf = io_mem_buf,
-    .read = io_mem_read,
-    .write = io_mem_write,
-    .datasize = io_mem_datasize,
-    .size = io_mem_size,
-    .resize = io_mem_resize,
-    .destroy = map_destroy,
-    .reset = io_mem_reset,
-    .prune = io_mem_prune,
-    .bytes = io_mem_bytes,
-    .drop = map_drop,
-    .hole = map_hole,
-};
+constexpr mktfs_io_ops mmap_io_ops = [] {
+    mktfs_io_ops ops = IO_MEM_OPS;
+    ops.destroy = map_destroy;
+    ops.drop = map_drop;
+    ops.hole = map_hole;
+    return ops;
+}();
 
-constinit const mktfs_io_ops mmap_overflow_io_ops = {
-    .buf = io_mem_buf,
-    .read = overflow_read,
-    .write = io_mem_write,
-    .datasize = io_mem_datasize,
-    .size = overflow_size,
-    .resize = io_mem_resize,
-    .destroy = map_destroy,
-    .reset = io_mem_reset,
-    .prune = io_mem_prune,
-    .bytes = io_mem_bytes,
-    .drop = map_drop,
-    .hole = map_hole,
-};
+constexpr mktfs_io_ops mmap_overflow_io_ops = [] {
+    mktfs_io_ops ops = mmap_io_ops;
+    ops.read = overflow_read;
+    ops.size = overflow_size;
+    return ops;
+}();
 
 int mktfs_io_mmap_create(const char *path, mktfs_io **io) {
     if (!path || !io)

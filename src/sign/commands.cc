@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
-#include <memory>
 
 #include "base/host.h"
 #include "base/json.h"
@@ -102,23 +101,20 @@ void print_line(const job &of, bool dry_run) {
 }
 
 void print_json(const std::deque<job> &jobs, bool dry_run) {
-    {
-        mktfs_json whole(stdout, '{', '}', 0);
-        whole.number("version", JSON_VERSION);
-        whole.boolean("dry_run", dry_run);
-        mktfs_json images = whole.array("images");
-        for (const job &of : jobs) {
-            mktfs_json entry = images.object(nullptr);
-            entry.text("path", of.path);
-            entry.boolean("refused", of.result == outcome::REFUSED);
-            entry.boolean("changes", of.result == outcome::SIGNED);
-            entry.text("signature_type", type_name(of.after));
-            entry.number("rollback", of.after.rollback);
-            entry.text("old_signature_type", type_name(of.before));
-            entry.number("old_rollback", of.before.rollback);
-        }
+    mktfs_json whole(stdout);
+    whole.number("version", JSON_VERSION);
+    whole.boolean("dry_run", dry_run);
+    mktfs_json images = whole.array("images");
+    for (const job &of : jobs) {
+        mktfs_json entry = images.object(nullptr);
+        entry.text("path", of.path);
+        entry.boolean("refused", of.result == outcome::REFUSED);
+        entry.boolean("changes", of.result == outcome::SIGNED);
+        entry.text("signature_type", type_name(of.after));
+        entry.number("rollback", of.after.rollback);
+        entry.text("old_signature_type", type_name(of.before));
+        entry.number("old_rollback", of.before.rollback);
     }
-    std::printf("\n");
 }
 
 void print(const ttdsign_settings &with, const std::deque<job> &jobs) {
@@ -173,13 +169,10 @@ int write_message(std::span<const std::uint8_t> bytes, const char *path) {
 // ---- join
 
 int read_signature(const char *path, ttd_superblock &superblock) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path, "rbe"), std::fclose);
-    if (!file)
-        return refuse(path, errno);
     std::uint8_t bytes[TTD_MAX_SIGNATURE + 1];
-    const std::size_t size = std::fread(bytes, 1, sizeof bytes, file.get());
-    if (std::ferror(file.get()) != 0)
-        return refuse(path, errno);
+    std::size_t size = 0;
+    if (const int err = mktfs_read_file(path, bytes, &size); err != 0)
+        return refuse(path, err);
     if (size == 0 || size > TTD_MAX_SIGNATURE)
         return refuse(path, EINVAL, "a signature has 1 to 3832 bytes");
     std::memset(superblock.sig, 0, sizeof superblock.sig);

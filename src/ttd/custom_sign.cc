@@ -1,6 +1,5 @@
 #include "ttd/custom_sign.h"
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,56 +10,17 @@
 #include <cstring>
 #include <span>
 
-#include "base/cleanup.h"
 #include "base/hex.h"
 #include "base/host.h"
 #include "base/log.h"
 #include "base/progress.h"
+#include "base/temporary_file.h"
 #include "io/io.h"
 #include "ttd/signature.h"
 
 namespace {
 
-constexpr std::size_t PATH_SIZE = 4096;
 constexpr std::size_t COMMAND_SIZE = 4096;
-
-// A file of the run that is gone when this object is.
-class temporary_file {
-public:
-    temporary_file() = default;
-    temporary_file(const temporary_file &) = delete;
-    temporary_file &operator=(const temporary_file &) = delete;
-    ~temporary_file() {
-        if (descriptor_ < 0)
-            return;
-        close(descriptor_);
-        unlink(path_);
-        mktfs_cleanup_forget(slot_);
-    }
-
-    // False when the name does not fit.
-    [[nodiscard]] bool name(const char *folder, const char *pattern) {
-        const int length = std::snprintf(path_, sizeof path_, "%s/%s", folder, pattern);
-        return length >= 0 && static_cast<std::size_t>(length) < sizeof path_;
-    }
-    // 0 or the error number.
-    [[nodiscard]] int create() {
-        const mktfs_signal_guard no_signal_between;
-        errno = 0;
-        descriptor_ = mkostemp(path_, O_CLOEXEC);
-        if (descriptor_ < 0)
-            return errno != 0 ? errno : EIO;
-        slot_ = mktfs_cleanup_add(path_, descriptor_);
-        return 0;
-    }
-    [[nodiscard]] const char *path() const { return path_; }
-    [[nodiscard]] int descriptor() const { return descriptor_; }
-
-private:
-    char path_[PATH_SIZE] = "";
-    int descriptor_ = -1;
-    int slot_ = -1;
-};
 
 // The paths go into a shell command unquoted, since the user may quote the tokens;
 // blanks are the user's business, characters that would run something are not.
@@ -116,9 +76,9 @@ public:
 
 private:
     [[nodiscard]] int name_files() {
-        if (!hash_file_.name(mktfs_tmpdir(), "ttd_hash-XXXXXX"))
+        if (!hash_file_.name(mktfs_tmpdir(), "/ttd_hash-XXXXXX"))
             return MKTFS_FAIL(EINVAL, "ttd: hash filename too long\n");
-        if (!signature_file_.name(mktfs_tmpdir(), "ttd_sig-XXXXXX"))
+        if (!signature_file_.name(mktfs_tmpdir(), "/ttd_sig-XXXXXX"))
             return MKTFS_FAIL(EINVAL, "ttd: sig filename too long\n");
         if (!is_safe_for_shell(mktfs_tmpdir()))
             return MKTFS_FAIL(EINVAL,
@@ -212,8 +172,8 @@ private:
     ttd_superblock &superblock_;
     std::uint8_t digest_[TTD_SIGNED_DIGEST_SIZE] = {};
     std::span<const std::uint8_t> message_;  // what the command signs
-    temporary_file hash_file_;
-    temporary_file signature_file_;  // removed before the hash file
+    mktfs_temporary_file hash_file_;
+    mktfs_temporary_file signature_file_;  // removed before the hash file
     char command_[COMMAND_SIZE] = "";
 };
 

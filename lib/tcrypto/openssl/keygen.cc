@@ -246,19 +246,9 @@ int symmetric_generate(void *, std::size_t bits, tcrypto_key_record *out) {
 
 // ---- Descriptors
 
-// No generator keeps a state between its operations.
-int create_nothing(const tcrypto_algorithm *, void **state) {
-    *state = nullptr;
-    return TCRYPTO_OK;
-}
-
-void destroy_nothing(void *) {}
-
 consteval tcrypto_algorithm keygen_row(std::string_view name, const tcrypto_keygen_ops &operations) {
-    tcrypto_algorithm algorithm = ossl_descriptor(TCRYPTO_KEYGEN, name);
+    tcrypto_algorithm algorithm = ossl_stateless_descriptor(TCRYPTO_KEYGEN, name);
     algorithm.keygen = operations;
-    algorithm.ctx_create = create_nothing;
-    algorithm.ctx_destroy = destroy_nothing;
     return algorithm;
 }
 

@@ -36,8 +36,5 @@ using bio_ptr = th_handle<BIO, BIO_free_all>;
 // Forgets queued errors of a call whose failure is an ordinary answer.
 void ossl_clear_errors();
 
-// The version text of the linked library.
-[[nodiscard]] const char *ossl_version();
-
 // Registers the descriptors in order; stops at the first error and returns it.
 [[nodiscard]] int ossl_register_all(std::span<const tcrypto_algorithm> algorithms);
