@@ -1,5 +1,5 @@
 #include "tcrypto/context.h"
-#include "tcrypto/plugin.h"
+#include "tcrypto/registry.h"
 
 namespace {
 

@@ -1,7 +1,6 @@
 #include "tcrypto/plugin.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 #include <utility>
 

@@ -1,7 +1,6 @@
 #include "ttd/proven_path.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 #include "ttd/caches.h"

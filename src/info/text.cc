@@ -1,6 +1,5 @@
 #include "info/text.h"
 
-#include <algorithm>
 #include <cinttypes>
 
 #include "base/hex.h"

@@ -11,7 +11,6 @@
 #include "th/handle.h"
 #include "ttd/caches.h"
 #include "ttd/context.h"
-#include "ttd/engine_log.h"
 #include "ttd/hash.h"
 #include "ttd/image_superblock.h"
 #include "ttd/options.h"

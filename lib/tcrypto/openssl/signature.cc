@@ -2,7 +2,6 @@
 // first; EdDSA signs the message itself, in one step.
 #include <cstddef>
 #include <new>
-#include <span>
 #include <string_view>
 
 #include <openssl/rsa.h>
