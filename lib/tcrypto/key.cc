@@ -1,3 +1,5 @@
+#include "tcrypto/key.h"
+
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -204,6 +206,14 @@ int export_key_to_file(const tcrypto_key *key, const char *path, std::uint32_t t
 }
 
 }  // namespace
+
+int tcrypto_keygen_request(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out) {
+    return tcrypto_request_algorithm(TCRYPTO_KEYGEN, name, plugin, flags, out);
+}
+
+int tcrypto_keygen_supported(const char *name, const char *plugin, std::uint32_t flags) {
+    return tcrypto_request_algorithm(TCRYPTO_KEYGEN, name, plugin, flags, nullptr);
+}
 
 // ---- Loading
 

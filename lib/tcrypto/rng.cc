@@ -1,3 +1,5 @@
+#include "tcrypto/rng.h"
+
 #include "tcrypto/context.h"
 
 namespace {
@@ -8,6 +10,14 @@ int check(const tcrypto_ctx *ctx, std::uint32_t state) {
 }
 
 }  // namespace
+
+int tcrypto_rng_request(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out) {
+    return tcrypto_request_algorithm(TCRYPTO_RNG, name, plugin, flags, out);
+}
+
+int tcrypto_rng_supported(const char *name, const char *plugin, std::uint32_t flags) {
+    return tcrypto_request_algorithm(TCRYPTO_RNG, name, plugin, flags, nullptr);
+}
 
 int tcrypto_rng_instantiate(tcrypto_ctx *ctx, const void *personalisation, std::size_t length) {
     if (const int err = check<&tcrypto_rng_ops::instantiate>(ctx, TCRYPTO_STATE_ANY); err != TCRYPTO_OK)

@@ -1,3 +1,5 @@
+#include "tcrypto/signature.h"
+
 #include "tcrypto/context.h"
 
 namespace {
@@ -29,6 +31,14 @@ int conclude_verify(tcrypto_ctx *ctx, bool arguments_missing, int *result, Argum
 }
 
 }  // namespace
+
+int tcrypto_signature_request(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out) {
+    return tcrypto_request_algorithm(TCRYPTO_SIGNATURE, name, plugin, flags, out);
+}
+
+int tcrypto_signature_supported(const char *name, const char *plugin, std::uint32_t flags) {
+    return tcrypto_request_algorithm(TCRYPTO_SIGNATURE, name, plugin, flags, nullptr);
+}
 
 int tcrypto_signature_init(tcrypto_ctx *ctx, const tcrypto_key *key, const tcrypto_signature_params *params) {
     if (const int err = check<&tcrypto_signature_ops::init>(ctx, TCRYPTO_STATE_ANY); err != TCRYPTO_OK)

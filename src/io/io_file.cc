@@ -202,23 +202,32 @@ int append_hole(const file_state &state, off_t end) {
     return TEMP_FAILURE_RETRY(ftruncate(state.descriptor, end)) == 0 ? 0 : errno;
 }
 
+// What is appended: the first `length` bytes of a source, which lie at `bytes`.
+struct appended_bytes {
+    mktfs_io &source;
+    const std::uint8_t *bytes;
+    std::uint64_t length;
+    mktfs_io_moved moved;
+};
+
 // `written`: bytes that reached the file, also on failure.
-int append_pieces(const file_state &state, off_t start, mktfs_io &source, const std::uint8_t *bytes,
-                  std::uint64_t length, mktfs_io_moved moved, std::uint64_t &written) {
+int append_pieces(const file_state &state, off_t start, const appended_bytes &from, std::uint64_t &written) {
     const bool keeps_holes = is_regular(state);
+    const std::uint64_t length = from.length;
     std::uint64_t dropped = 0;
     for (written = 0; written < length;) {
-        const std::uint64_t hole = keeps_holes ? mktfs_io_hole(&source, written) : 0;
+        const std::uint64_t hole = keeps_holes ? mktfs_io_hole(&from.source, written) : 0;
         std::uint64_t done = std::min(hole, length - written);
-        const int err = done > 0 ? append_hole(state, start + static_cast<off_t>(written + done))
-                                 : write_piece(state, start + static_cast<off_t>(written), bytes + written,
-                                               std::min(MERGE_PIECE, length - written), done);
+        const int err = done > 0
+                            ? append_hole(state, start + static_cast<off_t>(written + done))
+                            : write_piece(state, start + static_cast<off_t>(written), from.bytes + written,
+                                          std::min(MERGE_PIECE, length - written), done);
         written += done;
-        moved(done);
+        from.moved(done);
         if (err != 0)
             return err;
         if (written - dropped >= DROP_WINDOW || written == length) {
-            mktfs_io_drop(&source, dropped, written - dropped);
+            mktfs_io_drop(&from.source, dropped, written - dropped);
             dropped = written;
         }
     }
@@ -236,7 +245,7 @@ int file_append(mktfs_io &io, mktfs_io &source, const std::uint8_t *bytes, std::
     if (length > MERGE_PIECE && !has_holes(source, length))
         (void)fallocate(state.descriptor, FALLOC_FL_KEEP_SIZE, start, static_cast<off_t>(length));
     std::uint64_t written = 0;
-    const int err = append_pieces(state, start, source, bytes, length, moved, written);
+    const int err = append_pieces(state, start, {source, bytes, length, moved}, written);
     // As after a write: the file offset stands behind the data.
     off_t position = 0;
     const int seek_error = seek(state, start + static_cast<off_t>(written), SEEK_SET, position);
