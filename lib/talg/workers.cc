@@ -23,14 +23,14 @@ struct worker_thread {
 struct talg_workers {
     th_mutex mutex;                                   // guards what is not atomic
     pthread_cond_t begin = PTHREAD_COND_INITIALIZER;  // a round begins, or the end
-    pthread_cond_t done = PTHREAD_COND_INITIALIZER;   // the last thread of a round is through
+    pthread_cond_t done = PTHREAD_COND_INITIALIZER;   // the last thread has finished the round
     std::uint64_t round = 0;
     bool ends = false;
     unsigned busy = 0;  // threads that have not finished the round
     talg_workers_job job = nullptr;
     void *arg = nullptr;
     std::size_t count = 0;
-    std::atomic<std::size_t> next = 0;  // the first index that nobody took
+    std::atomic<std::size_t> next = 0;  // the first index not yet taken
     unsigned threads = 0;
     worker_thread thread[TALG_MAX_WORKERS - 1];
 };

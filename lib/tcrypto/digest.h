@@ -21,7 +21,8 @@ struct tcrypto_ctx;
 // init, update and final in one call.
 [[nodiscard]] int tcrypto_digest(tcrypto_ctx *ctx, const void *data, std::size_t length, std::uint8_t *out,
                                  std::size_t *out_length);
-// A context of its own that goes on from here; *out is null on failure.
+// A second context, the caller's, that continues from the same point; *out is null on
+// failure.
 [[nodiscard]] int tcrypto_digest_copy(tcrypto_ctx *ctx, tcrypto_ctx **out);
 // Bytes that the digest produces; 0 for a context of another kind.
 [[nodiscard]] std::size_t tcrypto_digestsize(const tcrypto_ctx *ctx);

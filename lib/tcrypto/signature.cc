@@ -11,7 +11,7 @@ int check(const tcrypto_ctx *ctx, std::uint32_t state) {
                                    state);
 }
 
-// An operation after which only a new initialisation goes on, however it ends.
+// An operation after which, however it ends, only an initialisation may follow.
 template <auto Operation, class... Arguments>
 int conclude(tcrypto_ctx *ctx, bool arguments_missing, Arguments... arguments) {
     if (const int err = check<Operation>(ctx, TCRYPTO_STATE_INITIALISED); err != TCRYPTO_OK)

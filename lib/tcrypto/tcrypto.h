@@ -42,16 +42,16 @@ enum tcrypto_kind : std::uint32_t {
 // TCRYPTO_E_UNSUPPORTED.  TCRYPTO_E_INIT when the init mutex fails.  On failure
 // the count is unchanged.
 [[nodiscard]] int tcrypto_init(std::uint32_t flags, const char *plugin);
-// Drops a reference; the last one removes every plugin and frees contexts that
-// are still alive, which must not be used or released any more.
+// Drops a reference; the last one removes every plugin and frees contexts that are still
+// alive, which must no longer be used or released.
 int tcrypto_uninit();
 
 // Plugins.  Tags: a comma-separated list; "*" serves every tag, another token with
 // a '*' is TCRYPTO_E_CONFIG.  A name that exists already gets the tags added, is
 // handed back in `out` and answers TCRYPTO_E_EXISTS.
 [[nodiscard]] int tcrypto_add_plugin(const char *name, const char *tags, tcrypto_plugin **out);
-// By exact name, else the first that serves `tag` (may be null);
-// TCRYPTO_E_NO_ENTRY with a null *out when there is none.
+// By exact name, else the first that serves `tag` (may be null); TCRYPTO_E_NO_ENTRY, with a
+// null *out, when there is none.
 [[nodiscard]] int tcrypto_find_plugin(const char *name, const char *tag, tcrypto_plugin **out);
 // Starts the plugin's provider.  TCRYPTO_E_PLUGIN_LOADED: bound already;
 // TCRYPTO_E_PLUGIN_LOAD: no provider is linked in for it; TCRYPTO_E_INCOMPATIBLE:

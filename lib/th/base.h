@@ -1,5 +1,5 @@
-// Conversion between bytes and their hexadecimal digits.  The complete interface of
-// the codec; the logger encodes with it.
+// Conversion between bytes and their hexadecimal digits.  Complete interface of the codec;
+// mktfs encodes with it, and decodes salts.
 #pragma once
 
 #include <cstddef>

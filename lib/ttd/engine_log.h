@@ -1,5 +1,5 @@
-// The engine's log: one replaceable function with a level.  The engine is used
-// by programs other than the tool, so it knows no other way out.
+// The engine's log: one replaceable function with a level.  The engine is used by programs
+// other than the tool, so it writes nothing itself.
 #pragma once
 
 #include <cstddef>

@@ -29,7 +29,7 @@ std::size_t run_length(const std::uint8_t *data, std::size_t length, std::size_t
     return end - first;
 }
 
-// What a failing step is called in the log, in the order of tcrypto_digest_step.
+// How a failing step is named in the log, in the order of tcrypto_digest_step.
 struct step_texts {
     const char *operation;
     const char *outcome;

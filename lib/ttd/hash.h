@@ -1,5 +1,5 @@
-// Hashing for builder and verifier: which digest the superblock names, a digest
-// context for every thread, and digest(salt || block).
+// Hashing for builder and verifier: which digest the superblock names, a digest context for
+// each thread, and digest(salt || block).
 #pragma once
 
 #include <cstddef>
@@ -33,7 +33,7 @@ void ttd_hash_done(tcrypto_ctx *digest);
 // Blocks that lie one after the other.
 using ttd_block_run = tcrypto_block_run;
 
-// The first block of a run that could not be hashed.
+// Where hashing a run of blocks stopped.
 struct ttd_hash_failure {
     std::size_t block = 0;  // index in the run; the hashes before it are there
     tcrypto_digest_step step = TCRYPTO_STEP_INIT;

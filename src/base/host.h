@@ -44,9 +44,9 @@ int mktfs_unlink_cb(const char *path, const struct stat *status, int kind, struc
 // process.
 [[nodiscard]] const char *mktfs_tmpdir();
 
-// The next two tell what may not be overwritten or removed, so a path that cannot be
-// looked at is an error; only one that leads to nothing, or to nothing that this
-// process may reach, is not the same and not inside.  Do not log.
+// The next two protect what may not be overwritten or removed, so a path that cannot be
+// examined is an error; only a path that leads to nothing, or to nothing that this process
+// may reach, is not the same and not inside.  Do not log.
 
 // Whether both paths lead to the same existing file or folder, through whatever links
 // and spellings.  Returns 0 or the error number (`same` is then false).
@@ -56,7 +56,7 @@ int mktfs_unlink_cb(const char *path, const struct stat *status, int kind, struc
 // must exist).  Returns 0 or the error number (`inside` is then false).
 [[nodiscard]] int mktfs_path_is_inside(const char *path, const char *folder, bool *inside);
 
-// Claims a regular file for this descriptor until it is closed, as far as the file
-// system has locks; other kinds of files are for everybody.  0, or EAGAIN when another
-// descriptor has it or `path` does not lead to it any more.  Does not log.
+// Claims a regular file for this descriptor until it is closed, where the file system has
+// locks; files of other kinds are not claimed.  0, or EAGAIN when another descriptor has it
+// or `path` no longer leads to it.  Does not log.
 [[nodiscard]] int mktfs_claim_file(const char *path, int descriptor);

@@ -9,10 +9,10 @@
 
 #include "base/hex.h"
 
-// An object or array; its brackets are written where it lives and dies.
+// An object or array: it writes its brackets when it is made and when it goes.
 class mktfs_json {
 public:
-    // A whole text, which is an object; ends the line when it dies.
+    // The whole text, which is an object and a line end.
     explicit mktfs_json(std::FILE *out) : mktfs_json(out, '{', '}', 0) {}
     mktfs_json(const mktfs_json &) = delete;
     mktfs_json &operator=(const mktfs_json &) = delete;

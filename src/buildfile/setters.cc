@@ -13,8 +13,8 @@
 
 namespace {
 
-// Owns every list that was given to an inode: the tree only borrows them, and an
-// inode may be dropped or merged into another one without notice.
+// Owns every list that was given to an inode: the tree only borrows them, and an inode may
+// be dropped or merged into another one at any time.
 class acl_pool {
 public:
     ~acl_pool() { clear(); }

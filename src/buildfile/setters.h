@@ -1,6 +1,5 @@
-// What the build-file grammar calls for every object besides placing it: make it
-// and set its attributes from their texts.  Bad values are parse errors.  A null
-// inode is ignored.
+// What the build-file grammar calls for every object, besides placing it: makes it and sets
+// its attributes from their texts.  Bad values are parse errors.  A null inode is ignored.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +14,6 @@ void mktfs_backend_inode_setacl(mktfs_inode *inode, const char *text);
 void mktfs_backend_inode_setmtime(mktfs_inode *inode, const char *text);
 void mktfs_backend_inode_setcontent(mktfs_inode *inode, const char *text);
 
-// Frees every access control list that was set so far.  Nodes only borrow theirs,
-// so the tree must be gone or not look at them again.  Also done at exit.
+// Frees every access control list that was set so far.  Nodes only borrow theirs, so the
+// tree must be gone or must not use them again.  Also done at exit.
 void mktfs_backend_acls_free();

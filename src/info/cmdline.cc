@@ -154,7 +154,7 @@ constexpr mktfs_long_option<settings> options[] = {
 constexpr unsigned PLAN_OPTIONS = OPTION_PLAN | OPTION_BLOCK | OPTION_DIGEST;
 constexpr unsigned KEY_OPTIONS = OPTION_KEY | OPTION_WITHOUT_SIGNATURE_CHECK;
 
-// One of three things is asked for, each with its options.
+// Each of the three things that can be asked for takes options of its own.
 int check_options(const settings &with) {
     const auto takes_only = [&with](unsigned allowed) { return (with.given & ~allowed) == 0; };
     if ((with.given & OPTION_PLAN) != 0) {
@@ -199,7 +199,7 @@ int out_of_memory() {
 
 // ---- A superblock
 
-// A root hash that something is wrong with is not handed to a script.
+// The root hash of a refused image is not printed: a script might use it.
 void print_report(const ttdinfo_report &report, output_kind kind, std::FILE *out) {
     if (kind == output_kind::JSON)
         return ttdinfo_print_json(report, out);
@@ -242,7 +242,7 @@ int show_image(const settings &with) {
 
 // ---- --verify
 
-// Writes what there is to say about an image as soon as it is known, but JSON at the end.
+// Prints the result for each image as soon as it is known, JSON at the end.
 int prove_image(const settings &with, const ttdinfo_keys &keys, const char *path, mktfs_json *images) {
     const std::unique_ptr<ttdinfo_proof> proof(new (std::nothrow) ttdinfo_proof);
     ttdinfo_output output;
@@ -264,7 +264,7 @@ int prove_image(const settings &with, const ttdinfo_keys &keys, const char *path
     return proof->status != 0 ? proof->status : err;
 }
 
-// All images are looked at; the first failure counts.
+// Every image is checked; the first failure is the result.
 int prove_images(const settings &with, const ttdinfo_keys &keys, mktfs_json *images) {
     int result = 0;
     for (const char *path : with.images)
@@ -288,7 +288,7 @@ int prove_to_json(const settings &with, const ttdinfo_keys &keys) {
     return result != 0 ? result : err;
 }
 
-// What the engine says is in the result already.
+// The result already says what the engine complains about.
 [[gnu::format(printf, 2, 3)]] int keep_silent(int /*level*/, const char * /*format*/, ...) {
     return 0;
 }
@@ -303,7 +303,7 @@ int verify(const settings &with) {
 
 int run_verify(const settings &with) {
     mktfs_cleanup_install();
-    // Keys are tried as one kind after the other, which the library would complain of.
+    // Each key is tried as every kind in turn, and the library would log each failure.
     (void)th_log_update_config("tc_openssl:stderr=none");
     if (const int err = tcrypto_init(0, nullptr); err != TCRYPTO_OK) {
         std::fprintf(stderr, "ttdinfo: failed to initialize crypto library (%s)\n", tcrypto_strerror(err));

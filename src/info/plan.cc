@@ -58,8 +58,8 @@ void fill_partition(ttdinfo_plan &plan) {
     plan.fits = plan.size <= plan.max_partition_size;
 }
 
-// A read never crosses the border of a hash block: that has room for a power of two of
-// hashes, 8 or more.
+// Hashes of 32 or 64 bytes fill a hash block with a power of two of them, 8 or more, so
+// that a read needs one hash block of each level.
 void fill_read_cost(ttdinfo_plan &plan) {
     plan.read_data_blocks = std::min(std::max(1U, READ_SIZE / plan.block_size), plan.info.raw_blocks);
     plan.read_hash_blocks = plan.info.levels;

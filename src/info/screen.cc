@@ -52,7 +52,7 @@ public:
                add('S', "superblock", report.file_size - TTD_SUPERBLOCK_SIZE, TTD_SUPERBLOCK_SIZE);
     }
 
-    // Shares the columns out: each area gets one, the largest gives what that costs.
+    // Distributes the columns: each area gets at least one, at the expense of the largest.
     void scale(unsigned columns) {
         unsigned used = 0;
         for (area &of : areas()) {
@@ -68,7 +68,7 @@ public:
     [[nodiscard]] std::uint64_t end() const { return end_; }  // bytes
 
 private:
-    // What lies between the areas is free.
+    // Gaps between the areas are shown as free.
     [[nodiscard]] bool add(char sign, const char *name, std::uint64_t offset, std::uint64_t length) {
         if (offset < end_)
             return false;

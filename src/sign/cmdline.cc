@@ -181,7 +181,7 @@ int run(const command &what, const ttdsign_settings &with) {
     return err;
 }
 
-// The status, unless all went well but standard output was not written.
+// The status, or the error of standard output when everything else went well.
 int finish(int status) {
     const int err = mktfs_log_flush();
     if (status != 0 || err == 0)

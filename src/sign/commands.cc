@@ -22,7 +22,7 @@ enum class outcome {
     SIGNED,
 };
 
-// An image on its way from one superblock to the next.
+// An image with its old and its new superblock.
 struct job {
     const char *path = nullptr;
     ttd_image_file image;
@@ -61,7 +61,7 @@ int open_image(const char *path, bool writable, ttd_image_file &image) {
         return refuse(path, err, "no regular file or block device of at least 4096 bytes");
     if (err != 0)
         return refuse(path, err);
-    // Nobody else writes the image as long as it is open here.
+    // No other run writes the image while it is open here.
     if (writable && mktfs_claim_file(path, image.descriptor()) != 0)
         return refuse(path, EAGAIN, "another program is writing it");
     return 0;
@@ -139,7 +139,7 @@ int replace(const ttdsign_settings &with, job &of) {
                                     : std::strerror(err));
 }
 
-// What was changed before an error is reported all the same.
+// Changes made before an error are still reported.
 int replace_all(const ttdsign_settings &with, std::deque<job> &jobs) {
     int result = 0;
     for (job &of : jobs) {
@@ -197,7 +197,7 @@ public:
             return err;
         return ttd_public_key_of(signing_, &proving_);
     }
-    // Whether the old key signed the superblock; true where that is not asked.
+    // Whether the old key signed the superblock; true if that is not to be checked.
     [[nodiscard]] bool old_signature_holds(const ttd_superblock &superblock) {
         if (with_.unchecked)
             return true;
@@ -244,7 +244,7 @@ int sign_job(const ttdsign_settings &with, key_ring &keys, job &of) {
     return 0;
 }
 
-// Every refusal is reported; the first one counts.
+// Every refusal is reported; the first one is the result.
 int sign_all(const ttdsign_settings &with, key_ring &keys, std::deque<job> &jobs) {
     int result = 0;
     for (const char *path : with.images) {

@@ -18,8 +18,8 @@
 
 namespace {
 
-// A write is cut short by the end of the process only between two of these, the
-// smallest pages there are.
+// When a process ends, a write is cut short only at a multiple of this, the smallest page
+// size.
 constexpr std::uint64_t PAGE = 4096;
 
 // The bytes of a superblock that differ: from `begin` to before `end`.

@@ -67,7 +67,7 @@ public:
         return read_signature();
     }
 
-    // The first steps without anything to show for them.
+    // Tries the first steps; leaves nothing behind.
     [[nodiscard]] int check() {
         if (const int err = name_files(); err != 0)
             return err;

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::uint64_t LET_GO_SIZE = 1024 * 1024;  // bytes, at once
+constexpr std::uint64_t LET_GO_SIZE = 1024 * 1024;  // bytes, released together
 
 bool same_time(const timespec &a, const timespec &b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
@@ -35,7 +35,7 @@ int ttd_input_image::open(const char *path) {
     return 0;
 }
 
-// The descriptor's own offset is of no use to anybody, so threads may move it.
+// Nothing else uses the descriptor's offset, so threads may move it.
 std::uint64_t ttd_input_image::seek(std::uint64_t offset, int whence) const {
     const off_t found = lseek(file_.descriptor(), static_cast<off_t>(offset), whence);
     if (found >= 0)
@@ -68,7 +68,7 @@ void ttd_input_image::map() {
     madvise(mapping_, size(), MADV_SEQUENTIAL);
 }
 
-// Pages are fetched in one call, which tells of an error where a fault would end the
+// Fetches the pages in one call, which returns an error where a page fault would end the
 // process.
 const std::uint8_t *ttd_input_image::in_place(std::uint64_t offset, std::uint64_t length) const {
     if (!mapping_ || offset >= size() || length > size() - offset)
