@@ -3,9 +3,9 @@
 //
 // An operation that a provider leaves null makes the library answer TCRYPTO_E_NO_FUNCTION
 // (-402).  Operations get the private state that their descriptor's ctx_create made, and
-// return TCRYPTO_OK or a negative code, TCRYPTO_E_INTERNAL where nothing else is said.  The
-// library has already checked kind, presence and context state, and refused null data of a
-// nonzero length.  Data is borrowed for the call; lengths are in bytes.
+// return TCRYPTO_OK or a negative code: TCRYPTO_E_MEMORY, TCRYPTO_E_INTERNAL, or what their
+// comment names.  The library has already checked kind, presence and context state, and
+// refused null data of a nonzero length.  Data is borrowed for the call; lengths are bytes.
 #pragma once
 
 #include <cstddef>

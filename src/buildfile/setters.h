@@ -6,6 +6,8 @@
 
 struct mktfs_inode;
 
+// A node of the type with the image's defaults, owned by the caller.  Null, after a fatal
+// message, when memory is out.
 [[nodiscard]] mktfs_inode *mktfs_backend_inode_new(std::int32_t type);
 void mktfs_backend_inode_setuid(mktfs_inode *inode, const char *text);
 void mktfs_backend_inode_setgid(mktfs_inode *inode, const char *text);

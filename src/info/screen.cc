@@ -135,7 +135,7 @@ void ttdinfo_draw_damage(const ttdinfo_proof &proof, std::FILE *out) {
     if (map.empty() || places.empty())
         return;
     std::fprintf(out, "  [%.*s]\n", static_cast<int>(map.size()), map.data());
-    std::fprintf(out, "  # damaged, - unproven; %s a column\n",
+    std::fprintf(out, "  # damaged, - unproven; %s per column\n",
                  size_text(proof.report.file_size / map.size()).text);
     for (const ttdinfo_range &range : places.first(std::min(places.size(), MAX_PLACES)))
         print_place(range, out);

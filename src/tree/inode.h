@@ -45,8 +45,8 @@ int mktfs_inode_full_path(const mktfs_inode *inode, char *buffer, std::size_t le
 // Frees the subtree below the node and the node's strings, not the record.  Null is
 // ignored.
 void mktfs_inode_free(mktfs_inode *inode);
-void mktfs_filesystem_free(mktfs_filesystem *fs);
-void mktfs_inode_init(mktfs_inode *inode);  // empties the child list
+void mktfs_filesystem_free(mktfs_filesystem *fs);  // the same for the root; null is ignored
+void mktfs_inode_init(mktfs_inode *inode);         // empties the child list
 
 // The next inode number of the process, from 1 on, and how many were given out.
 std::uint32_t mktfs_inode_next_ino();
