@@ -13,8 +13,8 @@ from pathlib import Path
 ONLY_IN = {"openssl/": "lib/tcrypto/openssl"}
 # Headers without a source of their name: records and interfaces of tables, which declare no function
 # or are implemented by every user of the table.
-UNPAIRED = re.compile(r"_record\.h$|^lib/tcrypto/(tcrypto|provider)\.h$"
-                      r"|^lib/tcrypto/(kernels/rows|openssl/families)\.h$|/(scanner_state|parser_actions)\.h$")
+UNPAIRED = re.compile(r"_record\.h$|^lib/tcrypto/(provider|kernels/rows|openssl/families)\.h$"
+                      r"|/(scanner_state|parser_actions)\.h$")
 
 LIBRARY = re.compile(r"^mktfs_library\(\s*(\w+)(.*?)\)\s*$", re.M | re.S)
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.M)

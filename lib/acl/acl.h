@@ -1,5 +1,5 @@
-// Access control lists: a growable list of entries and its external form.  The complete
-// interface of such lists; mktfs itself only parses them (acl/short_text.h) and keeps them.
+// Access control lists: a growable list of entries and its external form.  Complete
+// interface of such lists; mktfs only parses them (acl/short_text.h) and keeps them.
 //
 // A list is one allocation, owned by its holder and freed with tvo_acl_free.
 // Functions that may add an entry take its address, since the list may move; all
@@ -68,7 +68,8 @@ using tvo_acl_ptr = th_handle<tvo_acl, tvo_acl_free>;
 // Removes an entry and sets the cursor back to the start.  EINVAL when it is not
 // in the list.
 [[nodiscard]] int tvo_acl_delete_entry(tvo_acl *acl, tvo_acl_entry *entry);
-// 1 and the entry, or 0 at the end.  EINVAL for an unknown `which`.
+// The first or the next entry: 1 and the entry, borrowed, or 0 at the end.  EINVAL for an
+// unknown `which`.
 [[nodiscard]] int tvo_acl_get_entry(tvo_acl *acl, int which, tvo_acl_entry **entry);
 [[nodiscard]] int tvo_acl_copy_entry(tvo_acl_entry *to, const tvo_acl_entry *from);
 

@@ -5,7 +5,6 @@
 #include <endian.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <span>
 
 #include "acl/acl.h"

@@ -26,8 +26,7 @@ constexpr permission_letter PERMISSION_LETTERS[] = {
 };
 
 // Reads one entry after the other: tag ":" [id] ":" permissions, separated by ",".  Each
-// step returns null or the text that says
-// why the entry is refused.
+// step returns null, or the text that says why the entry is refused.
 class short_text {
 public:
     explicit short_text(const char *text) : at_(text) {}

@@ -1,4 +1,5 @@
-// A bitmap of fixed size.
+// A bitmap of fixed size.  Complete interface of such bitmaps; mktfs uses create, set,
+// unset, isset, capacity and destroy.
 //
 // Threads: set, unset and toggle are atomic on their 64-bit word, and isset is
 // an atomic load, so bits may be changed and read from several threads at once.

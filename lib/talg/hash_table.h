@@ -1,4 +1,5 @@
-// A chained hash table of nodes that are embedded in the caller's records.
+// A chained hash table of nodes that are embedded in the caller's records.  Complete
+// interface of such tables; mktfs uses all but foreach, through the LRU cache.
 //
 // The table owns its bucket array only.  A record belongs to its caller until
 // it is set; from then on the destroy function decides what becomes of it.
@@ -33,8 +34,8 @@ using talg_destroy_function = void (*)(talg_hash_node *node, void *argument);
 // A nonzero result ends the walk.
 using talg_visit_function = int (*)(talg_hash_node *node, void *argument);
 
-// Makes an empty table of 2^(order mod 32) buckets, so that order 32 gives a
-// single one.  `destroy` may be null: nodes are then just let go.
+// Makes an empty table of 2^(order mod 32) buckets, so that order 32 gives a single one.
+// `destroy` may be null: nodes are then only unlinked.
 // EINVAL: `out`, `hash` or `compare` is null, or order is above 32; ENOMEM; the
 // mutex's error.  `*out` is set on success only.
 [[nodiscard]] int talg_hash_table_create(talg_hash_table **out, talg_hash_function hash,

@@ -1,5 +1,6 @@
-// A bounded cache that lets go of its least recently used entry when it is
-// full.  Entries are embedded in the caller's records.
+// A bounded cache that drops its least recently used entry when it is full.  Entries are
+// embedded in the caller's records.  Complete interface of such caches; mktfs uses all but
+// foreach.
 //
 // The caller owns a record until it is set; from then on the cache hands it to
 // the destroy function: when it is evicted or replaced, or with the cache.

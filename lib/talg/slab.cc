@@ -231,7 +231,7 @@ int talg_slab_iterate(const talg_list *list, talg_slab_function function) {
 
 void talg_slab_print(talg_slab *slab) {
     const th_lock lock(slab->mutex.get());
-    std::printf("slab allocator %p: %zu elements of %zu bytes a slab of %zu bytes, unit %zu bytes\n",
+    std::printf("slab allocator %p: %zu elements of %zu bytes per slab of %zu bytes, unit %zu bytes\n",
                 static_cast<void *>(slab), slab->elements, slab->element_size, slab->slab_size, slab->unit);
     print_list("empty", slab->lists.empty);
     print_list("partly used", slab->lists.partial);

@@ -1,4 +1,5 @@
-// An allocator of equally sized objects ("elements").
+// An allocator of equally sized objects ("elements").  Complete interface of the allocator;
+// mktfs uses create, alloc, free and destroy.
 //
 // Elements live in slabs: power-of-two-sized and equally aligned pieces of
 // memory, each a 48-byte header followed by at most 63 elements, so that the

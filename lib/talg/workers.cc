@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <new>
 
+#include "th/lock.h"
+
 namespace {
 
 struct worker_thread {
@@ -19,32 +21,21 @@ struct worker_thread {
 }  // namespace
 
 struct talg_workers {
-    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;  // guards what is not atomic
-    pthread_cond_t begin = PTHREAD_COND_INITIALIZER;    // a round begins, or the end
-    pthread_cond_t done = PTHREAD_COND_INITIALIZER;     // the last thread of a round is through
+    th_mutex mutex;                                   // guards what is not atomic
+    pthread_cond_t begin = PTHREAD_COND_INITIALIZER;  // a round begins, or the end
+    pthread_cond_t done = PTHREAD_COND_INITIALIZER;   // the last thread has finished the round
     std::uint64_t round = 0;
     bool ends = false;
     unsigned busy = 0;  // threads that have not finished the round
     talg_workers_job job = nullptr;
     void *arg = nullptr;
     std::size_t count = 0;
-    std::atomic<std::size_t> next = 0;  // the first index that nobody took
+    std::atomic<std::size_t> next = 0;  // the first index not yet taken
     unsigned threads = 0;
     worker_thread thread[TALG_MAX_WORKERS - 1];
 };
 
 namespace {
-
-class lock_guard {
-public:
-    explicit lock_guard(talg_workers &pool) : pool_(pool) { pthread_mutex_lock(&pool_.mutex); }
-    ~lock_guard() { pthread_mutex_unlock(&pool_.mutex); }
-    lock_guard(const lock_guard &) = delete;
-    lock_guard &operator=(const lock_guard &) = delete;
-
-private:
-    talg_workers &pool_;
-};
 
 void take_pieces(talg_workers &pool, unsigned worker) {
     for (std::size_t index = pool.next++; index < pool.count; index = pool.next++)
@@ -53,15 +44,15 @@ void take_pieces(talg_workers &pool, unsigned worker) {
 
 // Waits for a round after `seen`; false at the end.
 bool await_round(talg_workers &pool, std::uint64_t &seen) {
-    const lock_guard lock(pool);
+    const th_lock lock(pool.mutex);
     while (pool.round == seen && !pool.ends)
-        pthread_cond_wait(&pool.begin, &pool.mutex);
+        pthread_cond_wait(&pool.begin, &pool.mutex.handle);
     seen = pool.round;
     return !pool.ends;
 }
 
 void leave_round(talg_workers &pool) {
-    const lock_guard lock(pool);
+    const th_lock lock(pool.mutex);
     if (--pool.busy == 0)
         pthread_cond_signal(&pool.done);
 }
@@ -115,7 +106,7 @@ void talg_workers_destroy(talg_workers *workers) {
     if (!workers)
         return;
     {
-        const lock_guard lock(*workers);
+        const th_lock lock(workers->mutex);
         workers->ends = true;
         pthread_cond_broadcast(&workers->begin);
     }
@@ -123,7 +114,7 @@ void talg_workers_destroy(talg_workers *workers) {
         pthread_join(workers->thread[i].handle, nullptr);
     pthread_cond_destroy(&workers->begin);
     pthread_cond_destroy(&workers->done);
-    pthread_mutex_destroy(&workers->mutex);
+    pthread_mutex_destroy(&workers->mutex.handle);
     delete workers;
 }
 
@@ -134,7 +125,7 @@ void talg_workers_run(talg_workers *workers, talg_workers_job job, void *arg, st
         return;
     }
     {
-        const lock_guard lock(*workers);
+        const th_lock lock(workers->mutex);
         workers->job = job;
         workers->arg = arg;
         workers->count = count;
@@ -144,7 +135,7 @@ void talg_workers_run(talg_workers *workers, talg_workers_job job, void *arg, st
         pthread_cond_broadcast(&workers->begin);
     }
     take_pieces(*workers, 0);
-    const lock_guard lock(*workers);
+    const th_lock lock(workers->mutex);
     while (workers->busy > 0)
-        pthread_cond_wait(&workers->done, &workers->mutex);
+        pthread_cond_wait(&workers->done, &workers->mutex.handle);
 }

@@ -1,6 +1,5 @@
-// A pool of threads for work that falls into independent pieces of about equal
-// size.  The thread that made the pool is one of the workers, so a pool of one
-// has no thread of its own.
+// A pool of threads for work that falls into independent pieces of about equal size.  The
+// thread that made the pool is one of the workers, so a pool of one starts no thread.
 //
 // Threads: a pool serves one caller at a time.
 #pragma once
@@ -16,12 +15,12 @@ inline constexpr unsigned TALG_MAX_WORKERS = 64;
 using talg_workers_job = void (*)(void *arg, std::size_t index, unsigned worker);
 
 // Makes a pool of `count` workers, at most TALG_MAX_WORKERS.  A thread that cannot be
-// started is no failure, the pool is then smaller.  Null below 2 and when memory is out; a null
-// pool works like one of one worker.
+// started is no failure: the pool is then smaller.  Null for a count below 2 and when
+// memory is out; a null pool works like one of one worker.
 //
 // The threads block every signal but those that a thread's own step raises in it (a fault,
-// or a write beyond the limit of a file's size): where those are blocked, the process ends
-// without its handlers, or does not end.
+// or a write beyond the limit of a file's size): if those were blocked, the process would
+// end without its handlers, or not end.
 [[nodiscard]] talg_workers *talg_workers_create(unsigned count);
 
 // Ends and joins the threads.  Null is allowed.

@@ -146,38 +146,6 @@ const char *tcrypto_plugin_name(const tcrypto_ctx *ctx) {
     return ctx && ctx->plugin ? ctx->plugin->name.get() : nullptr;
 }
 
-int tcrypto_digest_request(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out) {
-    return tcrypto_request_algorithm(TCRYPTO_DIGEST, name, plugin, flags, out);
-}
-
-int tcrypto_digest_supported(const char *name, const char *plugin, std::uint32_t flags) {
-    return tcrypto_request_algorithm(TCRYPTO_DIGEST, name, plugin, flags, nullptr);
-}
-
-int tcrypto_rng_request(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out) {
-    return tcrypto_request_algorithm(TCRYPTO_RNG, name, plugin, flags, out);
-}
-
-int tcrypto_rng_supported(const char *name, const char *plugin, std::uint32_t flags) {
-    return tcrypto_request_algorithm(TCRYPTO_RNG, name, plugin, flags, nullptr);
-}
-
-int tcrypto_keygen_request(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out) {
-    return tcrypto_request_algorithm(TCRYPTO_KEYGEN, name, plugin, flags, out);
-}
-
-int tcrypto_keygen_supported(const char *name, const char *plugin, std::uint32_t flags) {
-    return tcrypto_request_algorithm(TCRYPTO_KEYGEN, name, plugin, flags, nullptr);
-}
-
-int tcrypto_signature_request(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out) {
-    return tcrypto_request_algorithm(TCRYPTO_SIGNATURE, name, plugin, flags, out);
-}
-
-int tcrypto_signature_supported(const char *name, const char *plugin, std::uint32_t flags) {
-    return tcrypto_request_algorithm(TCRYPTO_SIGNATURE, name, plugin, flags, nullptr);
-}
-
 int tcrypto_cipher_request(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out) {
     return tcrypto_request_algorithm(TCRYPTO_CIPHER, name, plugin, flags, out);
 }

@@ -4,6 +4,7 @@
 // in its provider's list of live contexts are shared, under the plugin mutex.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -35,6 +36,11 @@ static_assert(std::is_trivially_destructible_v<tcrypto_ctx>);  // wiped whole be
 // is in another state than `state` (TCRYPTO_STATE_ANY accepts all).
 [[nodiscard]] int tcrypto_check_algorithm(const tcrypto_ctx *ctx, std::uint32_t kind, bool has_operation,
                                           std::uint32_t state);
+
+// Whether an operation lacks bytes that its caller speaks of.
+[[nodiscard]] inline bool tcrypto_is_missing(const void *bytes, std::size_t length) {
+    return !bytes && length != 0;
+}
 
 // Destroys the private state and runs the clean-up hook, once; the record stays.
 void tcrypto_destroy_private_state(tcrypto_ctx &ctx);

@@ -1,3 +1,5 @@
+#include "tcrypto/key.h"
+
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -72,8 +74,8 @@ auto retry_interrupted(Call call) {
     return result;
 }
 
-// Moves bytes with `transfer`, read or write, until there is no room or the file
-// ends.  The number of bytes; nothing and errno when it fails.
+// Moves bytes with `transfer`, read or write, until all are moved or the file ends.
+// Returns their number, or nothing, with errno set, when it fails.
 template <class Transfer>
 std::optional<std::size_t> transfer_all(Transfer transfer, int file, std::span<std::uint8_t> bytes) {
     std::size_t total = 0;
@@ -109,8 +111,8 @@ int fail_empty() {
     return TCRYPTO_E_IO;
 }
 
-// What a file that may be a key is.  `size`: of a regular file; for any other one
-// the most that is read of it, a byte more than a key may have.
+// Checks what kind of file a key is to come from.  `size` is that of a regular file; of any
+// other one, the most that is read: one byte more than a key may have.
 int query_key_file(int file, const char *path, bool &regular, std::size_t &size) {
     struct stat info {};
     if (fstat(file, &info) != 0) {
@@ -127,8 +129,8 @@ int query_key_file(int file, const char *path, bool &regular, std::size_t &size)
     return size == 0 ? fail_empty() : fail_read(path, EFBIG);
 }
 
-// Fills `bytes` from a regular file, and from another one what it gives until its
-// end; `length` is what was read.
+// Fills `bytes` from a regular file; from another one, reads until its end.  `length`:
+// bytes read.
 int read_key_file(int file, const char *path, bool regular, std::span<std::uint8_t> bytes,
                   std::size_t &length) {
     if (!regular)
@@ -204,6 +206,14 @@ int export_key_to_file(const tcrypto_key *key, const char *path, std::uint32_t t
 }
 
 }  // namespace
+
+int tcrypto_keygen_request(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out) {
+    return tcrypto_request_algorithm(TCRYPTO_KEYGEN, name, plugin, flags, out);
+}
+
+int tcrypto_keygen_supported(const char *name, const char *plugin, std::uint32_t flags) {
+    return tcrypto_request_algorithm(TCRYPTO_KEYGEN, name, plugin, flags, nullptr);
+}
 
 // ---- Loading
 

@@ -11,8 +11,8 @@ namespace {
 // Written under the init mutex.
 constinit std::atomic<std::uint32_t> reference_count = 0;
 
-// Where providers will read their settings from; nothing sets it yet.  Under the
-// init mutex.
+// Where providers would read their settings from; nothing sets it yet.  Under the init
+// mutex.
 constinit std::unique_ptr<char[]> configuration_path;
 
 int supply_and_bind(std::uint32_t flags, tcrypto_plugin *plugin, const tcrypto_provider &provider) {

@@ -1,7 +1,6 @@
 #include "tcrypto/plugin.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 #include <utility>
 
@@ -83,7 +82,7 @@ int start(tcrypto_plugin &plugin) {
     return TCRYPTO_OK;
 }
 
-// Binds for a caller that goes on without the plugin.
+// Binds for a caller that can do without the plugin.
 int try_bind(tcrypto_plugin &plugin) {
     const int err = tcrypto_bind_plugin_locked(plugin);
     if (err != TCRYPTO_OK)
@@ -92,7 +91,7 @@ int try_bind(tcrypto_plugin &plugin) {
     return err;
 }
 
-// For a plugin that goes.
+// Before a plugin is deleted.
 void unbind(tcrypto_plugin &plugin) {
     if (!plugin.bound)
         return;

@@ -1,10 +1,11 @@
-// What a provider hands to the library: algorithm descriptors, one static record
-// an algorithm, and the provider's own table.
+// What a provider hands to the library: algorithm descriptors, one static record for each
+// algorithm, and the provider's own table.
 //
-// An operation that a provider leaves null makes the library answer
-// TCRYPTO_E_NO_FUNCTION (-402).  Operations get the private state that their
-// descriptor's ctx_create made; the library has already checked kind, presence
-// and context state, and null data with a nonzero length.
+// An operation that a provider leaves null makes the library answer TCRYPTO_E_NO_FUNCTION
+// (-402).  Operations get the private state that their descriptor's ctx_create made, and
+// return TCRYPTO_OK or a negative code: TCRYPTO_E_MEMORY, TCRYPTO_E_INTERNAL, or what their
+// comment names.  The library has already checked kind, presence and context state, and
+// refused null data of a nonzero length.  Data is borrowed for the call; lengths are bytes.
 #pragma once
 
 #include <cstddef>
@@ -19,16 +20,18 @@ struct tcrypto_algorithm;
 struct tcrypto_digest_ops {
     std::uint32_t digest_size = 0;  // bytes
     std::uint32_t block_size = 0;   // bytes
-    // Starts or restarts; called at any time.
+    // Starts or restarts the digest; called at any time.
     int (*init)(void *state) = nullptr;
-    // Takes data, borrowed for the call; called after init only.
+    // Takes data; called after init only.
     int (*update)(void *state, const void *data, std::size_t length) = nullptr;
-    // Writes digest_size bytes; `out_length` may be null.
+    // Writes digest_size bytes to `out`; `out_length`, which may be null, receives that
+    // number.
     int (*final)(void *state, std::uint8_t *out, std::size_t *out_length) = nullptr;
-    // Makes a new state in *out with a copy of the running one.
+    // Makes a new state in *out, as ctx_create does, with a copy of the running one.
     int (*copy)(const tcrypto_algorithm *algorithm, const void *state, void **out) = nullptr;
-    // Optional: hashes as many of the leading blocks as it can hash faster than one
-    // by one, and returns their number; it cannot fail.  See tcrypto_digest_blocks.
+    // Optional: hashes as many of the first blocks as it can hash faster than one by one,
+    // and returns their number; it cannot fail.  `length` is of each block, `count` the
+    // number of blocks.  See tcrypto_digest_blocks.
     std::size_t (*blocks)(void *state, const void *salt, std::size_t salt_length, const void *data,
                           std::size_t length, std::size_t count, std::uint8_t *out) = nullptr;
 };
@@ -58,19 +61,20 @@ struct tcrypto_key {
 
 struct tcrypto_keygen_ops {
     std::uint32_t id = 0;  // key algorithm id
-    // What a generator stores in an out record is the caller's, for release; nothing
-    // is stored on failure.  Sizes are in bits; TCRYPTO_E_KEY_SIZE for a bad one.
+    // A key that is stored in an out record is the caller's, to be given to release;
+    // nothing is stored on failure.  Sizes are in bits; TCRYPTO_E_KEY_SIZE for a bad one.
     int (*generate_symmetric)(void *state, std::size_t bits, tcrypto_key_record *out) = nullptr;
     int (*keypair_init)(void *state, const char *parameters_path) = nullptr;
     int (*keypair_init_mem)(void *state, const void *parameters, std::size_t length) = nullptr;
     int (*keypair_generate)(void *state, tcrypto_key_record *private_out,
                             tcrypto_key_record *public_out) = nullptr;
-    // The public half.  TCRYPTO_E_KEY_FORMAT for a key of another id.
+    // The public half.  TCRYPTO_E_KEY_FORMAT for a key of another id, TCRYPTO_E_KEY_TYPE
+    // for one that is not private.
     int (*public_from_private)(const tcrypto_algorithm *algorithm, const tcrypto_key_record *private_key,
                                tcrypto_key_record *out) = nullptr;
     // Reads a key of a type (tcrypto_key_type) in a format (tcrypto_key_format) and
     // re-encodes it.  TCRYPTO_E_KEY_TYPE, _KEY_FORMAT, _KEY (of another generator),
-    // TCRYPTO_E_INTERNAL (none at all).  Never asks for a pass phrase.
+    // _KEY_LENGTH, TCRYPTO_E_INTERNAL (not a key).  Never asks for a pass phrase.
     int (*import)(const tcrypto_algorithm *algorithm, const void *bytes, std::size_t length,
                   std::uint32_t type, std::uint32_t format, tcrypto_key_record *out) = nullptr;
     // `length`: the room at `out` on entry, the size needed on return; a null `out`
@@ -79,7 +83,7 @@ struct tcrypto_keygen_ops {
                    std::size_t *length) = nullptr;
     // Wipes and frees the bytes and empties the record.
     void (*release)(tcrypto_key_record *key) = nullptr;
-    int openssl_type = 0;  // the key type that a loaded key must have
+    int openssl_type = 0;  // the type that OpenSSL must see in a loaded key
 };
 
 struct tcrypto_signature_ops {
@@ -97,8 +101,8 @@ struct tcrypto_signature_ops {
                         std::size_t *signature_length) = nullptr;
     int (*sign_without_digest)(void *state, const void *digest, std::size_t length, std::uint8_t *signature,
                                std::size_t *signature_length) = nullptr;
-    // Verifying: *result (0 on entry) becomes 1 when the signature matches; one that
-    // does not is no failure.
+    // Verifying: *result (0 on entry) becomes 1 when the signature matches; one that does
+    // not match is no failure.
     int (*verify)(void *state, const std::uint8_t *signature, std::size_t signature_length,
                   int *result) = nullptr;
     int (*verify_oneshot)(void *state, const void *data, std::size_t length, const std::uint8_t *signature,
@@ -106,7 +110,7 @@ struct tcrypto_signature_ops {
     int (*verify_without_digest)(void *state, const void *digest, std::size_t length,
                                  const std::uint8_t *signature, std::size_t signature_length,
                                  int *result) = nullptr;
-    // Bytes that a signature of the key takes at most.
+    // The largest size of a signature of the key; 0 without a key.
     std::size_t (*signature_size)(const void *state) = nullptr;
     const char *digest_name = nullptr;  // null for algorithms without a separate digest
 };

@@ -50,7 +50,7 @@ struct tcrypto_internal_table {
     int (*find_signature)(tcrypto_plugin &plugin, const char *name, tcrypto_ctx **out) = nullptr;
     int (*find_x509)(tcrypto_plugin &plugin, const char *name, tcrypto_ctx **out) = nullptr;
     int (*find_keygen_by_id)(tcrypto_plugin &plugin, std::uint32_t id, tcrypto_ctx **out) = nullptr;
-    // Logs every algorithm, one a line.
+    // Logs every algorithm, one per line.
     void (*print_algorithms)(tcrypto_plugin &plugin) = nullptr;
 };
 

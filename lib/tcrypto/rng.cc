@@ -1,3 +1,5 @@
+#include "tcrypto/rng.h"
+
 #include "tcrypto/context.h"
 
 namespace {
@@ -7,16 +9,20 @@ int check(const tcrypto_ctx *ctx, std::uint32_t state) {
     return tcrypto_check_algorithm(ctx, TCRYPTO_RNG, ctx && ctx->algorithm->rng.*Operation, state);
 }
 
-bool is_missing(const void *bytes, std::size_t length) {
-    return !bytes && length != 0;
+}  // namespace
+
+int tcrypto_rng_request(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out) {
+    return tcrypto_request_algorithm(TCRYPTO_RNG, name, plugin, flags, out);
 }
 
-}  // namespace
+int tcrypto_rng_supported(const char *name, const char *plugin, std::uint32_t flags) {
+    return tcrypto_request_algorithm(TCRYPTO_RNG, name, plugin, flags, nullptr);
+}
 
 int tcrypto_rng_instantiate(tcrypto_ctx *ctx, const void *personalisation, std::size_t length) {
     if (const int err = check<&tcrypto_rng_ops::instantiate>(ctx, TCRYPTO_STATE_ANY); err != TCRYPTO_OK)
         return err;
-    if (is_missing(personalisation, length))
+    if (tcrypto_is_missing(personalisation, length))
         return TCRYPTO_E_PARAMETERS;
     if (const int err = ctx->algorithm->rng.instantiate(ctx->private_state, personalisation, length);
         err != TCRYPTO_OK)
@@ -28,7 +34,7 @@ int tcrypto_rng_instantiate(tcrypto_ctx *ctx, const void *personalisation, std::
 int tcrypto_rng_reseed(tcrypto_ctx *ctx, const void *additional, std::size_t length) {
     if (const int err = check<&tcrypto_rng_ops::reseed>(ctx, TCRYPTO_STATE_INITIALISED); err != TCRYPTO_OK)
         return err;
-    if (is_missing(additional, length))
+    if (tcrypto_is_missing(additional, length))
         return TCRYPTO_E_PARAMETERS;
     return ctx->algorithm->rng.reseed(ctx->private_state, additional, length);
 }
@@ -36,7 +42,7 @@ int tcrypto_rng_reseed(tcrypto_ctx *ctx, const void *additional, std::size_t len
 int tcrypto_rng_generate(tcrypto_ctx *ctx, void *out, std::size_t length) {
     if (const int err = check<&tcrypto_rng_ops::generate>(ctx, TCRYPTO_STATE_INITIALISED); err != TCRYPTO_OK)
         return err;
-    if (is_missing(out, length))
+    if (tcrypto_is_missing(out, length))
         return TCRYPTO_E_PARAMETERS;
     return ctx->algorithm->rng.generate(ctx->private_state, out, length);
 }

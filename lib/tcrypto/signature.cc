@@ -1,3 +1,5 @@
+#include "tcrypto/signature.h"
+
 #include "tcrypto/context.h"
 
 namespace {
@@ -9,11 +11,7 @@ int check(const tcrypto_ctx *ctx, std::uint32_t state) {
                                    state);
 }
 
-bool is_missing(const void *bytes, std::size_t length) {
-    return !bytes && length != 0;
-}
-
-// An operation after which only a new initialisation goes on, however it ends.
+// An operation after which, however it ends, only an initialisation may follow.
 template <auto Operation, class... Arguments>
 int conclude(tcrypto_ctx *ctx, bool arguments_missing, Arguments... arguments) {
     if (const int err = check<Operation>(ctx, TCRYPTO_STATE_INITIALISED); err != TCRYPTO_OK)
@@ -34,6 +32,14 @@ int conclude_verify(tcrypto_ctx *ctx, bool arguments_missing, int *result, Argum
 
 }  // namespace
 
+int tcrypto_signature_request(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out) {
+    return tcrypto_request_algorithm(TCRYPTO_SIGNATURE, name, plugin, flags, out);
+}
+
+int tcrypto_signature_supported(const char *name, const char *plugin, std::uint32_t flags) {
+    return tcrypto_request_algorithm(TCRYPTO_SIGNATURE, name, plugin, flags, nullptr);
+}
+
 int tcrypto_signature_init(tcrypto_ctx *ctx, const tcrypto_key *key, const tcrypto_signature_params *params) {
     if (const int err = check<&tcrypto_signature_ops::init>(ctx, TCRYPTO_STATE_ANY); err != TCRYPTO_OK)
         return err;
@@ -51,7 +57,7 @@ int tcrypto_signature_update(tcrypto_ctx *ctx, const void *data, std::size_t len
     if (const int err = check<&tcrypto_signature_ops::update>(ctx, TCRYPTO_STATE_INITIALISED);
         err != TCRYPTO_OK)
         return err;
-    if (is_missing(data, length))
+    if (tcrypto_is_missing(data, length))
         return TCRYPTO_E_PARAMETERS;
     return ctx->algorithm->signature.update(ctx->private_state, data, length);
 }
@@ -63,14 +69,14 @@ int tcrypto_signature_sign(tcrypto_ctx *ctx, std::uint8_t *signature, std::size_
 
 int tcrypto_signature_sign_oneshot(tcrypto_ctx *ctx, const void *data, std::size_t length,
                                    std::uint8_t *signature, std::size_t *signature_length) {
-    const bool missing = is_missing(data, length) || !signature || !signature_length;
+    const bool missing = tcrypto_is_missing(data, length) || !signature || !signature_length;
     return conclude<&tcrypto_signature_ops::sign_oneshot>(ctx, missing, data, length, signature,
                                                           signature_length);
 }
 
 int tcrypto_signature_sign_without_digest(tcrypto_ctx *ctx, const void *digest, std::size_t length,
                                           std::uint8_t *signature, std::size_t *signature_length) {
-    const bool missing = is_missing(digest, length) || !signature || !signature_length;
+    const bool missing = tcrypto_is_missing(digest, length) || !signature || !signature_length;
     return conclude<&tcrypto_signature_ops::sign_without_digest>(ctx, missing, digest, length, signature,
                                                                  signature_length);
 }
@@ -84,7 +90,7 @@ int tcrypto_signature_verify(tcrypto_ctx *ctx, const std::uint8_t *signature, st
 int tcrypto_signature_verify_oneshot(tcrypto_ctx *ctx, const void *data, std::size_t length,
                                      const std::uint8_t *signature, std::size_t signature_length,
                                      int *result) {
-    const bool missing = is_missing(data, length) || !signature;
+    const bool missing = tcrypto_is_missing(data, length) || !signature;
     return conclude_verify<&tcrypto_signature_ops::verify_oneshot>(ctx, missing, result, data, length,
                                                                    signature, signature_length);
 }
@@ -92,7 +98,7 @@ int tcrypto_signature_verify_oneshot(tcrypto_ctx *ctx, const void *data, std::si
 int tcrypto_signature_verify_without_digest(tcrypto_ctx *ctx, const void *digest, std::size_t length,
                                             const std::uint8_t *signature, std::size_t signature_length,
                                             int *result) {
-    const bool missing = is_missing(digest, length) || !signature;
+    const bool missing = tcrypto_is_missing(digest, length) || !signature;
     return conclude_verify<&tcrypto_signature_ops::verify_without_digest>(
         ctx, missing, result, digest, length, signature, signature_length);
 }

@@ -129,3 +129,7 @@ int th_base_decode(void *out, std::size_t *out_length, const char *in, std::size
                    const th_base_params *params) {
     return th_base_convert(TH_BASE_DECODE, out, out_length, in, in_length, params);
 }
+
+void th_base_hex(const void *bytes, std::size_t length, char *out) {
+    encode({out, 2 * length + 1}, {static_cast<const std::uint8_t *>(bytes), length}, {});
+}

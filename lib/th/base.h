@@ -1,5 +1,5 @@
-// Conversion between bytes and their hexadecimal digits.  The complete interface of
-// the codec; the logger encodes with it.
+// Conversion between bytes and their hexadecimal digits.  Complete interface of the codec;
+// mktfs encodes with it, and decodes salts.
 #pragma once
 
 #include <cstddef>
@@ -47,3 +47,6 @@ int th_base_encode(char *out, std::size_t *out_length, const void *in, std::size
 // digits.  What stands before the fault was converted.
 int th_base_decode(void *out, std::size_t *out_length, const char *in, std::size_t *in_length,
                    const th_base_params *params);
+
+// Writes 2 * length lower-case digits and a NUL to `out`.  Cannot fail.
+void th_base_hex(const void *bytes, std::size_t length, char *out);

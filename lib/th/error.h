@@ -1,4 +1,4 @@
-// Helpers for error numbers.
+// Helpers for error numbers.  Complete interface; mktfs uses all but th_sticky_error_last.
 #pragma once
 
 // Returns an error number, which is then in errno as well, or 0, which leaves errno.

@@ -1,5 +1,5 @@
-// The one mutex and the one scoped lock of the libraries.  What a failure means
-// is the owner's decision.
+// The mutex and the scoped lock of the libraries.  The owner of a mutex decides what a
+// failure means.
 #pragma once
 
 #include <pthread.h>
@@ -7,8 +7,8 @@
 struct th_mutex {
     pthread_mutex_t handle = PTHREAD_MUTEX_INITIALIZER;
     const char *name = "";
-    // Told that taking (else releasing) the mutex failed with an error number; may
-    // abort.  Null: only th_lock::error tells.
+    // Called when taking, or else releasing, the mutex failed with an error number; may
+    // abort.  Null: only th_lock::error reports it.
     void (*failed)(const th_mutex &mutex, bool taking, int error) = nullptr;
 };
 

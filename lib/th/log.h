@@ -17,8 +17,9 @@
 // put the definition into a source file that callers need anyway, or the linker
 // leaves the context out.
 //
-// The complete interface of the logger; mktfs uses TH_LOG, its contexts and
-// th_log_set_cl_mode.
+// Complete interface of the logger; mktfs uses TH_LOG, th_log_ex, its contexts and
+// th_log_update_config.  Messages are in log.cc, contexts in log_context.cc, the
+// configuration in log_state.cc.
 //
 // Every function may be called from any thread.  Lock order: the overall mutex,
 // one context's mutex, the mutex of the buffer for long messages.

@@ -1,6 +1,6 @@
 // A singly linked list of machine words (integers or pointers).
 //
-// The complete interface of the list; mktfs uses it in the logger only.
+// Complete interface of the list; mktfs uses it in the logger only.
 //
 // The caller owns list and data, the list its nodes.  Every function that takes
 // a node tests that the node belongs to the list.  A list serves one thread at a

@@ -1,6 +1,5 @@
 #include "th/str.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>

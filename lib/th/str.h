@@ -1,7 +1,6 @@
-// Text to value: numbers with ranges, size suffixes, file modes, users, groups
-// and signals; and small helpers for text that may be null.  The complete
-// interface of the conversions; mktfs uses th_str_to_uint32, th_str_to_uint64 and
-// th_str.
+// Text to value: numbers with ranges, size suffixes, file modes, users, groups and signals;
+// and small helpers for text that may be null.  Complete interface of the conversions;
+// mktfs uses th_str_to_uint32, th_str_to_uint64, th_str_to_bytes and th_str.
 #pragma once
 
 #include <cstddef>

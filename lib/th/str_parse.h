@@ -2,7 +2,6 @@
 // Used by this library only.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 struct th_str_request;

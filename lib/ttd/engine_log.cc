@@ -5,6 +5,8 @@
 #include <memory>
 #include <new>
 
+#include "th/base.h"
+
 ttd_log_function ttd_log = ttd_log_default;
 
 int ttd_log_default(int, const char *format, ...) {
@@ -20,22 +22,13 @@ void ttd_register_log_fct(ttd_log_function function) {
         ttd_log = function;
 }
 
-void ttd_hex_text(std::span<const std::uint8_t> bytes, char *out) {
-    constexpr char digits[] = "0123456789abcdef";
-    for (const std::uint8_t byte : bytes) {
-        *out++ = digits[byte >> 4];
-        *out++ = digits[byte & 15];
-    }
-    *out = '\0';
-}
-
 void ttd_print_hex(const std::uint8_t *bytes, std::size_t length) {
     const std::unique_ptr<char[]> text(new (std::nothrow) char[2 * length + 1]);
     if (!text) {
         ttd_log(TTD_LOG_ERROR, "enomem");
         return;
     }
-    ttd_hex_text({bytes, length}, text.get());
+    th_base_hex(bytes, length, text.get());
     ttd_log(TTD_LOG_PLAIN, "%s", text.get());
 }
 

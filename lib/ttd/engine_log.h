@@ -1,10 +1,9 @@
-// The engine's log: one replaceable function with a level.  The engine is used
-// by programs other than the tool, so it knows no other way out.
+// The engine's log: one replaceable function with a level.  The engine is used by programs
+// other than the tool, so it writes nothing itself.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
 
 enum ttd_log_level : int {
     TTD_LOG_PLAIN = 0,  // trace and plain output
@@ -32,9 +31,6 @@ void ttd_register_log_fct(ttd_log_function function);
         ttd_log(TTD_LOG_ERROR, __VA_ARGS__);                                                                 \
         return ttd_fail_error;                                                                               \
     }())
-
-// Writes 2 * size lower-case digits and a terminator to `out`.
-void ttd_hex_text(std::span<const std::uint8_t> bytes, char *out);
 
 // The bytes as lower-case hexadecimal at level 0, without a line end.
 void ttd_print_hex(const std::uint8_t *bytes, std::size_t length);

@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "th/base.h"
 #include "ttd/engine_log.h"
 
 namespace {
@@ -54,7 +55,7 @@ public:
     }
     void hex(const char *label, const ttd_bytes &bytes) const {
         char text[2 * TTD_MAX_SALT + 1];
-        ttd_hex_text(bytes.span().first(std::min(bytes.size(), TTD_MAX_SALT)), text);
+        th_base_hex(bytes.data(), std::min(bytes.size(), TTD_MAX_SALT), text);
         line("%s%s", label, text);
     }
 

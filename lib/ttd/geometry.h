@@ -31,8 +31,8 @@ struct ttd_info {
     ttd_bytes salt;        // fed to the digest before every block
     ttd_bytes empty_hash;  // digest(salt), hash_size bytes
     ttd_bytes zero_hash;   // digest(salt || zero data block), see ttd_hash_zero_block
-    // Set by readers that know the image's size, see ttd_blocks_within: data blocks
-    // from this one on are not looked for, they fail as reads that fail.
+    // Set by readers that know the image's size, see ttd_blocks_within: data blocks from
+    // this one on are not read; they count as failed reads.
     std::uint32_t present_blocks = UINT32_MAX;
 };
 
@@ -49,7 +49,7 @@ struct ttd_info {
 // Frees the record's buffers and zeroes it.  Null is ignored.
 void ttd_clean_info(ttd_info *info);
 
-// Numbers that the statistics print and partition mode enforces, bytes.
+// Sizes that the statistics print and partition mode enforces, bytes.
 [[nodiscard]] std::uint64_t ttd_meta_data_size(const ttd_info &info);  // tree and superblock
 [[nodiscard]] std::uint64_t ttd_wasted_space(const ttd_info &info);    // zero tails of the hash blocks
 

@@ -29,7 +29,7 @@ std::size_t run_length(const std::uint8_t *data, std::size_t length, std::size_t
     return end - first;
 }
 
-// What a failing step is called in the log, in the order of tcrypto_digest_step.
+// How a failing step is named in the log, in the order of tcrypto_digest_step.
 struct step_texts {
     const char *operation;
     const char *outcome;
@@ -53,8 +53,7 @@ int fail_step(tcrypto_digest_step step, int err) {
 int hash_run(const ttd_info &info, const ttd_block_run &run, tcrypto_ctx *digest, std::uint8_t *out,
              ttd_hash_failure &failure) {
     tcrypto_block_failure at;
-    const int err = tcrypto_digest_blocks(digest, info.salt.data(), info.salt.size(), run.data, run.length,
-                                          run.count, out, &at);
+    const int err = tcrypto_digest_blocks(digest, {info.salt.data(), info.salt.size()}, run, out, &at);
     if (err == TCRYPTO_OK)
         return 0;
     failure = {.block = at.block, .step = at.step, .err = err};
@@ -152,10 +151,11 @@ int ttd_hash_blocks(const ttd_ctx *ctx, const ttd_block_run &run, tcrypto_ctx *d
     if (!info.zero_hash || run.length != info.block_size)
         return hash_run(info, run, digest, out, *failure);
 
+    const auto *blocks = static_cast<const std::uint8_t *>(run.data);
     for (std::size_t first = 0, count = 0; first < run.count; first += count) {
-        const std::uint8_t *data = run.data + first * run.length;
+        const std::uint8_t *data = blocks + first * run.length;
         const bool zero = is_zero(data, run.length);
-        count = run_length(run.data, run.length, first, run.count, zero);
+        count = run_length(blocks, run.length, first, run.count, zero);
         if (zero) {
             for (std::size_t i = first; i < first + count; ++i)
                 std::memcpy(out + i * info.hash_size, info.zero_hash.data(), info.hash_size);

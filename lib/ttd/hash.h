@@ -1,5 +1,5 @@
-// Hashing for builder and verifier: which digest the superblock names, a digest
-// context for every thread, and digest(salt || block).
+// Hashing for builder and verifier: which digest the superblock names, a digest context for
+// each thread, and digest(salt || block).
 #pragma once
 
 #include <cstddef>
@@ -30,14 +30,10 @@ void ttd_hash_done(tcrypto_ctx *digest);
 [[nodiscard]] int ttd_hash_block(const ttd_ctx *ctx, const void *data, std::size_t length,
                                  tcrypto_ctx *digest, std::uint8_t *out);
 
-// Blocks of `length` bytes that lie one after the other.
-struct ttd_block_run {
-    const std::uint8_t *data = nullptr;  // borrowed
-    std::size_t length = 0;              // of a block, bytes
-    std::size_t count = 0;
-};
+// Blocks that lie one after the other.
+using ttd_block_run = tcrypto_block_run;
 
-// The first block of a run that could not be hashed.
+// Where hashing a run of blocks stopped.
 struct ttd_hash_failure {
     std::size_t block = 0;  // index in the run; the hashes before it are there
     tcrypto_digest_step step = TCRYPTO_STEP_INIT;

@@ -5,18 +5,15 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "th/file.h"
+
 struct ttd_superblock;
 
 class ttd_image_file {
 public:
-    ttd_image_file() = default;
-    ttd_image_file(const ttd_image_file &) = delete;
-    ttd_image_file &operator=(const ttd_image_file &) = delete;
-    ~ttd_image_file();
-
     // Opens the image; `writable` for its superblock to be replaced.  EISDIR, or EINVAL
     // for another kind of file or one that is too short (its size is then known); else
-    // the system's error.
+    // the system's error number.
     [[nodiscard]] int open(const char *path, bool writable);
     // Takes over a descriptor that is open for reading; same errors.
     [[nodiscard]] int adopt(int descriptor);
@@ -25,12 +22,9 @@ public:
     [[nodiscard]] int read(std::uint64_t offset, void *out, std::size_t length) const;
     [[nodiscard]] int read_superblock(ttd_superblock *superblock) const;
 
-    [[nodiscard]] int descriptor() const { return descriptor_; }
-    [[nodiscard]] std::uint64_t size() const { return size_; }  // bytes
+    [[nodiscard]] int descriptor() const { return file_.descriptor(); }
+    [[nodiscard]] std::uint64_t size() const { return file_.size(); }  // bytes
 
 private:
-    [[nodiscard]] int find_size();
-
-    int descriptor_ = -1;
-    std::uint64_t size_ = 0;
+    th_file file_;
 };

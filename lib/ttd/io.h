@@ -11,5 +11,6 @@ struct ttd_io {
     void *handle = nullptr;
 };
 
+// Reads exactly `length` bytes into the caller's buffer: 0 or the error of the slot.
 [[nodiscard]] int ttd_io_read(ttd_io *io, std::int64_t offset, void *buffer, std::uint64_t length);
 void ttd_io_destroy(ttd_io *io);  // null-safe

@@ -1,4 +1,4 @@
-// How a hash that is not the expected one is reported.
+// How a hash that differs from the expected one is reported.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ struct ttd_mismatch {
 
 using ttd_mismatch_function = void (*)(void *arg, const ttd_mismatch *report);
 
-// Who is told of mismatches besides the log.
+// Receives mismatches, besides the log.
 struct ttd_listener {
     ttd_mismatch_function callback = nullptr;
     void *arg = nullptr;

@@ -13,8 +13,9 @@ struct ttd_path_step {
     std::int64_t offset = 0;   // in the image, bytes
 };
 
+// The step of a data block's path at a level of a derived geometry.
 [[nodiscard]] ttd_path_step ttd_path_step_at(const ttd_info &info, std::uint32_t block, unsigned level);
 
-// How many data blocks, counted from the first, lie within an image of this size
-// together with all hash blocks of their paths.  Every block behind them misses one.
+// How many data blocks, counted from the first, lie within an image of this size together
+// with all hash blocks of their paths.  Every later block lacks one.
 [[nodiscard]] std::uint32_t ttd_blocks_within(const ttd_info &info, std::uint64_t image_size);

@@ -1,7 +1,6 @@
 #include "ttd/proven_path.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 
 #include "ttd/caches.h"
@@ -110,7 +109,7 @@ bool ttd_proven_path::load(window &at, unsigned level, const ttd_path_step &step
     return false;
 }
 
-// No more than the range needs, so that nothing is read in vain.
+// No more than the range needs, so that nothing is read needlessly.
 std::uint32_t ttd_proven_path::wanted(const window &at, unsigned level, std::uint32_t local) const {
     if (level != 0)
         return 1;
@@ -146,8 +145,8 @@ void ttd_proven_path::hash_blocks(window &at, std::uint32_t global) {
     }
 }
 
-// Hashes the blocks from `from` on, which the cache does not have; gives the first one
-// that is left.
+// Hashes the blocks from `from` on, which the cache does not have; returns the first one
+// that is not hashed.
 std::uint32_t ttd_proven_path::hash_missing(window &at, std::uint32_t global, std::uint32_t from) {
     const std::size_t size = ctx_.info.hash_size;
     const ttd_block_run run = {.data = at.blocks.data() + std::size_t{from} * ctx_.info.hash_block_size,

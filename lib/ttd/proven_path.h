@@ -3,7 +3,7 @@
 // level, and level-0 blocks are hashed several at a time.  The context's caches, where
 // there are some, are asked first and get what was loaded.
 //
-// A step that fails counts for the data block whose turn it is, also when it was done
+// A step that fails counts against the data block that is being proven, even if it was done
 // ahead for a later one; the next data block tries again.
 #pragma once
 
@@ -35,7 +35,7 @@ private:
         std::uint32_t first = 0;  // index in the level
         std::uint32_t count = 0;
         std::uint32_t keep_from = 0;  // earlier ones would leave the caches within this range
-        // The hash block behind them could not be loaded; its error is still to be told.
+        // The hash block behind them could not be loaded, which is not reported yet.
         bool failed = false;
         ttd_hash_failure failure;  // err is TCRYPTO_OK when it was no digest step
     };

@@ -94,6 +94,15 @@ int ttd_verify_with_key(const ttd_superblock *superblock, const ttd_key &key) {
     return matches ? 0 : EINVAL;
 }
 
+int ttd_signed_digest(const ttd_superblock &superblock, std::span<std::uint8_t, TTD_SIGNED_DIGEST_SIZE> out) {
+    tcrypto_ctx_ptr digest;
+    if (tcrypto_digest_request("sha256", nullptr, 0, th_out(digest)) != TCRYPTO_OK)
+        return ENOENT;
+    const auto message = ttd_signed_bytes(superblock);
+    const int err = tcrypto_digest(digest.get(), message.data(), message.size(), out.data(), nullptr);
+    return err == TCRYPTO_OK ? 0 : ENXIO;
+}
+
 int ttd_sign_superblock(ttd_superblock *superblock, const char *key_path) {
     superblock->sigsize = 0;
     ttd_key key;

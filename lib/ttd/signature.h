@@ -11,9 +11,9 @@ struct ttd_key {
     tcrypto_key_ptr key;  // released first
 };
 
-// Load the PEM private or public key file for a signature code.  EINVAL: not a code (no
-// message), or the key does not load or is of another type; ENOENT: no provider has the
-// key algorithm.  Log.
+// Load the PEM private or public key file for a signature code.  EINVAL: an unknown code
+// (no message), or a key that does not load or is of another type; ENOENT: no provider has
+// the key algorithm.  Log.
 [[nodiscard]] int ttd_load_private_key(std::uint32_t sigtype, const char *path, ttd_key *out);
 [[nodiscard]] int ttd_load_public_key(std::uint32_t sigtype, const char *path, ttd_key *out);
 // The public half of a private key.  EINVAL (logs).
@@ -24,12 +24,18 @@ struct ttd_key {
 // failed.  sigsize is 0 on failure.  Logs.
 [[nodiscard]] int ttd_sign_with_key(ttd_superblock *superblock, const ttd_key &key);
 
-// Checks the signature with a public key of the superblock's signature code.  EINVAL: a
-// signature length that is none (logs), or a signature that does not match (no message);
+// Checks the signature with a public key of the superblock's signature code.  EINVAL: an
+// impossible signature length (logs), or a signature that does not match (no message);
 // ENOENT; ENXIO: the check itself failed.
 [[nodiscard]] int ttd_verify_with_key(const ttd_superblock *superblock, const ttd_key &key);
 
-// The same with a key file.  A signature length that is none is found before the file is
+// The SHA-256 digest of the signed bytes, which is what RSA and ECDSA sign.  ENOENT: no
+// provider has the digest; ENXIO: hashing failed.  Does not log.
+inline constexpr std::size_t TTD_SIGNED_DIGEST_SIZE = 32;
+[[nodiscard]] int ttd_signed_digest(const ttd_superblock &superblock,
+                                    std::span<std::uint8_t, TTD_SIGNED_DIGEST_SIZE> out);
+
+// The same with a key file.  An impossible signature length is found before the file is
 // opened.
 [[nodiscard]] int ttd_sign_superblock(ttd_superblock *superblock, const char *key_path);
 [[nodiscard]] int ttd_verify_superblock(const ttd_superblock *superblock, const char *key_path);

@@ -6,15 +6,14 @@
 #include "ttd/geometry.h"
 
 // Fills the record from a superblock; info->hash_size is set beforehand (see
-// ttd_tcrypto_init).  The superblock may be signed and still hostile: block sizes
-// outside the format and every count or offset that wraps are refused; areas that lie
-// outside the image are not, see ttd_blocks_within.  EINVAL or ENOMEM, the record is then clean;
-// logs.  A block size of 0 is fatal to the divider, which ends the process.
+// ttd_tcrypto_init).  The superblock may be signed and still hostile: block sizes outside
+// the format and every count or offset that wraps are refused; areas that lie outside the
+// image are not, see ttd_blocks_within.  EINVAL or ENOMEM, with the record empty; logs.  A
+// block size of 0 is fatal to the divider, which ends the process.
 [[nodiscard]] int ttd_superblock2info(const ttd_superblock *superblock, ttd_info *info);
 
-// True when the areas that the record speaks of lie within an image of this size:
-// the inner image, the tree in front of the superblock, and in partition mode the
-// whole partition.
+// True when the areas that the record describes lie within an image of this size: the inner
+// image, the tree in front of the superblock, and in partition mode the whole partition.
 [[nodiscard]] bool ttd_superblock_fits(const ttd_superblock &superblock, const ttd_info &info,
                                        std::uint64_t image_size);
 

@@ -13,7 +13,7 @@
 
 struct talg_workers;
 
-// Told of each `count` blocks from `first` on that are dealt with.
+// Told of `count` further blocks, from `first` on.
 using ttd_passed_function = void (*)(void *arg, std::uint32_t first, std::uint32_t count);
 
 // A byte request, turned into blocks by ttd_setup_verify.
@@ -25,18 +25,20 @@ struct ttd_range {
     std::uint64_t skip = 0;            // requested offset - aligned offset
     std::uint64_t count = 0;           // requested bytes that the aligned buffer holds
     talg_bitmap *bitmap = nullptr;     // optional, borrowed; bit i: block first + i
-    // Optional, what ttd_verify_range tells: which blocks' bytes it needs no more, in any
-    // order and from any worker; and which blocks it is done with, in order.
+    // Optional, called by ttd_verify_range: `hashed` with blocks whose bytes are no longer
+    // needed, in any order and from any worker; `passed` with blocks that are done, in
+    // order.
     ttd_passed_function hashed = nullptr;
     ttd_passed_function passed = nullptr;
     void *passed_arg = nullptr;  // of both
-    // Optional, borrowed: who ttd_verify_range lets hash (and read) the data blocks.
+    // Optional, borrowed: the pool that hashes (and reads) data blocks in ttd_verify_range.
     talg_workers *workers = nullptr;
     unsigned worker_count = 1;  // that the pool was made with
 };
 
-// EINVAL for a negative offset.  A request of no bytes, or at or beyond the end of
-// the inner image, sets count to 0 and leaves the other fields.
+// Fills the range of a request of `length` bytes at `offset` of the inner image.  EINVAL
+// for a negative offset and for blocks beyond 2^32 - 1.  A request of no bytes, or at or
+// beyond the end of the inner image, sets count to 0 and leaves the other fields.
 [[nodiscard]] int ttd_setup_verify(const ttd_ctx *ctx, std::int64_t offset, std::uint64_t length,
                                    std::uint64_t max_length, ttd_range *range);
 
@@ -48,6 +50,6 @@ struct ttd_range {
                                    tcrypto_ctx *digest, const void *data, ttd_mismatch_function callback,
                                    void *arg);
 
-// One bit for every data block that is present.  The bitmap's error.
+// Makes one bit for every data block that is present.  The bitmap's error; does not log.
 [[nodiscard]] int ttd_create_vblkbitmap(ttd_ctx *ctx);
 void ttd_free_vblkbitmap(ttd_ctx *ctx);

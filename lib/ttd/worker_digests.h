@@ -12,7 +12,7 @@ public:
     ttd_worker_digests &operator=(const ttd_worker_digests &) = delete;
     ~ttd_worker_digests();
 
-    // Worker 0 works with `own`, borrowed.  False when there cannot be `count` contexts.
+    // Worker 0 uses `own`, borrowed.  False when not all of `count` contexts can be made.
     [[nodiscard]] bool allocate(const ttd_crypto &crypto, tcrypto_ctx *own, unsigned count);
 
     [[nodiscard]] tcrypto_ctx *of(unsigned worker) const { return worker == 0 ? own_ : others_[worker - 1]; }

@@ -67,7 +67,7 @@ void hold_ending_signals(sigset_t *previous) {
     ::sigemptyset(&held);
     for (const int signal : ending_signals)
         ::sigaddset(&held, signal);
-    ::sigaddset(&held, SIGBUS);  // one that is sent; a fault ends the process all the same
+    ::sigaddset(&held, SIGBUS);  // one that is sent; a fault ends the process regardless
     ::pthread_sigmask(SIG_BLOCK, &held, previous);
 }
 

@@ -1,8 +1,8 @@
-// What must not survive an unfinished run: the output of a build, the temporary files
-// of the signing command, the file that an extraction is writing and its folder while
-// that is empty.  A registered file is removed when the process exits by any route (return, exit of a
-// library, fatal message) or is ended by SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGXCPU, SIGXFSZ or
-// SIGBUS, unless it was forgotten before.
+// What must not outlive an unfinished run: the output of a build, the temporary files of
+// the signing command, the file that an extraction is writing and its folder while that is
+// empty.  A registered file is removed when the process exits by any route (return, exit of
+// a library, fatal message) or is ended by SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE,
+// SIGXCPU, SIGXFSZ or SIGBUS, unless it was forgotten before.
 //
 // Only a regular file or empty folder that still has the device and inode number of
 // the registered descriptor is removed: never a device node, never a file that
@@ -22,11 +22,11 @@ void mktfs_cleanup_install();
 // nothing will be removed.
 [[nodiscard]] int mktfs_cleanup_add(const char *path, int descriptor);
 
-// The file is complete (or already removed): leave it alone from now on.
+// The file is complete (or already removed) and is left alone from now on.
 void mktfs_cleanup_forget(int slot);
 
-// The run is over but for its exit: the file stays, and signals that would end the
-// process from here on find it done.
+// The run is over except for its exit: the file stays, and signals that would end the
+// process are held back from here on.
 void mktfs_cleanup_finish(int slot);
 
 // Removes the file now and forgets it.

@@ -31,10 +31,16 @@ int mktfs_bin2hex(char *out, const std::uint8_t *bytes, std::size_t count) {
 void mktfs_print_hex(const std::uint8_t *bytes, std::size_t count) {
     if (!bytes || count == 0)
         return;
-    const std::unique_ptr<char[]> text(new (std::nothrow) char[2 * count + 1]());
-    if (!text || mktfs_bin2hex(text.get(), bytes, count) != 0) {
+    const std::unique_ptr<char[]> text(new (std::nothrow) char[2 * count + 1]);
+    if (!text) {
         mktfs_log(MKTFS_LOG_INFO, "enomem");
         return;
     }
+    th_base_hex(bytes, count, text.get());
     mktfs_log(MKTFS_LOG_INFO, "%s", text.get());
+}
+
+void mktfs_write_hex(std::span<const std::uint8_t> bytes, std::FILE *out) {
+    for (const std::uint8_t byte : bytes)
+        std::fprintf(out, "%02x", byte);
 }

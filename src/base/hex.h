@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <span>
 
 // Converts exactly 2 * count characters of `text`, high nibble first, either
 // case, into `count` bytes.  Returns 0, or EINVAL for a missing argument, a
@@ -16,3 +18,7 @@
 // Logs the bytes as hexadecimal at info level, without a newline; nothing for
 // missing data or a count of 0.
 void mktfs_print_hex(const std::uint8_t *bytes, std::size_t count);
+
+// Writes the bytes as lower-case hexadecimal, without a line end.  A write error stays in
+// the stream.
+void mktfs_write_hex(std::span<const std::uint8_t> bytes, std::FILE *out);

@@ -9,11 +9,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 
-#include "base/input_file.h"
 #include "base/log.h"
+#include "th/file.h"
 
 namespace {
 
@@ -27,15 +28,11 @@ int size_of_status(const struct stat &status, std::uint64_t *size) {
 }
 
 int size_of_device(const char *path, std::uint64_t *size) {
-    mktfs_input_file device;
+    th_file device;
     if (const int err = device.open(path); err != 0)
         return err;
     *size = device.size();
     return 0;
-}
-
-bool same_object(const struct stat &a, const struct stat &b) {
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 bool leads_nowhere(int error) {
@@ -55,7 +52,7 @@ int climb_to(std::string path, const struct stat &folder, bool &reached) {
         struct stat status {};
         if (::stat(path.empty() ? "/" : path.c_str(), &status) != 0)
             return errno;
-        reached = same_object(status, folder);
+        reached = mktfs_same_object(status, folder);
         if (reached || path.empty())
             return 0;
         path.erase(path.rfind('/'));
@@ -122,6 +119,15 @@ int mktfs_fd_size(int descriptor, std::uint64_t *size) {
     return ::fstat(descriptor, &status) != 0 ? errno : size_of_status(status, size);
 }
 
+bool mktfs_same_object(const struct stat &a, const struct stat &b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+bool mktfs_is_sparse(const struct stat &status) {
+    constexpr blkcnt_t unit = 512;  // of st_blocks, bytes
+    return S_ISREG(status.st_mode) && status.st_blocks * unit < status.st_size;
+}
+
 int mktfs_strreplace(const char *source, const char *needle, const char *replacement, char *out,
                      std::size_t capacity) {
     if (!source || !needle || *needle == '\0' || !replacement || !out)
@@ -140,6 +146,14 @@ int mktfs_strreplace(const char *source, const char *needle, const char *replace
     });
     *out = '\0';
     return 0;
+}
+
+int mktfs_read_file(const char *path, std::span<std::uint8_t> room, std::size_t *length) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path, "rbe"), std::fclose);
+    if (!file)
+        return errno;
+    *length = std::fread(room.data(), 1, room.size(), file.get());
+    return std::ferror(file.get()) != 0 ? errno : 0;
 }
 
 int mktfs_unlink_cb(const char *path, const struct stat *, int, struct FTW *) {
@@ -168,7 +182,7 @@ int mktfs_same_file(const char *a, const char *b, bool *same) {
         return err;
     if (const int err = look_at(b, status_b, found_b); err != 0)
         return err;
-    *same = found_a && found_b && same_object(status_a, status_b);
+    *same = found_a && found_b && mktfs_same_object(status_a, status_b);
     return 0;
 }
 
@@ -197,5 +211,5 @@ int mktfs_claim_file(const char *path, int descriptor) {
     // Its last owner may have removed it between the caller's open and the lock.
     bool found = false;
     const bool known = look_at(path, named, found) == 0;
-    return known && !(found && same_object(status, named)) ? EAGAIN : 0;
+    return known && !(found && mktfs_same_object(status, named)) ? EAGAIN : 0;
 }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 struct stat;
 struct FTW;
@@ -13,12 +14,22 @@ struct FTW;
 [[nodiscard]] int mktfs_file_size(const char *path, std::uint64_t *size);
 [[nodiscard]] int mktfs_fd_size(int descriptor, std::uint64_t *size);
 
+// Whether both statuses are of the same file or folder.
+[[nodiscard]] bool mktfs_same_object(const struct stat &a, const struct stat &b);
+// Whether the status is of a regular file that takes less room than it has bytes: it has
+// holes.
+[[nodiscard]] bool mktfs_is_sparse(const struct stat &status);
+
 // Writes `source` with every occurrence of `needle` replaced into `out`, scanning
 // left to right without looking into inserted text.  `capacity` counts the
 // terminator.  EINVAL for a null argument, an empty needle, or a result that does
 // not fit (`out` is then untouched).
 [[nodiscard]] int mktfs_strreplace(const char *source, const char *needle, const char *replacement, char *out,
                                    std::size_t capacity);
+
+// Reads a file, which may be a pipe, until its end or until the room is full.  `length`:
+// bytes that were read.  The system's error number; does not log.
+[[nodiscard]] int mktfs_read_file(const char *path, std::span<std::uint8_t> room, std::size_t *length);
 
 // Removes a folder tree, entries before their folder; follows no symbolic link
 // and stays on its file system.  Null is ignored.  The first entry that cannot be
@@ -33,9 +44,9 @@ int mktfs_unlink_cb(const char *path, const struct stat *status, int kind, struc
 // process.
 [[nodiscard]] const char *mktfs_tmpdir();
 
-// The next two tell what may not be overwritten or removed, so a path that cannot be
-// looked at is an error; only one that leads to nothing, or to nothing that this
-// process may reach, is not the same and not inside.  Do not log.
+// The next two protect what may not be overwritten or removed, so a path that cannot be
+// examined is an error; only a path that leads to nothing, or to nothing that this process
+// may reach, is not the same and not inside.  Do not log.
 
 // Whether both paths lead to the same existing file or folder, through whatever links
 // and spellings.  Returns 0 or the error number (`same` is then false).
@@ -45,7 +56,7 @@ int mktfs_unlink_cb(const char *path, const struct stat *status, int kind, struc
 // must exist).  Returns 0 or the error number (`inside` is then false).
 [[nodiscard]] int mktfs_path_is_inside(const char *path, const char *folder, bool *inside);
 
-// Claims a regular file for this descriptor until it is closed, as far as the file
-// system has locks; other kinds of files are for everybody.  0, or EAGAIN when another
-// descriptor has it or `path` does not lead to it any more.  Does not log.
+// Claims a regular file for this descriptor until it is closed, where the file system has
+// locks; files of other kinds are not claimed.  0, or EAGAIN when another descriptor has it
+// or `path` no longer leads to it.  Does not log.
 [[nodiscard]] int mktfs_claim_file(const char *path, int descriptor);

@@ -7,19 +7,21 @@
 #include <cstdio>
 #include <span>
 
-// An object or array; its brackets are written where it lives and dies.
+#include "base/hex.h"
+
+// An object or array: it writes its brackets when it is made and when it goes.
 class mktfs_json {
 public:
-    mktfs_json(std::FILE *out, char open, char close, unsigned depth)
-        : out_(out), close_(close), depth_(depth) {
-        std::fputc(open, out_);
-    }
+    // The whole text, which is an object and a line end.
+    explicit mktfs_json(std::FILE *out) : mktfs_json(out, '{', '}', 0) {}
     mktfs_json(const mktfs_json &) = delete;
     mktfs_json &operator=(const mktfs_json &) = delete;
     ~mktfs_json() {
         if (!empty_)
             new_line(depth_);
         std::fputc(close_, out_);
+        if (depth_ == 0)
+            std::fputc('\n', out_);
     }
 
     [[nodiscard]] mktfs_json object(const char *name) { return nested(name, '{', '}'); }
@@ -34,8 +36,7 @@ public:
     void hex(const char *name, std::span<const std::uint8_t> value) {
         begin(name);
         std::fputc('"', out_);
-        for (const std::uint8_t byte : value)
-            std::fprintf(out_, "%02x", byte);
+        mktfs_write_hex(value, out_);
         std::fputc('"', out_);
     }
     // Null is written as null.
@@ -48,6 +49,10 @@ public:
     }
 
 private:
+    mktfs_json(std::FILE *out, char open, char close, unsigned depth)
+        : out_(out), close_(close), depth_(depth) {
+        std::fputc(open, out_);
+    }
     mktfs_json nested(const char *name, char open, char close) {
         begin(name);
         return {out_, open, close, depth_ + 1};

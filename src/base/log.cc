@@ -70,6 +70,6 @@ void mktfs_register_log_fct(mktfs_log_function function) {
 int mktfs_log_flush() {
     flush_stdout();
     if (stdout_error == 0 && std::ferror(stdout) != 0)
-        stdout_error = EIO;  // a writer other than the log met it and kept no error number
+        stdout_error = EIO;  // another writer met it and kept no error number
     return stdout_error;
 }

@@ -23,6 +23,8 @@ extern int verbose;
 // Nonzero: a warning ends the run with status 1 (-a).
 extern int abort_on_warning;
 
+// Writes info and notes to standard output, the rest to standard error; ends the process
+// with status 1 after a fatal message, and under -a after a warning.  Keeps errno.
 [[gnu::format(printf, 2, 3)]] int mktfs_log_default(int level, const char *format, ...);
 
 // Installs a log function; null leaves the current one.

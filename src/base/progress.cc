@@ -46,7 +46,7 @@ std::size_t line_capacity() {
     return std::min<std::size_t>(window.ws_col, LINE_CAPACITY);
 }
 
-// Whether the terminal took it is of no interest.
+// A failure to write to the terminal is ignored.
 void put(const char *text, std::size_t length) {
     const int saved_errno = errno;
     if (::write(STDERR_FILENO, text, length) < 0)

@@ -1,7 +1,7 @@
-// One line on standard error about a run that takes longer than a second: percent,
-// speed and time left.  Only where somebody watches: standard error is a terminal
-// that can clear a line, and -v did not ask for messages instead.  The line is wiped
-// at the end, and before any message.
+// One line on standard error about a run that takes longer than a second: percent, speed
+// and time left.  Only where it can be seen: standard error is a terminal that can clear a
+// line, and -v did not ask for messages instead.  The line is wiped at the end, and before
+// any message.
 //
 // One run at a time, from one thread.
 #pragma once
@@ -19,13 +19,13 @@ public:
     mktfs_progress &operator=(const mktfs_progress &) = delete;
 };
 
-// That many bytes more are done.  Nothing outside of a watched run.
+// Counts further bytes as done.  Does nothing outside a watched run.
 void mktfs_progress_add(std::uint64_t bytes);
 
 // Takes the line off the screen until the next step.  Async-signal-safe.
 void mktfs_progress_wipe();
 
-// What a line tells.
+// The figures of a line.
 struct mktfs_progress_figures {
     std::uint64_t size = 0;  // bytes of the image, 1 or more
     unsigned passes = 1;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -36,7 +35,7 @@ public:
 
     [[nodiscard]] std::size_t length() const { return length_; }
 
-    // Hands the text over, terminated, and starts anew.
+    // Hands over the terminated text, to be freed by the caller, and starts an empty one.
     [[nodiscard]] char *release() {
         reserve(length_ + 1);
         bytes_.get()[length_] = '\0';
@@ -100,7 +99,7 @@ char *copy_or_exit(const char *text, std::size_t length) {
 
 void base_scanner_open(const char *path) {
     const char *name = mktfs_shown(path);
-    base_scanner_close();  // what an abandoned parse left behind
+    base_scanner_close();  // left open by an abandoned parse
     self.at.line = 1;
     self.at.token_length = 0;
     self.statement = BASE_STATE_LINE;

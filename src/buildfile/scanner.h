@@ -42,5 +42,7 @@ int base_wrap();  // 1: there is no further file
 // The last token of a braced body is the whole body.
 void base_scanner_context(const char **file, int *line, int *column);
 
+// Set what the scanner reads next (base_statement_state) and the keyword of the current
+// header (base_element_kind).
 void base_scanner_setstate(int state);
 void base_scanner_setelem(int kind);

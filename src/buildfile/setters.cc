@@ -9,11 +9,12 @@
 #include "fs/diag.h"
 #include "fs/filesystem.h"
 #include "tree/inode.h"
+#include "tree/text.h"
 
 namespace {
 
-// Owns every list that was given to an inode: the tree only borrows them, and an
-// inode may be dropped or merged into another one without notice.
+// Owns every list that was given to an inode: the tree only borrows them, and an inode may
+// be dropped or merged into another one at any time.
 class acl_pool {
 public:
     ~acl_pool() { clear(); }
@@ -60,12 +61,8 @@ tvo_acl *acl_from_text(const char *text) {
 
 // Copies the contents; false when memory is out.
 bool store_contents(mktfs_inode &inode, std::string_view contents) {
-    try {
-        inode.path = contents;
-    } catch (const std::bad_alloc &) {
+    if (!mktfs_set_path(inode, contents))
         return false;
-    }
-    inode.has_path = true;
     inode.flags |= MKTFS_INODE_INLINE;
     inode.size = contents.size();
     return true;

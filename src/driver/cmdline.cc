@@ -30,7 +30,7 @@ struct command_line {
     char **vector;
     std::string letters = DRIVER_LETTERS;
     mktfs_run run = {};
-    bool help = false;  // the help is printed: nothing behind -h matters
+    bool help = false;  // the help is printed, and what follows -h is ignored
 };
 
 int fail_with_usage() {
@@ -49,7 +49,7 @@ void print_help(command_line &line) {
     line.help = true;
 }
 
-// `set` is the whole effect of an option, or `run` is, which may fail.
+// What an option does is either `set` or `run`, which may fail.
 struct driver_option {
     char letter;
     void (*set)(command_line &line, const char *argument);

@@ -105,7 +105,7 @@ int extract_image(const mktfs_run &run, mktfs_filesystem *fs) {
     return 0;
 }
 
-// The folder exists, made by this run: a failure takes it away again.
+// This run has made the folder: a failure removes it.
 int fill_output_folder(const mktfs_run &run, mktfs_filesystem *fs) {
     if (const int err = extract_image(run, fs); err != 0) {
         mktfs_rmtree(run.output);

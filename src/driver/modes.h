@@ -8,7 +8,7 @@ struct mktfs_run {
     const mktfs_backend *backend = nullptr;  // null before selection
     const char *output = nullptr;            // null: none given
     const char *input = nullptr;             // the first operand, null: none given
-    const char *unused_input = nullptr;      // the second one, which no mode takes
+    const char *unused_input = nullptr;      // the second one, which no mode uses
     bool extract = false;
     bool verify = false;
     bool force = false;

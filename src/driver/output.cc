@@ -77,7 +77,7 @@ int refuse_standard_stream(const char *output, int descriptor, const char *name)
     }, stream{};
     if (::stat(output, &file) != 0 || ::fstat(descriptor, &stream) != 0)
         return 0;  // nothing there yet: not what a stream leads to
-    if (!S_ISREG(file.st_mode) || file.st_dev != stream.st_dev || file.st_ino != stream.st_ino)
+    if (!S_ISREG(file.st_mode) || !mktfs_same_object(file, stream))
         return 0;
     return MKTFS_FAIL(EINVAL, "output file '%s' is also %s, choose another output\n", output, name);
 }
@@ -90,7 +90,7 @@ int refuse_output(const mktfs_run &run) {
     return refuse_standard_stream(run.output, STDERR_FILENO, "standard error");
 }
 
-// Images are appended to, which a block device cannot be.
+// Images are appended to their output, and a block device cannot grow.
 int refuse_block_device(const char *path, const struct stat &status) {
     if (!S_ISBLK(status.st_mode))
         return 0;
@@ -127,7 +127,7 @@ int refuse_folder_of_inputs(const mktfs_run &run) {
                       run.output, input);
 }
 
-// Such a folder can be emptied, but neither removed nor made.
+// Such a folder can be emptied, but neither removed nor created.
 int refuse_dots(const char *folder) {
     std::string_view path = folder;
     while (path.ends_with('/'))
@@ -158,9 +158,8 @@ mktfs_output_file::~mktfs_output_file() {
 }
 
 void mktfs_output_file::refuse_source(const char *source, const struct stat &status) {
-    const mktfs_output_file &output = *watching_;
-    if (status.st_dev == output.status_.st_dev && status.st_ino == output.status_.st_ino)
-        std::exit(report_input(output.path_, source));
+    if (mktfs_same_object(status, watching_->status_))
+        std::exit(report_input(watching_->path_, source));
 }
 
 void mktfs_output_file::register_for_removal() {
@@ -168,7 +167,7 @@ void mktfs_output_file::register_for_removal() {
         slot_ = mktfs_cleanup_add(path_, mktfs_io_descriptor(io_.get()));
 }
 
-// It is this run's alone from here on: what another run is writing stays.
+// From here on the file is this run's alone; one that another run is writing is left alone.
 int mktfs_output_file::open_path(const char *path) {
     const mktfs_signal_guard guard;
     const bool was_there = ::access(path, F_OK) == 0;
@@ -195,8 +194,7 @@ int mktfs_output_file::open(const mktfs_run &run) {
     return 0;
 }
 
-// A file that is empty already stays untouched: truncating it would have it flushed when
-// it is closed.
+// A file that is empty already is not truncated, since closing it would then flush it.
 int mktfs_output_file::begin(const mktfs_run &run) {
     if (!run.output)
         return 0;

@@ -1,5 +1,5 @@
-// The output of a run: refused where it would destroy what the run reads or take up what
-// it prints, and gone again unless the run completes it.
+// The output of a run: refused if it would destroy an input or receive the run's messages,
+// and removed unless the run completes it.
 //
 // Functions return 0 or an error number, which they have logged.
 #pragma once
@@ -10,10 +10,10 @@
 
 struct mktfs_run;
 
-// The image file of a build, unfinished and to be removed until keep().  What it held
-// before goes only once all sources are known: a source that is the output ends the run,
-// and a file that was there before, and might be a source yet, is left alone until then.
-// Without an output path there is no file.
+// The image file of a build, which is removed unless keep() is called.  Its old contents go
+// only once all sources are known: a source that is the output ends the run, and a file
+// that existed before, and may turn out to be a source, is left alone until then.  Without
+// an output path there is no file.
 class mktfs_output_file {
 public:
     mktfs_output_file() = default;
@@ -21,13 +21,13 @@ public:
     mktfs_output_file(const mktfs_output_file &) = delete;
     mktfs_output_file &operator=(const mktfs_output_file &) = delete;
 
-    // EINVAL for an output that is an input, standard output or standard error, EAGAIN
-    // for one that another run is writing, EOPNOTSUPP for a block device; whatever was
-    // there is whole then.
+    // EINVAL for an output that is an input, standard output or standard error, EAGAIN for
+    // one that another run is writing, EOPNOTSUPP for a block device; what was there is
+    // then unchanged.
     [[nodiscard]] int open(const mktfs_run &run);
-    // Empties the file: the run has read what tells it its sources.
+    // Empties the file, once the run knows all its sources.
     [[nodiscard]] int begin(const mktfs_run &run);
-    // Ends the writing, so that its last errors show.
+    // Closes the file and reports late write errors.
     [[nodiscard]] int close(const mktfs_run &run);
     void keep();
     void remove();
@@ -51,6 +51,7 @@ private:
 // its last component is "." or "..".
 [[nodiscard]] int mktfs_clear_output_folder(const mktfs_run &run);
 
-// Makes the output folder.  `slot`: while it is empty it goes with an unfinished run,
-// until the caller forgets it there (see base/cleanup.h).
+// Makes the output folder.  `slot` receives its place in the clean-up (see base/cleanup.h),
+// which removes the folder, if it is empty, with an unfinished run until the caller forgets
+// it.
 [[nodiscard]] int mktfs_make_output_folder(const mktfs_run &run, int *slot);

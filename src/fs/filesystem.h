@@ -9,6 +9,7 @@
 // Byte order in which a type's images are written on this host: 0, little-endian.
 extern int host_endian;
 
+// Selects the type, borrowed for the process's life; null selects none.
 void mktfs_set_backend(const mktfs_backend *backend);
 [[nodiscard]] const mktfs_backend *mktfs_get_backend();  // null before selection
 // The selected type, or a record of which every slot is empty.
@@ -19,15 +20,20 @@ void mktfs_set_backend(const mktfs_backend *backend);
 // Writes the build defaults (root included), then calls the type's hook.  EINVAL
 // for a null record, else the hook's result or 0.
 [[nodiscard]] int mktfs_filesystem_build_init(mktfs_filesystem *fs);
-void mktfs_filesystem_build_finit(mktfs_filesystem *fs);
+// Empties the root's child list, then calls the type's hook.  Results as above.
 [[nodiscard]] int mktfs_filesystem_extract_init(mktfs_filesystem *fs);
-void mktfs_filesystem_extract_finit(mktfs_filesystem *fs);
+// Calls the type's hook; its result or 0.
 [[nodiscard]] int mktfs_filesystem_verify_init(mktfs_filesystem *fs);
+// The type's hooks at the end of each mode; see mktfs_backend for when they run.
+void mktfs_filesystem_build_finit(mktfs_filesystem *fs);
+void mktfs_filesystem_extract_finit(mktfs_filesystem *fs);
 void mktfs_filesystem_verify_finit(mktfs_filesystem *fs);
 
 // Hands the input to the type's parser.  EOPNOTSUPP without one; otherwise 0:
 // the parser reports its own errors, which end the process.
 [[nodiscard]] int mktfs_filesystem_parse(const char *input);
+// Writes the image into `output`, borrowed, which may be null.  The type's result, or
+// EOPNOTSUPP.
 [[nodiscard]] int mktfs_filesystem_build(mktfs_filesystem *fs, mktfs_io *output);
 // Maps the image and hands it to the type.  The mapping's error, EOPNOTSUPP, or
 // the type's result.

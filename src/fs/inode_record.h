@@ -55,7 +55,7 @@ struct mktfs_inode {
     mktfs_inode **prev = nullptr;     // the previous element's next field, or the list head
     mktfs_inode *parent = nullptr;    // null for the root
     std::uint32_t depth = 0;          // 0 for the root
-    mktfs_inode *shortcut = nullptr;  // an ancestor, the farther up the deeper the node
+    mktfs_inode *shortcut = nullptr;  // an ancestor; see set_depth in tree/inode.cc
     std::uint64_t nchildren = 0;      // insertions so far, never decreased
     mktfs_inode_list children;
     mktfs_index_links index;

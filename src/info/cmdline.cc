@@ -1,7 +1,5 @@
 #include "info/cmdline.h"
 
-#include <getopt.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -10,7 +8,9 @@
 #include <span>
 
 #include "base/cleanup.h"
+#include "base/hex.h"
 #include "base/json.h"
+#include "base/long_options.h"
 #include "info/json.h"
 #include "info/keys.h"
 #include "info/output.h"
@@ -25,8 +25,6 @@
 #include "ttd/image_file.h"
 
 namespace {
-
-constexpr int USAGE_ERROR = 1;
 
 constexpr char usage_text[] =
     "usage: ttdinfo [OPTION...] IMAGE\n"
@@ -62,65 +60,28 @@ enum class output_kind {
     ROOT_HASH,
 };
 
-struct settings {
+struct settings : mktfs_option_state {
     output_kind output = output_kind::TEXT;
-    const char *message = nullptr;  // printed instead of working
     const char *min_rollback = nullptr;
     const char *public_key = nullptr;
     std::span<char *const> images;
     // --verify
-    std::unique_ptr<char *[]> keys;  // paths
+    std::unique_ptr<const char *[]> keys;  // paths
     std::size_t key_count = 0;
     // --plan
     ttdinfo_plan plan;
-    unsigned given = 0;  // bits of the options
-};
-
-enum option_code : int {
-    OPTION_JSON = 256,
-    OPTION_ROOT_HASH,
-    OPTION_MIN_ROLLBACK,
-    OPTION_VERIFY_SIGNATURE,
-    OPTION_VERIFY,
-    OPTION_KEY,
-    OPTION_WITHOUT_SIGNATURE_CHECK,
-    OPTION_PLAN,
-    OPTION_BLOCK,
-    OPTION_DIGEST,
-    OPTION_PARTITION,
-    OPTION_VERSION,
-};
-
-constexpr option long_options[] = {
-    {"json", no_argument, nullptr, OPTION_JSON},
-    {"root-hash", no_argument, nullptr, OPTION_ROOT_HASH},
-    {"min-rollback", required_argument, nullptr, OPTION_MIN_ROLLBACK},
-    {"verify-signature", required_argument, nullptr, OPTION_VERIFY_SIGNATURE},
-    {"verify", no_argument, nullptr, OPTION_VERIFY},
-    {"key", required_argument, nullptr, OPTION_KEY},
-    {"without-signature-check", no_argument, nullptr, OPTION_WITHOUT_SIGNATURE_CHECK},
-    {"plan", required_argument, nullptr, OPTION_PLAN},
-    {"block", required_argument, nullptr, OPTION_BLOCK},
-    {"digest", required_argument, nullptr, OPTION_DIGEST},
-    {"partition", required_argument, nullptr, OPTION_PARTITION},
-    {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, OPTION_VERSION},
-    {},
 };
 
 int wrong_usage(const char *text) {
     std::fprintf(stderr, "ttdinfo: %s\n", text);
-    return USAGE_ERROR;
+    return MKTFS_USAGE_ERROR;
 }
 
-constexpr unsigned bit(int code) {
-    return code == 'h' ? 0 : 1U << (code - OPTION_JSON);
-}
-
-int set_output(settings &to, output_kind kind) {
-    if (to.output != output_kind::TEXT && to.output != kind)
+template <output_kind Kind>
+int set_output(settings &to, const char *) {
+    if (to.output != output_kind::TEXT && to.output != Kind)
         return wrong_usage("--json and --root-hash exclude each other");
-    to.output = kind;
+    to.output = Kind;
     return 0;
 }
 
@@ -131,77 +92,81 @@ int set_min_rollback(settings &to, const char *version) {
                                                        : 0;
 }
 
-int set_size(const char *text, std::uint64_t &to) {
-    return th_str_to_bytes(text, &to) != 0 || to == 0
+int set_public_key(settings &to, const char *path) {
+    to.public_key = path;
+    return 0;
+}
+
+int add_key(settings &to, const char *path) {
+    to.keys[to.key_count++] = path;
+    return 0;
+}
+
+template <auto Size>
+int set_size(settings &to, const char *text) {
+    std::uint64_t &size = to.plan.*Size;
+    return th_str_to_bytes(text, &size) != 0 || size == 0
                ? wrong_usage("a size is a number of bytes above 0, or with K, M, G or T")
                : 0;
 }
 
-int set_block_size(const char *text, std::uint32_t &to) {
+int set_block_size(settings &to, const char *text) {
     std::uint64_t size = 0;
     if (th_str_to_bytes(text, &size) != 0 || !ttd_is_block_size(size))
         return wrong_usage("--block takes a power of two from 512 to 32768");
-    to = static_cast<std::uint32_t>(size);
+    to.plan.block_size = static_cast<std::uint32_t>(size);
     return 0;
 }
 
-int set_digest(const char *name, std::uint32_t &to) {
-    to = ttd_hash_type(name);
-    return to != 0 ? 0 : wrong_usage("unknown digest, see mktfs ttd -h");
+int set_digest(settings &to, const char *name) {
+    to.plan.hashtype = ttd_hash_type(name);
+    return to.plan.hashtype != 0 ? 0 : wrong_usage("unknown digest, see mktfs ttd -h");
 }
 
-int apply_option(int code, settings &to) {
-    switch (code) {
-    case OPTION_JSON:
-        return set_output(to, output_kind::JSON);
-    case OPTION_ROOT_HASH:
-        return set_output(to, output_kind::ROOT_HASH);
-    case OPTION_MIN_ROLLBACK:
-        return set_min_rollback(to, optarg);
-    case OPTION_VERIFY_SIGNATURE:
-        to.public_key = optarg;
-        return 0;
-    case OPTION_KEY:
-        to.keys[to.key_count++] = optarg;
-        return 0;
-    case OPTION_PLAN:
-        return set_size(optarg, to.plan.size);
-    case OPTION_BLOCK:
-        return set_block_size(optarg, to.plan.block_size);
-    case OPTION_DIGEST:
-        return set_digest(optarg, to.plan.hashtype);
-    case OPTION_PARTITION:
-        return set_size(optarg, to.plan.partition);
-    case OPTION_VERIFY:
-    case OPTION_WITHOUT_SIGNATURE_CHECK:
-        return 0;
-    case 'h':
-        to.message = usage_text;
-        return 0;
-    case OPTION_VERSION:
-        to.message = "ttdinfo (mktfs) " MKTFS_VERSION "\n";
-        return 0;
-    default:  // getopt has said what is wrong
-        return USAGE_ERROR;
-    }
-}
+enum option_bit : unsigned {
+    OPTION_JSON = 1 << 0,
+    OPTION_ROOT_HASH = 1 << 1,
+    OPTION_MIN_ROLLBACK = 1 << 2,
+    OPTION_VERIFY_SIGNATURE = 1 << 3,
+    OPTION_VERIFY = 1 << 4,
+    OPTION_KEY = 1 << 5,
+    OPTION_WITHOUT_SIGNATURE_CHECK = 1 << 6,
+    OPTION_PLAN = 1 << 7,
+    OPTION_BLOCK = 1 << 8,
+    OPTION_DIGEST = 1 << 9,
+    OPTION_PARTITION = 1 << 10,
+};
 
-constexpr unsigned PLAN_OPTIONS = bit(OPTION_PLAN) | bit(OPTION_BLOCK) | bit(OPTION_DIGEST);
-constexpr unsigned KEY_OPTIONS = bit(OPTION_KEY) | bit(OPTION_WITHOUT_SIGNATURE_CHECK);
+constexpr mktfs_long_option<settings> options[] = {
+    {"json", OPTION_JSON, no_argument, set_output<output_kind::JSON>},
+    {"root-hash", OPTION_ROOT_HASH, no_argument, set_output<output_kind::ROOT_HASH>},
+    {"min-rollback", OPTION_MIN_ROLLBACK, required_argument, set_min_rollback},
+    {"verify-signature", OPTION_VERIFY_SIGNATURE, required_argument, set_public_key},
+    {"verify", OPTION_VERIFY, no_argument},
+    {"key", OPTION_KEY, required_argument, add_key},
+    {"without-signature-check", OPTION_WITHOUT_SIGNATURE_CHECK, no_argument},
+    {"plan", OPTION_PLAN, required_argument, set_size<&ttdinfo_plan::size>},
+    {"block", OPTION_BLOCK, required_argument, set_block_size},
+    {"digest", OPTION_DIGEST, required_argument, set_digest},
+    {"partition", OPTION_PARTITION, required_argument, set_size<&ttdinfo_plan::partition>},
+};
 
-// One of three things is asked for, each with its options.
+constexpr unsigned PLAN_OPTIONS = OPTION_PLAN | OPTION_BLOCK | OPTION_DIGEST;
+constexpr unsigned KEY_OPTIONS = OPTION_KEY | OPTION_WITHOUT_SIGNATURE_CHECK;
+
+// Each of the three things that can be asked for takes options of its own.
 int check_options(const settings &with) {
-    const auto takes_only = [&with](unsigned options) { return (with.given & ~options) == 0; };
-    if ((with.given & bit(OPTION_PLAN)) != 0) {
-        if (!takes_only(PLAN_OPTIONS | bit(OPTION_PARTITION) | bit(OPTION_JSON)) || !with.images.empty())
+    const auto takes_only = [&with](unsigned allowed) { return (with.given & ~allowed) == 0; };
+    if ((with.given & OPTION_PLAN) != 0) {
+        if (!takes_only(PLAN_OPTIONS | OPTION_PARTITION | OPTION_JSON) || !with.images.empty())
             return wrong_usage("--plan takes --block, --digest, --partition and --json, and no image");
         return (with.given & PLAN_OPTIONS) == PLAN_OPTIONS ? 0
                                                            : wrong_usage("--plan needs --block and --digest");
     }
     if (with.images.empty())
         return wrong_usage("missing image, see --help");
-    if ((with.given & bit(OPTION_VERIFY)) != 0) {
-        if (!takes_only(bit(OPTION_VERIFY) | KEY_OPTIONS | bit(OPTION_MIN_ROLLBACK) | bit(OPTION_JSON)))
+    if ((with.given & OPTION_VERIFY) != 0) {
+        if (!takes_only(OPTION_VERIFY | KEY_OPTIONS | OPTION_MIN_ROLLBACK | OPTION_JSON))
             return wrong_usage("--verify takes --key, --without-signature-check, --min-rollback and --json");
         const unsigned keys = with.given & KEY_OPTIONS;
         return keys != 0 && keys != KEY_OPTIONS
@@ -210,24 +175,19 @@ int check_options(const settings &with) {
     }
     if (with.images.size() != 1)
         return wrong_usage("more than one image, see --help");
-    return takes_only(bit(OPTION_JSON) | bit(OPTION_ROOT_HASH) | bit(OPTION_MIN_ROLLBACK) |
-                      bit(OPTION_VERIFY_SIGNATURE))
+    return takes_only(OPTION_JSON | OPTION_ROOT_HASH | OPTION_MIN_ROLLBACK | OPTION_VERIFY_SIGNATURE)
                ? 0
                : wrong_usage("an option belongs to --verify or --plan, see --help");
 }
 
-// Help and version end the command line: nothing behind them matters.
 int parse(int argc, char **argv, settings &to) {
-    to.keys.reset(new (std::nothrow) char *[static_cast<std::size_t>(argc)]);
+    to.keys.reset(new (std::nothrow) const char *[static_cast<std::size_t>(argc)]);
     if (!to.keys)
         return ENOMEM;
-    for (int code; !to.message && (code = getopt_long(argc, argv, "h", long_options, nullptr)) != -1;) {
-        if (const int err = apply_option(code, to); err != 0)
-            return err;
-        to.given |= bit(code);
-    }
-    if (to.message)
-        return 0;
+    const char *version = "ttdinfo (mktfs) " MKTFS_VERSION "\n";
+    if (const int err = mktfs_read_options(argc, argv, options, usage_text, version, to);
+        err != 0 || to.message)
+        return err;
     to.images = {argv + optind, static_cast<std::size_t>(argc - optind)};
     return check_options(to);
 }
@@ -239,7 +199,7 @@ int out_of_memory() {
 
 // ---- A superblock
 
-// A root hash that something is wrong with is not handed to a script.
+// The root hash of a refused image is not printed: a script might use it.
 void print_report(const ttdinfo_report &report, output_kind kind, std::FILE *out) {
     if (kind == output_kind::JSON)
         return ttdinfo_print_json(report, out);
@@ -250,7 +210,7 @@ void print_report(const ttdinfo_report &report, output_kind kind, std::FILE *out
         return;
     }
     if (report.problem_count == 0) {
-        ttdinfo_print_hex(ttdinfo_root_hash(report), out);
+        mktfs_write_hex(ttdinfo_root_hash(report), out);
         std::fputs("\n", out);
     }
 }
@@ -282,7 +242,7 @@ int show_image(const settings &with) {
 
 // ---- --verify
 
-// Writes what there is to say about an image as soon as it is known, but JSON at the end.
+// Prints the result for each image as soon as it is known, JSON at the end.
 int prove_image(const settings &with, const ttdinfo_keys &keys, const char *path, mktfs_json *images) {
     const std::unique_ptr<ttdinfo_proof> proof(new (std::nothrow) ttdinfo_proof);
     ttdinfo_output output;
@@ -304,7 +264,7 @@ int prove_image(const settings &with, const ttdinfo_keys &keys, const char *path
     return proof->status != 0 ? proof->status : err;
 }
 
-// All images are looked at; the first failure counts.
+// Every image is checked; the first failure is the result.
 int prove_images(const settings &with, const ttdinfo_keys &keys, mktfs_json *images) {
     int result = 0;
     for (const char *path : with.images)
@@ -319,17 +279,16 @@ int prove_to_json(const settings &with, const ttdinfo_keys &keys) {
         return out_of_memory();
     int result = 0;
     {
-        mktfs_json whole(output.file(), '{', '}', 0);
+        mktfs_json whole(output.file());
         ttdinfo_begin_json(&whole);
         mktfs_json images = whole.array("images");
         result = prove_images(with, keys, &images);
     }
-    std::fputc('\n', output.file());
     const int err = output.write();
     return result != 0 ? result : err;
 }
 
-// What the engine says is in the result already.
+// The result already says what the engine complains about.
 [[gnu::format(printf, 2, 3)]] int keep_silent(int /*level*/, const char * /*format*/, ...) {
     return 0;
 }
@@ -344,7 +303,7 @@ int verify(const settings &with) {
 
 int run_verify(const settings &with) {
     mktfs_cleanup_install();
-    // Keys are tried as one kind after the other, which the library would complain of.
+    // Each key is tried as every kind in turn, and the library would log each failure.
     (void)th_log_update_config("tc_openssl:stderr=none");
     if (const int err = tcrypto_init(0, nullptr); err != TCRYPTO_OK) {
         std::fprintf(stderr, "ttdinfo: failed to initialize crypto library (%s)\n", tcrypto_strerror(err));
@@ -378,7 +337,7 @@ int ttdinfo_main(int argc, char **argv) {
         return err;
     if (with.message)
         return ttdinfo_write(with.message, std::strlen(with.message));
-    if ((with.given & bit(OPTION_PLAN)) != 0)
+    if ((with.given & OPTION_PLAN) != 0)
         return show_plan(with);
-    return (with.given & bit(OPTION_VERIFY)) != 0 ? run_verify(with) : show_image(with);
+    return (with.given & OPTION_VERIFY) != 0 ? run_verify(with) : show_image(with);
 }

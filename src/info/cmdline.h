@@ -1,5 +1,4 @@
-// The program ttdinfo: prints what the superblock of an image says, and checks it
-// as far as that needs no other byte of the image.
+// The program ttdinfo: shows, proves and plans images.
 #pragma once
 
 // The exit status: 0, 1 for wrong usage, else the error number of the first step

@@ -34,7 +34,7 @@ void ttdinfo_damage::add_unproven(const ttdinfo_range &range) {
     mark(range, '-');
 }
 
-// Marks the cells that share a byte with the range, as far as it lies in the image.
+// Marks the cells that share a byte with the part of the range that lies in the image.
 void ttdinfo_damage::mark(const ttdinfo_range &range, char sign) {
     if (cells_ == 0 || range.length == 0 || range.offset >= size_)
         return;

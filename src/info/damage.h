@@ -1,12 +1,12 @@
-// Where an image is not what it should be: lists of ranges for a report, and a map of
-// the whole image for a screen.  Both have a fixed size, however much is damaged.
+// Where an image is damaged: lists of ranges for a report, and a map of the whole image for
+// a screen.  Both have a fixed size, however much is damaged.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
-inline constexpr int TTDINFO_DATA = -1;  // no level of the tree: the data
+inline constexpr int TTDINFO_DATA = -1;  // not a level of the tree but the data
 
 struct ttdinfo_range {
     int level = TTDINFO_DATA;
@@ -18,8 +18,8 @@ class ttdinfo_ranges {
 public:
     static constexpr std::size_t CAPACITY = 4096;
 
-    // What touches or repeats the range before it becomes one with it.  Behind the last
-    // place of the list ranges are only counted.
+    // A range that touches or overlaps the one before is merged with it.  When the list is
+    // full, ranges are only counted.
     void add(const ttdinfo_range &range);
     [[nodiscard]] std::span<const ttdinfo_range> list() const { return {ranges_, count_}; }
     [[nodiscard]] std::uint64_t omitted() const { return omitted_; }

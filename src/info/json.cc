@@ -148,9 +148,6 @@ void ttdinfo_add_json(const ttdinfo_proof &proof, mktfs_json *images) {
 }
 
 void ttdinfo_print_json(const ttdinfo_report &report, std::FILE *out) {
-    {
-        mktfs_json whole(out, '{', '}', 0);
-        write_report(report, whole);
-    }
-    std::fputc('\n', out);
+    mktfs_json whole(out);
+    write_report(report, whole);
 }

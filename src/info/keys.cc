@@ -6,6 +6,8 @@
 #include <cstring>
 #include <new>
 
+#include "base/host.h"
+
 namespace {
 
 // Larger than any PEM file of a public key.
@@ -16,17 +18,7 @@ int refuse(const char *path, int err, const char *reason) {
     return err;
 }
 
-int read_file(const char *path, std::span<char> room, std::size_t *length) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path, "rbe"), std::fclose);
-    if (!file)
-        return refuse(path, errno, std::strerror(errno));
-    *length = std::fread(room.data(), 1, room.size(), file.get());
-    if (std::ferror(file.get()) != 0)
-        return refuse(path, errno, std::strerror(errno));
-    return 0;
-}
-
-bool is_key_of(const ttd_signature_row &row, std::span<const char> pem, ttd_key &out) {
+bool is_key_of(const ttd_signature_row &row, std::span<const std::uint8_t> pem, ttd_key &out) {
     out = {};
     if (tcrypto_keygen_request(row.key, nullptr, 0, th_out(out.keygen)) != TCRYPTO_OK)
         return false;
@@ -35,7 +27,7 @@ bool is_key_of(const ttd_signature_row &row, std::span<const char> pem, ttd_key 
 }
 
 // The signature code whose kind of key the bytes are, or 0.
-std::uint32_t load_key(std::span<const char> pem, ttd_key &out) {
+std::uint32_t load_key(std::span<const std::uint8_t> pem, ttd_key &out) {
     for (std::uint32_t code = 1; const ttd_signature_row *row = ttd_sig_row(code); ++code)
         if (is_key_of(*row, pem, out))
             return code;
@@ -44,16 +36,16 @@ std::uint32_t load_key(std::span<const char> pem, ttd_key &out) {
 
 }  // namespace
 
-int ttdinfo_keys::load(std::span<char *const> paths) {
-    const std::unique_ptr<char[]> room(new (std::nothrow) char[MAX_KEY_FILE]);
+int ttdinfo_keys::load(std::span<const char *const> paths) {
+    const std::unique_ptr<std::uint8_t[]> room(new (std::nothrow) std::uint8_t[MAX_KEY_FILE]);
     entries_.reset(new (std::nothrow) entry[paths.size()]);
     if (!room || !entries_)
         return ENOMEM;
     for (const char *path : paths) {
         entry &to = entries_[count_];
         std::size_t length = 0;
-        if (const int err = read_file(path, {room.get(), MAX_KEY_FILE}, &length); err != 0)
-            return err;
+        if (const int err = mktfs_read_file(path, {room.get(), MAX_KEY_FILE}, &length); err != 0)
+            return refuse(path, err, std::strerror(err));
         to.path = path;
         to.sigtype = load_key({room.get(), length}, to.key);
         if (to.sigtype == 0)

@@ -1,4 +1,4 @@
-// Public keys of which any may prove the signature of an image.
+// Public keys, any of which may prove the signature of an image.
 #pragma once
 
 #include <memory>
@@ -6,12 +6,12 @@
 
 #include "ttd/signature.h"
 
-// Needs the crypto library to be started for as long as it lives.
+// The crypto library must be started for as long as it lives.
 class ttdinfo_keys {
 public:
-    // Loads the PEM files, each once: they may be pipes.  On failure: the error number,
+    // Reads each PEM file once, since it may be a pipe.  On failure: the error number,
     // after reporting it on standard error.  Borrows the paths.
-    [[nodiscard]] int load(std::span<char *const> paths);
+    [[nodiscard]] int load(std::span<const char *const> paths);
 
     // The path of the first key that proves the signature, or null.
     [[nodiscard]] const char *proving(const ttd_superblock &superblock) const;

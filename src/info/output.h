@@ -1,5 +1,5 @@
-// Standard output: collected in memory, so that it is written in one piece and the error
-// of that is known; and the terminal that it may be.
+// Standard output, collected in memory so that it is written in one piece and a write error
+// is known; and the width of its terminal.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,8 @@
 // Writes to standard output; reports a failure and returns its error number.
 [[nodiscard]] int ttdinfo_write(const char *text, std::size_t length);
 
-// Columns of the terminal, at most 100; 0 when standard output is none, or one of fewer
-// than 40 columns.
+// Columns of the terminal, at most 100; 0 when standard output is not a terminal, or has
+// fewer than 40 columns.
 [[nodiscard]] unsigned ttdinfo_columns();
 
 class ttdinfo_output {
@@ -20,7 +20,8 @@ public:
     ~ttdinfo_output();
 
     [[nodiscard]] std::FILE *file() { return file_; }  // null when memory is out
-    // Ends the collection and writes it.  ENOMEM, or the error of ttdinfo_write.
+    // Ends the collection and writes it.  Called once.  ENOMEM, or the error of
+    // ttdinfo_write.
     [[nodiscard]] int write();
 
 private:

@@ -58,8 +58,8 @@ void fill_partition(ttdinfo_plan &plan) {
     plan.fits = plan.size <= plan.max_partition_size;
 }
 
-// A read never crosses the border of a hash block: that has room for a power of two of
-// hashes, 8 or more.
+// Hashes of 32 or 64 bytes fill a hash block with a power of two of them, 8 or more, so
+// that a read needs one hash block of each level.
 void fill_read_cost(ttdinfo_plan &plan) {
     plan.read_data_blocks = std::min(std::max(1U, READ_SIZE / plan.block_size), plan.info.raw_blocks);
     plan.read_hash_blocks = plan.info.levels;
@@ -114,36 +114,33 @@ void ttdinfo_print_plan(const ttdinfo_plan &plan, std::FILE *out) {
 
 void ttdinfo_print_plan_json(const ttdinfo_plan &plan, std::FILE *out) {
     const ttd_info &info = plan.info;
+    mktfs_json whole(out);
+    whole.number("version", JSON_VERSION);
+    whole.number("size", plan.size);
+    whole.number("block_size", plan.block_size);
+    whole.text("digest", ttd_hash_name(plan.hashtype));
+    whole.number("hash_size", info.hash_size);
+    whole.number("data_blocks", info.raw_blocks);
+    whole.number("hash_blocks", info.hash_blocks);
     {
-        mktfs_json whole(out, '{', '}', 0);
-        whole.number("version", JSON_VERSION);
-        whole.number("size", plan.size);
-        whole.number("block_size", plan.block_size);
-        whole.text("digest", ttd_hash_name(plan.hashtype));
-        whole.number("hash_size", info.hash_size);
-        whole.number("data_blocks", info.raw_blocks);
-        whole.number("hash_blocks", info.hash_blocks);
-        {
-            mktfs_json levels = whole.array("level_blocks");
-            for (unsigned level = 0; level < info.levels; ++level)
-                levels.number(nullptr, info.level_blocks[level]);
-        }
-        whole.number("tree_size", info.tree_size);
-        whole.number("image_size", plan.image_size);
-        if (plan.partition == 0) {
-            whole.null("partition");
-        } else {
-            mktfs_json partition = whole.object("partition");
-            partition.number("size", plan.partition);
-            partition.boolean("fits", plan.fits);
-            partition.number("max_size", plan.max_partition_size);
-            partition.number("max_plain_size", plan.max_plain_size);
-        }
-        mktfs_json read = whole.object("cold_read");
-        read.number("size", READ_SIZE);
-        read.number("data_blocks", plan.read_data_blocks);
-        read.number("hash_blocks", plan.read_hash_blocks);
-        read.number("bytes", plan.read_bytes);
+        mktfs_json levels = whole.array("level_blocks");
+        for (unsigned level = 0; level < info.levels; ++level)
+            levels.number(nullptr, info.level_blocks[level]);
     }
-    std::fputc('\n', out);
+    whole.number("tree_size", info.tree_size);
+    whole.number("image_size", plan.image_size);
+    if (plan.partition == 0) {
+        whole.null("partition");
+    } else {
+        mktfs_json partition = whole.object("partition");
+        partition.number("size", plan.partition);
+        partition.boolean("fits", plan.fits);
+        partition.number("max_size", plan.max_partition_size);
+        partition.number("max_plain_size", plan.max_plain_size);
+    }
+    mktfs_json read = whole.object("cold_read");
+    read.number("size", READ_SIZE);
+    read.number("data_blocks", plan.read_data_blocks);
+    read.number("hash_blocks", plan.read_hash_blocks);
+    read.number("bytes", plan.read_bytes);
 }

@@ -1,4 +1,4 @@
-// The calculator: what an image of a size would be like, before there is one.
+// The calculator: size and shape of an image before it is built.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 struct ttdinfo_plan {
     // Inputs.
     std::uint64_t size = 0;        // inner image, bytes
-    std::uint64_t partition = 0;   // bytes, 0: the image is as large as it becomes
+    std::uint64_t partition = 0;   // bytes, 0: none
     std::uint32_t block_size = 0;  // of data and hash blocks, bytes
     std::uint32_t hashtype = 0;    // digest code
     // Results.
@@ -18,7 +18,7 @@ struct ttdinfo_plan {
     bool fits = true;                      // the inner image into the partition
     std::uint64_t max_partition_size = 0;  // largest inner image that fits, built for the partition
     std::uint64_t max_plain_size = 0;      // and built for itself
-    // Of a read of 4096 bytes at a multiple of that, when nothing is cached.
+    // The cost of reading 4096 bytes at a multiple of 4096 with nothing cached.
     unsigned read_data_blocks = 0;
     unsigned read_hash_blocks = 0;
     std::uint64_t read_bytes = 0;

@@ -29,12 +29,12 @@ char complaint[sizeof ttdinfo_problem::text];
     return length;
 }
 
-// What the engine said, or `otherwise` when it said nothing.
+// Adds what the engine said, or `otherwise` when it said nothing.
 void add_complaint(ttdinfo_report &report, int err, const char *otherwise) {
     ttdinfo_add_problem(&report, err, "%s", complaint[0] != '\0' ? complaint : otherwise);
 }
 
-// False when this is nothing whose fields could be read as ours.
+// False when the fields cannot be read as those of this format.
 bool check_identity(ttdinfo_report &report) {
     const ttd_superblock &superblock = report.engine.superblock;
     if (superblock.magic != TTD_MAGIC)
@@ -86,8 +86,8 @@ void check_rollback(ttdinfo_report &report) {
         add_complaint(report, err, "the anti-rollback version is too low");
 }
 
-// The causes that have a plain name; true when there is one.  A block size of 0 may
-// not reach the engine at all.
+// Reports sizes that are wrong in themselves; true when there is one.  A block size of 0
+// must not reach the engine.
 bool refuse_sizes(ttdinfo_report &report) {
     const ttd_superblock &superblock = report.engine.superblock;
     const std::size_t before = report.problem_count;

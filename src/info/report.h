@@ -1,5 +1,5 @@
-// What there is to say about a superblock: its fields, the geometry that they give,
-// the checks that were asked for, and every reason why a reader would refuse it.
+// What is reported about a superblock: its fields, the geometry that they give, the checks
+// that were asked for, and every reason why a reader would refuse it.
 #pragma once
 
 #include <cstddef>
@@ -42,12 +42,12 @@ struct ttdinfo_report {
 // Opens the image and reads its superblock and size.  An error becomes a problem.
 [[nodiscard]] int ttdinfo_open(const char *path, ttd_image_file *image, ttdinfo_report *report);
 
-// Nothing when there is no room for another.
+// Does nothing when the list is full.
 [[gnu::format(printf, 3, 4)]] void ttdinfo_add_problem(ttdinfo_report *report, int err, const char *format,
                                                        ...);
 
-// Fills the results; takes the engine's log function.  No field of the superblock is
-// trusted.  Returns the error number of the first problem, or 0.
+// Fills the results; installs a log function of its own in the engine.  No field of the
+// superblock is trusted.  Returns the error number of the first problem, or 0.
 [[nodiscard]] int ttdinfo_examine(ttdinfo_report *report);
 
 // Largest inner image of a partition of this geometry, bytes; 0 when there is no room.

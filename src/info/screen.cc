@@ -52,7 +52,7 @@ public:
                add('S', "superblock", report.file_size - TTD_SUPERBLOCK_SIZE, TTD_SUPERBLOCK_SIZE);
     }
 
-    // Shares the columns out: each area gets one, the largest gives what that costs.
+    // Distributes the columns: each area gets at least one, at the expense of the largest.
     void scale(unsigned columns) {
         unsigned used = 0;
         for (area &of : areas()) {
@@ -68,7 +68,7 @@ public:
     [[nodiscard]] std::uint64_t end() const { return end_; }  // bytes
 
 private:
-    // What lies between the areas is free.
+    // Gaps between the areas are shown as free.
     [[nodiscard]] bool add(char sign, const char *name, std::uint64_t offset, std::uint64_t length) {
         if (offset < end_)
             return false;
@@ -135,7 +135,7 @@ void ttdinfo_draw_damage(const ttdinfo_proof &proof, std::FILE *out) {
     if (map.empty() || places.empty())
         return;
     std::fprintf(out, "  [%.*s]\n", static_cast<int>(map.size()), map.data());
-    std::fprintf(out, "  # damaged, - unproven; %s a column\n",
+    std::fprintf(out, "  # damaged, - unproven; %s per column\n",
                  size_text(proof.report.file_size / map.size()).text);
     for (const ttdinfo_range &range : places.first(std::min(places.size(), MAX_PLACES)))
         print_place(range, out);

@@ -1,10 +1,9 @@
 #include "info/text.h"
 
-#include <algorithm>
 #include <cinttypes>
 
+#include "base/hex.h"
 #include "info/verify.h"
-#include "ttd/engine_log.h"
 
 namespace {
 
@@ -29,7 +28,7 @@ public:
     }
     void hex(const char *label, std::span<const std::uint8_t> value) const {
         std::fprintf(out_, "%-*s", LABEL_WIDTH, label);
-        ttdinfo_print_hex(value, out_);
+        mktfs_write_hex(value, out_);
         std::fputs("\n", out_);
     }
     [[nodiscard]] std::FILE *out() const { return out_; }
@@ -118,12 +117,6 @@ void ttdinfo_print_proof(const ttdinfo_proof &proof, std::FILE *out) {
     if (proof.key)
         std::fprintf(out, " (%s)", proof.key);
     std::fputs("\n", out);
-}
-
-void ttdinfo_print_hex(std::span<const std::uint8_t> bytes, std::FILE *out) {
-    char text[2 * TTD_MAX_SIGNATURE + 1];
-    ttd_hex_text(bytes, text);
-    std::fputs(text, out);
 }
 
 void ttdinfo_print_text(const ttdinfo_report &report, std::FILE *out) {

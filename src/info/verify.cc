@@ -18,10 +18,10 @@ namespace {
 
 using digest_ptr = th_handle<tcrypto_ctx, ttd_hash_done>;
 
-constexpr std::uint64_t WINDOW_SIZE = 4 << 20;  // data that is read at once, bytes
+constexpr std::uint64_t WINDOW_SIZE = 4 << 20;  // read in one piece, bytes
 constexpr std::size_t MAX_CACHE_SLOTS = 64;     // neighbouring windows share few hash blocks
 
-// The blocks of one image.  The engine's context is ready but for what is set here.
+// The blocks of one image.  The engine's context is ready except for what is set here.
 class block_prover {
 public:
     block_prover(const ttd_image_file &image, ttdinfo_proof &proof)
@@ -61,7 +61,7 @@ private:
         present_ = static_cast<std::uint32_t>(std::min<std::uint64_t>(proof_.blocks, known));
     }
 
-    // What lies outside of the file counts as damaged.
+    // What lies outside the file counts as damaged.
     void add_missing_areas() {
         const ttd_info &info = engine_.info;
         add_missing(TTDINFO_DATA, 0, engine_.superblock.fssize);
@@ -100,7 +100,7 @@ private:
             const std::uint64_t left = present_ - range.first;
             range.end = range.first + static_cast<std::uint32_t>(std::min(WINDOW_SIZE / block_size, left));
             const std::size_t length = std::size_t{range.end - range.first} * block_size;
-            // Where not all of it can be read, the engine tries each block on its own.
+            // If some of it cannot be read, the engine tries each block by itself.
             const bool read =
                 image_.read(std::uint64_t{range.first} * block_size, window_.data(), length) == 0;
             if (ttd_verify_range(&engine_, &range, digest_.get(), read ? window_.data() : nullptr, mismatch,

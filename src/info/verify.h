@@ -15,7 +15,7 @@ struct ttdinfo_proof {
     const char *path = nullptr;
     std::size_t map_cells = 0;  // of the damage map, 0: none
     // Results.
-    ttdinfo_report report;       // its problems; with a geometry, blocks were looked at
+    ttdinfo_report report;       // its problems; with a geometry, the blocks were checked
     const char *key = nullptr;   // path of the key that proves the signature
     std::uint64_t blocks = 0;    // data blocks of the inner image
     std::uint64_t unproven = 0;  // of them
@@ -23,7 +23,7 @@ struct ttdinfo_proof {
     int status = 0;  // 0 when all is proven, the signature included
 };
 
-// Status of an image of which all is proven but the signature, which nobody asked for.
+// Status of an image that is proven except for its signature, which was not checked.
 inline constexpr int TTDINFO_UNSIGNED_STATUS = 61;
 
 // Fills the results; without keys the signature is not checked.  Reads no more than the

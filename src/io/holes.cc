@@ -6,15 +6,15 @@
 #include <algorithm>
 #include <new>
 
+#include "base/host.h"
+
 namespace {
 
 constexpr std::size_t MOST = 4096;
-constexpr blkcnt_t STATUS_BLOCK = 512;  // unit of st_blocks, bytes
 
 bool is_sparse(int descriptor) {
     struct stat status {};
-    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
-           status.st_blocks * STATUS_BLOCK < status.st_size;
+    return fstat(descriptor, &status) == 0 && mktfs_is_sparse(status);
 }
 
 // The next place of a kind (SEEK_HOLE, SEEK_DATA), or the end when there is none.

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <memory>
 
-// Bytes.  Smaller holes are as quickly read; more of them are not worth their memory.
+// Bytes.  Smaller holes are read as quickly as they are looked up.
 inline constexpr std::uint64_t IO_SMALLEST_HOLE = 64 * 1024;
 
 class io_holes {
@@ -14,7 +14,7 @@ public:
     // known when the file is not sparse, the system cannot tell or memory is out.
     io_holes(int descriptor, std::uint64_t size) noexcept;
 
-    // Bytes of a hole from `offset` on; 0 where there is data or nobody knows.
+    // Bytes of a hole from `offset` on; 0 where there is data, or where that is unknown.
     [[nodiscard]] std::uint64_t length_at(std::uint64_t offset) const;
 
 private:

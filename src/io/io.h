@@ -17,10 +17,11 @@
 
 struct mktfs_io;
 
-// Is told that this many bytes more were copied.
+// Told of each further `bytes` that were copied.
 using mktfs_io_moved = void (*)(std::uint64_t bytes);
 
-// Every slot gets the object after the checks of the functions below.
+// The functions below make the checks that their comments name, then call the slot; each
+// slot does and returns what its function promises.
 struct mktfs_io_ops {
     // Every kind fills the slots from here ...
     // The bytes as memory, or null when there are none.
@@ -35,8 +36,8 @@ struct mktfs_io_ops {
     void (*reset)(mktfs_io &io) = nullptr;
     int (*prune)(mktfs_io &io, std::int64_t offset, std::uint64_t length) = nullptr;
     // ... to here.  Null in the rest means that the kind has no such thing.
-    // The bytes [0, data size) when they lie in memory anyway (nothing is mapped
-    // for it); a merge into a file takes them from there.
+    // The bytes [0, data size) if they are in memory already (nothing is mapped for this);
+    // a merge into a file takes them from there.
     const std::uint8_t *(*bytes)(mktfs_io &io) = nullptr;
     // Appends the first `length` bytes of `source`, which lie at `bytes`, and drops
     // them from the source as it goes.
@@ -102,7 +103,7 @@ extern const mktfs_io_ops file_io_ops;
 // Makes the object larger; new bytes of memory are undefined, those of a file zero.
 // ENOSYS for a fixed object, ERANGE for a smaller size, ENOMEM.
 [[nodiscard]] int mktfs_io_resize(mktfs_io *io, std::uint64_t size);
-// Back to the start; memory also forgets its data size (the bytes stay).
+// Sets the position to the start; the data size of memory becomes 0 (the bytes stay).
 void mktfs_io_reset(mktfs_io *io);
 // Takes a range out of the data of a memory object and moves the rest down.  EINVAL
 // for a negative offset, ERANGE for a range that ends behind the data, ENOSYS for
@@ -110,12 +111,12 @@ void mktfs_io_reset(mktfs_io *io);
 [[nodiscard]] int mktfs_io_prune(mktfs_io *io, std::int64_t offset, std::uint64_t length);
 void mktfs_io_destroy(mktfs_io *io);
 
-// Appends the first min(data size of the source, length) bytes of the source to
-// the destination, in pieces; `moved` hears of each.  0 for a null source or nothing to
-// copy; EINVAL for a null destination; else the first error of a read or write, EIO for
-// a mapping that lost its file, with what comes before it copied.  Ranges of a mapping
-// that were copied into a file are dropped as by mktfs_io_drop; its holes become holes
-// of a regular file.
+// Appends the first min(data size of the source, length) bytes of the source to the
+// destination, in pieces; `moved` is told of each.  0 for a null source or nothing to copy;
+// EINVAL for a null destination; else the first error of a read or write, EIO for a mapping
+// that lost its file, with what comes before it copied.  Ranges of a mapping that were
+// copied into a file are dropped as by mktfs_io_drop; its holes become holes of a regular
+// file.
 [[nodiscard]] int mktfs_io_merge(
     mktfs_io *destination, mktfs_io *source, std::uint64_t length,
     mktfs_io_moved moved = [](std::uint64_t) {});

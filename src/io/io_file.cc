@@ -26,8 +26,8 @@ struct file_state {
 };
 
 constexpr std::uint64_t MAX_SIZE = std::numeric_limits<off_t>::max();
-// Pieces of this size copy a mapping about four times as fast as single pages, and
-// faster than larger ones; between drops some of them may pass.
+// Pieces of this size copy a mapping about four times as fast as single pages, and faster
+// than larger ones; several of them pass between drops.
 constexpr std::uint64_t MERGE_PIECE = 256 * 1024;
 constexpr std::uint64_t DROP_WINDOW = 8 * MERGE_PIECE;
 
@@ -180,8 +180,8 @@ int file_prune(mktfs_io &, std::int64_t, std::uint64_t) {
     return ENOSYS;
 }
 
-// Writes one piece at `offset`.  A mapping that lost its file cannot be read by the
-// system, which then speaks of a bad address.
+// Writes one piece at `offset`.  The system reports a mapping that lost its file as a bad
+// address.
 int write_piece(const file_state &state, off_t offset, const std::uint8_t *bytes, std::uint64_t length,
                 std::uint64_t &done) {
     const int err = transfer(length, done, [&](std::uint64_t from) {
@@ -197,28 +197,37 @@ bool has_holes(mktfs_io &source, std::uint64_t length) {
     return false;
 }
 
-// Makes a hole of the source one of the file, up to the file's end.
+// Repeats a hole of the source in the file, which then ends there.
 int append_hole(const file_state &state, off_t end) {
     return TEMP_FAILURE_RETRY(ftruncate(state.descriptor, end)) == 0 ? 0 : errno;
 }
 
+// What is appended: the first `length` bytes of a source, which lie at `bytes`.
+struct appended_bytes {
+    mktfs_io &source;
+    const std::uint8_t *bytes;
+    std::uint64_t length;
+    mktfs_io_moved moved;
+};
+
 // `written`: bytes that reached the file, also on failure.
-int append_pieces(const file_state &state, off_t start, mktfs_io &source, const std::uint8_t *bytes,
-                  std::uint64_t length, mktfs_io_moved moved, std::uint64_t &written) {
+int append_pieces(const file_state &state, off_t start, const appended_bytes &from, std::uint64_t &written) {
     const bool keeps_holes = is_regular(state);
+    const std::uint64_t length = from.length;
     std::uint64_t dropped = 0;
     for (written = 0; written < length;) {
-        const std::uint64_t hole = keeps_holes ? mktfs_io_hole(&source, written) : 0;
+        const std::uint64_t hole = keeps_holes ? mktfs_io_hole(&from.source, written) : 0;
         std::uint64_t done = std::min(hole, length - written);
-        const int err = done > 0 ? append_hole(state, start + static_cast<off_t>(written + done))
-                                 : write_piece(state, start + static_cast<off_t>(written), bytes + written,
-                                               std::min(MERGE_PIECE, length - written), done);
+        const int err = done > 0
+                            ? append_hole(state, start + static_cast<off_t>(written + done))
+                            : write_piece(state, start + static_cast<off_t>(written), from.bytes + written,
+                                          std::min(MERGE_PIECE, length - written), done);
         written += done;
-        moved(done);
+        from.moved(done);
         if (err != 0)
             return err;
         if (written - dropped >= DROP_WINDOW || written == length) {
-            mktfs_io_drop(&source, dropped, written - dropped);
+            mktfs_io_drop(&from.source, dropped, written - dropped);
             dropped = written;
         }
     }
@@ -231,13 +240,13 @@ int file_append(mktfs_io &io, mktfs_io &source, const std::uint8_t *bytes, std::
     off_t start = 0;
     if (const int err = seek(state, 0, SEEK_END, start); err != 0)
         return err;
-    // Blocks reserved in one go are quicker to write and lie together; where that does
-    // not work, the writes themselves get them.
+    // Blocks reserved in one call are faster to write and lie together; where that fails,
+    // the writes allocate them.
     if (length > MERGE_PIECE && !has_holes(source, length))
         (void)fallocate(state.descriptor, FALLOC_FL_KEEP_SIZE, start, static_cast<off_t>(length));
     std::uint64_t written = 0;
-    const int err = append_pieces(state, start, source, bytes, length, moved, written);
-    // As after a write: the file offset stands behind the data.
+    const int err = append_pieces(state, start, {source, bytes, length, moved}, written);
+    // As after a write, the file offset is behind the data.
     off_t position = 0;
     const int seek_error = seek(state, start + static_cast<off_t>(written), SEEK_SET, position);
     return err != 0 ? err : seek_error;
@@ -258,8 +267,8 @@ int make_file(std::uint32_t flags, mktfs_io_ptr &io) {
     return 0;
 }
 
-// Completes the object, or destroys it.  A file that was just opened stands at its
-// beginning, whatever the system says, unless it can stand nowhere.
+// Completes the object, or destroys it.  A file that was just opened is at its beginning,
+// whatever the system says, unless it has no position at all.
 int take_descriptor(mktfs_io_ptr made, int descriptor, bool just_opened, mktfs_io **io) {
     file_state &state = file(*made);
     state.descriptor = descriptor;

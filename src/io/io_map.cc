@@ -8,14 +8,14 @@
 #include <algorithm>
 #include <new>
 
-#include "base/input_file.h"
 #include "base/log.h"
 #include "io/io_mem.h"
+#include "th/file.h"
 
 namespace {
 
 // Null for an empty file; `error` is 0 or the system's.
-std::uint8_t *map(const mktfs_input_file &file, int &error) {
+std::uint8_t *map(const th_file &file, int &error) {
     void *bytes = nullptr;
     if (file.size() > 0)
         bytes = mmap(nullptr, file.size(), PROT_READ, MAP_SHARED, file.descriptor(), 0);
@@ -68,14 +68,15 @@ std::uint64_t overflow_size(mktfs_io &io) {
 }
 
 int map_file(const mktfs_io_ops &ops, const char *path, std::uint64_t virtual_size, mktfs_io **io) {
-    mktfs_input_file file;
+    th_file file;
     if (const int err = file.open(path); err != 0)
         return MKTFS_FAIL(err, "failed to open '%s' (%s)\n", path, strerror(err));
     int map_error = 0;
     std::uint8_t *bytes = map(file, map_error);
     if (map_error != 0)
         return MKTFS_FAIL(map_error, "failed to mmap '%s' (%s)\n", path, strerror(map_error));
-    io_holes *holes = new (std::nothrow) io_holes(file.descriptor(), file.size());  // null only costs speed
+    // Without them reads are only slower.
+    io_holes *holes = new (std::nothrow) io_holes(file.descriptor(), file.size());
     const io_mem_state initial = {.capacity = file.size(),
                                   .buffer = bytes,
                                   .data_size = file.size(),
@@ -92,35 +93,20 @@ int map_file(const mktfs_io_ops &ops, const char *path, std::uint64_t virtual_si
 
 }  // namespace
 
-constinit const mktfs_io_ops mmap_io_ops = {
-    .buf = io_mem_buf,
-    .read = io_mem_read,
-    .write = io_mem_write,
-    .datasize = io_mem_datasize,
-    .size = io_mem_size,
-    .resize = io_mem_resize,
-    .destroy = map_destroy,
-    .reset = io_mem_reset,
-    .prune = io_mem_prune,
-    .bytes = io_mem_bytes,
-    .drop = map_drop,
-    .hole = map_hole,
-};
+constexpr mktfs_io_ops mmap_io_ops = [] {
+    mktfs_io_ops ops = IO_MEM_OPS;
+    ops.destroy = map_destroy;
+    ops.drop = map_drop;
+    ops.hole = map_hole;
+    return ops;
+}();
 
-constinit const mktfs_io_ops mmap_overflow_io_ops = {
-    .buf = io_mem_buf,
-    .read = overflow_read,
-    .write = io_mem_write,
-    .datasize = io_mem_datasize,
-    .size = overflow_size,
-    .resize = io_mem_resize,
-    .destroy = map_destroy,
-    .reset = io_mem_reset,
-    .prune = io_mem_prune,
-    .bytes = io_mem_bytes,
-    .drop = map_drop,
-    .hole = map_hole,
-};
+constexpr mktfs_io_ops mmap_overflow_io_ops = [] {
+    mktfs_io_ops ops = mmap_io_ops;
+    ops.read = overflow_read;
+    ops.size = overflow_size;
+    return ops;
+}();
 
 int mktfs_io_mmap_create(const char *path, mktfs_io **io) {
     if (!path || !io)

@@ -118,31 +118,17 @@ int io_mem_prune(mktfs_io &io, std::int64_t offset, std::uint64_t length) {
     return 0;
 }
 
-constinit const mktfs_io_ops mem_io_ops = {
-    .buf = io_mem_buf,
-    .read = io_mem_read,
-    .write = io_mem_write,
-    .datasize = io_mem_datasize,
-    .size = io_mem_size,
-    .resize = io_mem_resize,
-    .destroy = mem_destroy,
-    .reset = io_mem_reset,
-    .prune = io_mem_prune,
-    .bytes = io_mem_bytes,
-};
+constexpr mktfs_io_ops mem_io_ops = [] {
+    mktfs_io_ops ops = IO_MEM_OPS;
+    ops.destroy = mem_destroy;
+    return ops;
+}();
 
-constinit const mktfs_io_ops memwrap_io_ops = {
-    .buf = io_mem_buf,
-    .read = io_mem_read,
-    .write = io_mem_write,
-    .datasize = io_mem_datasize,
-    .size = io_mem_size,
-    .resize = io_mem_resize,
-    .destroy = memwrap_destroy,  // the buffer stays the caller's
-    .reset = io_mem_reset,
-    .prune = io_mem_prune,
-    .bytes = io_mem_bytes,
-};
+constexpr mktfs_io_ops memwrap_io_ops = [] {
+    mktfs_io_ops ops = IO_MEM_OPS;
+    ops.destroy = memwrap_destroy;  // the buffer stays the caller's
+    return ops;
+}();
 
 int io_mem_make(const mktfs_io_ops &ops, const io_mem_state &initial, mktfs_io **io) {
     std::unique_ptr<io_mem_state> mem(new (std::nothrow) io_mem_state(initial));

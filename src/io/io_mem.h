@@ -43,3 +43,17 @@ int io_mem_resize(mktfs_io &io, std::uint64_t size);
 void io_mem_reset(mktfs_io &io);
 int io_mem_prune(mktfs_io &io, std::int64_t offset, std::uint64_t length);
 const std::uint8_t *io_mem_bytes(mktfs_io &io);
+
+// What the memory and mapping kinds start from: each replaces or adds what is its own, and
+// each needs a destroy of its own.
+inline constexpr mktfs_io_ops IO_MEM_OPS = {
+    .buf = io_mem_buf,
+    .read = io_mem_read,
+    .write = io_mem_write,
+    .datasize = io_mem_datasize,
+    .size = io_mem_size,
+    .resize = io_mem_resize,
+    .reset = io_mem_reset,
+    .prune = io_mem_prune,
+    .bytes = io_mem_bytes,
+};

@@ -1,7 +1,5 @@
 #include "sign/cmdline.h"
 
-#include <getopt.h>
-
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
@@ -10,6 +8,7 @@
 
 #include "base/cleanup.h"
 #include "base/log.h"
+#include "base/long_options.h"
 #include "sign/commands.h"
 #include "tcrypto/tcrypto.h"
 #include "th/str.h"
@@ -17,8 +16,6 @@
 #include "ttd/format.h"
 
 namespace {
-
-constexpr int USAGE_ERROR = 1;
 
 constexpr char usage_text[] =
     "usage: ttdsign message [--digest] [--output FILE] IMAGE\n"
@@ -46,34 +43,6 @@ constexpr char usage_text[] =
     "  -h, --help           print this help\n"
     "  --version            print the version\n";
 
-enum option_code : int {
-    OPTION_DIGEST = 256,
-    OPTION_OUTPUT,
-    OPTION_KEY,
-    OPTION_SIGNATURE,
-    OPTION_OLD_KEY,
-    OPTION_UNCHECKED,
-    OPTION_ROLLBACK,
-    OPTION_DRY_RUN,
-    OPTION_JSON,
-    OPTION_VERSION,
-};
-
-constexpr option long_options[] = {
-    {"digest", no_argument, nullptr, OPTION_DIGEST},
-    {"output", required_argument, nullptr, OPTION_OUTPUT},
-    {"key", required_argument, nullptr, OPTION_KEY},
-    {"signature", required_argument, nullptr, OPTION_SIGNATURE},
-    {"old-key", required_argument, nullptr, OPTION_OLD_KEY},
-    {"unchecked", no_argument, nullptr, OPTION_UNCHECKED},
-    {"rollback", required_argument, nullptr, OPTION_ROLLBACK},
-    {"dry-run", no_argument, nullptr, OPTION_DRY_RUN},
-    {"json", no_argument, nullptr, OPTION_JSON},
-    {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, OPTION_VERSION},
-    {},
-};
-
 [[gnu::format(printf, 1, 2)]] int wrong_usage(const char *format, ...) {
     std::fputs("ttdsign: ", stderr);
     va_list args;
@@ -81,12 +50,58 @@ constexpr option long_options[] = {
     std::vfprintf(stderr, format, args);
     va_end(args);
     std::fputs(", see --help\n", stderr);
-    return USAGE_ERROR;
+    return MKTFS_USAGE_ERROR;
 }
 
-constexpr unsigned bit(int code) {
-    return code == 'h' ? 0 : 1U << (code - OPTION_DIGEST);
+struct command_line : mktfs_option_state {
+    ttdsign_settings settings;
+};
+
+template <auto Field>
+int set_flag(command_line &to, const char *) {
+    to.settings.*Field = true;
+    return 0;
 }
+
+template <auto Field>
+int set_text(command_line &to, const char *text) {
+    to.settings.*Field = text;
+    return 0;
+}
+
+int set_signature_type(command_line &to, const char *name) {
+    to.settings.sigtype = ttd_sig_type(name);
+    return to.settings.sigtype != 0 ? 0 : wrong_usage("unknown signature type '%s'", name);
+}
+
+int set_rollback(command_line &to, const char *text) {
+    std::uint64_t &rollback = to.settings.rollback.emplace();
+    return th_str_to_uint64(text, 10, &rollback) == 0 ? 0 : wrong_usage("invalid rollback value '%s'", text);
+}
+
+enum option_bit : unsigned {
+    OPTION_DIGEST = 1 << 0,
+    OPTION_OUTPUT = 1 << 1,
+    OPTION_KEY = 1 << 2,
+    OPTION_SIGNATURE = 1 << 3,
+    OPTION_OLD_KEY = 1 << 4,
+    OPTION_UNCHECKED = 1 << 5,
+    OPTION_ROLLBACK = 1 << 6,
+    OPTION_DRY_RUN = 1 << 7,
+    OPTION_JSON = 1 << 8,
+};
+
+constexpr mktfs_long_option<command_line> options[] = {
+    {"digest", OPTION_DIGEST, no_argument, set_flag<&ttdsign_settings::digest>},
+    {"output", OPTION_OUTPUT, required_argument, set_text<&ttdsign_settings::output>},
+    {"key", OPTION_KEY, required_argument, set_text<&ttdsign_settings::key>},
+    {"signature", OPTION_SIGNATURE, required_argument, set_signature_type},
+    {"old-key", OPTION_OLD_KEY, required_argument, set_text<&ttdsign_settings::old_key>},
+    {"unchecked", OPTION_UNCHECKED, no_argument, set_flag<&ttdsign_settings::unchecked>},
+    {"rollback", OPTION_ROLLBACK, required_argument, set_rollback},
+    {"dry-run", OPTION_DRY_RUN, no_argument, set_flag<&ttdsign_settings::dry_run>},
+    {"json", OPTION_JSON, no_argument, set_flag<&ttdsign_settings::json>},
+};
 
 // A command, the options that it takes, those that it needs, and its operands.
 struct command {
@@ -99,72 +114,13 @@ struct command {
 };
 
 constexpr command commands[] = {
-    {"message", ttdsign_message, bit(OPTION_DIGEST) | bit(OPTION_OUTPUT), 0, 1, 1},
-    {"join", ttdsign_join, bit(OPTION_KEY) | bit(OPTION_DRY_RUN) | bit(OPTION_JSON), bit(OPTION_KEY), 2, 2},
+    {"message", ttdsign_message, OPTION_DIGEST | OPTION_OUTPUT, 0, 1, 1},
+    {"join", ttdsign_join, OPTION_KEY | OPTION_DRY_RUN | OPTION_JSON, OPTION_KEY, 2, 2},
     {"resign", ttdsign_resign,
-     bit(OPTION_SIGNATURE) | bit(OPTION_KEY) | bit(OPTION_OLD_KEY) | bit(OPTION_UNCHECKED) |
-         bit(OPTION_ROLLBACK) | bit(OPTION_DRY_RUN) | bit(OPTION_JSON),
-     bit(OPTION_SIGNATURE) | bit(OPTION_KEY), 1, INT_MAX},
+     OPTION_SIGNATURE | OPTION_KEY | OPTION_OLD_KEY | OPTION_UNCHECKED | OPTION_ROLLBACK | OPTION_DRY_RUN |
+         OPTION_JSON,
+     OPTION_SIGNATURE | OPTION_KEY, 1, INT_MAX},
 };
-
-struct command_line {
-    ttdsign_settings settings;
-    unsigned given = 0;             // bits of the options
-    const char *message = nullptr;  // printed instead of working
-};
-
-int apply_option(int code, command_line &to) {
-    ttdsign_settings &with = to.settings;
-    switch (code) {
-    case OPTION_DIGEST:
-        with.digest = true;
-        return 0;
-    case OPTION_OUTPUT:
-        with.output = optarg;
-        return 0;
-    case OPTION_KEY:
-        with.key = optarg;
-        return 0;
-    case OPTION_SIGNATURE:
-        with.sigtype = ttd_sig_type(optarg);
-        return with.sigtype != 0 ? 0 : wrong_usage("unknown signature type '%s'", optarg);
-    case OPTION_OLD_KEY:
-        with.old_key = optarg;
-        return 0;
-    case OPTION_UNCHECKED:
-        with.unchecked = true;
-        return 0;
-    case OPTION_ROLLBACK:
-        with.rollback = 0;
-        return th_str_to_uint64(optarg, 10, &*with.rollback) == 0
-                   ? 0
-                   : wrong_usage("invalid rollback value '%s'", optarg);
-    case OPTION_DRY_RUN:
-        with.dry_run = true;
-        return 0;
-    case OPTION_JSON:
-        with.json = true;
-        return 0;
-    case OPTION_VERSION:
-        to.message = "ttdsign (mktfs) " MKTFS_VERSION "\n";
-        return 0;
-    case 'h':
-        to.message = usage_text;
-        return 0;
-    default:  // getopt has said what is wrong
-        return USAGE_ERROR;
-    }
-}
-
-// Help and version end the command line: nothing behind them matters.
-int parse_options(int argc, char **argv, command_line &to) {
-    for (int code; !to.message && (code = getopt_long(argc, argv, "h", long_options, nullptr)) != -1;) {
-        if (const int err = apply_option(code, to); err != 0)
-            return err;
-        to.given |= bit(code);
-    }
-    return 0;
-}
 
 const command *find_command(const char *name) {
     for (const command &known : commands)
@@ -174,8 +130,8 @@ const command *find_command(const char *name) {
 }
 
 const char *option_name(unsigned bits) {
-    for (const option &known : long_options)
-        if (known.name && (bit(known.val) & bits) != 0)
+    for (const auto &known : options)
+        if ((known.bit & bits) != 0)
             return known.name;
     return "";
 }
@@ -225,7 +181,7 @@ int run(const command &what, const ttdsign_settings &with) {
     return err;
 }
 
-// The status, unless all went well but standard output was not written.
+// The status, or the error of standard output when everything else went well.
 int finish(int status) {
     const int err = mktfs_log_flush();
     if (status != 0 || err == 0)
@@ -239,7 +195,8 @@ int finish(int status) {
 int ttdsign_main(int argc, char **argv) {
     mktfs_cleanup_install();
     command_line line;
-    if (const int err = parse_options(argc, argv, line); err != 0)
+    const char *version = "ttdsign (mktfs) " MKTFS_VERSION "\n";
+    if (const int err = mktfs_read_options(argc, argv, options, usage_text, version, line); err != 0)
         return err;
     if (line.message) {
         std::fputs(line.message, stdout);

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
-#include <memory>
 
 #include "base/host.h"
 #include "base/json.h"
@@ -16,7 +15,6 @@
 namespace {
 
 constexpr unsigned JSON_VERSION = 1;
-constexpr std::size_t SHA256_SIZE = 32;
 
 enum class outcome {
     REFUSED,
@@ -24,7 +22,7 @@ enum class outcome {
     SIGNED,
 };
 
-// An image on its way from one superblock to the next.
+// An image with its old and its new superblock.
 struct job {
     const char *path = nullptr;
     ttd_image_file image;
@@ -63,7 +61,7 @@ int open_image(const char *path, bool writable, ttd_image_file &image) {
         return refuse(path, err, "no regular file or block device of at least 4096 bytes");
     if (err != 0)
         return refuse(path, err);
-    // Nobody else writes the image as long as it is open here.
+    // No other run writes the image while it is open here.
     if (writable && mktfs_claim_file(path, image.descriptor()) != 0)
         return refuse(path, EAGAIN, "another program is writing it");
     return 0;
@@ -103,23 +101,20 @@ void print_line(const job &of, bool dry_run) {
 }
 
 void print_json(const std::deque<job> &jobs, bool dry_run) {
-    {
-        mktfs_json whole(stdout, '{', '}', 0);
-        whole.number("version", JSON_VERSION);
-        whole.boolean("dry_run", dry_run);
-        mktfs_json images = whole.array("images");
-        for (const job &of : jobs) {
-            mktfs_json entry = images.object(nullptr);
-            entry.text("path", of.path);
-            entry.boolean("refused", of.result == outcome::REFUSED);
-            entry.boolean("changes", of.result == outcome::SIGNED);
-            entry.text("signature_type", type_name(of.after));
-            entry.number("rollback", of.after.rollback);
-            entry.text("old_signature_type", type_name(of.before));
-            entry.number("old_rollback", of.before.rollback);
-        }
+    mktfs_json whole(stdout);
+    whole.number("version", JSON_VERSION);
+    whole.boolean("dry_run", dry_run);
+    mktfs_json images = whole.array("images");
+    for (const job &of : jobs) {
+        mktfs_json entry = images.object(nullptr);
+        entry.text("path", of.path);
+        entry.boolean("refused", of.result == outcome::REFUSED);
+        entry.boolean("changes", of.result == outcome::SIGNED);
+        entry.text("signature_type", type_name(of.after));
+        entry.number("rollback", of.after.rollback);
+        entry.text("old_signature_type", type_name(of.before));
+        entry.number("old_rollback", of.before.rollback);
     }
-    std::printf("\n");
 }
 
 void print(const ttdsign_settings &with, const std::deque<job> &jobs) {
@@ -144,7 +139,7 @@ int replace(const ttdsign_settings &with, job &of) {
                                     : std::strerror(err));
 }
 
-// What was changed before an error is reported all the same.
+// Changes made before an error are still reported.
 int replace_all(const ttdsign_settings &with, std::deque<job> &jobs) {
     int result = 0;
     for (job &of : jobs) {
@@ -158,14 +153,6 @@ int replace_all(const ttdsign_settings &with, std::deque<job> &jobs) {
 }
 
 // ---- message
-
-int digest_of(std::span<const std::uint8_t> bytes, std::uint8_t (&out)[SHA256_SIZE]) {
-    tcrypto_ctx_ptr digest;
-    if (tcrypto_digest_request("sha256", nullptr, 0, th_out(digest)) != TCRYPTO_OK)
-        return ENOENT;
-    const int err = tcrypto_digest(digest.get(), bytes.data(), bytes.size(), out, nullptr);
-    return err == TCRYPTO_OK ? 0 : ENXIO;
-}
 
 int write_message(std::span<const std::uint8_t> bytes, const char *path) {
     std::FILE *out = path ? std::fopen(path, "wbe") : stdout;
@@ -182,13 +169,10 @@ int write_message(std::span<const std::uint8_t> bytes, const char *path) {
 // ---- join
 
 int read_signature(const char *path, ttd_superblock &superblock) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path, "rbe"), std::fclose);
-    if (!file)
-        return refuse(path, errno);
     std::uint8_t bytes[TTD_MAX_SIGNATURE + 1];
-    const std::size_t size = std::fread(bytes, 1, sizeof bytes, file.get());
-    if (std::ferror(file.get()) != 0)
-        return refuse(path, errno);
+    std::size_t size = 0;
+    if (const int err = mktfs_read_file(path, bytes, &size); err != 0)
+        return refuse(path, err);
     if (size == 0 || size > TTD_MAX_SIGNATURE)
         return refuse(path, EINVAL, "a signature has 1 to 3832 bytes");
     std::memset(superblock.sig, 0, sizeof superblock.sig);
@@ -213,7 +197,7 @@ public:
             return err;
         return ttd_public_key_of(signing_, &proving_);
     }
-    // Whether the old key signed the superblock; true where that is not asked.
+    // Whether the old key signed the superblock; true if that is not to be checked.
     [[nodiscard]] bool old_signature_holds(const ttd_superblock &superblock) {
         if (with_.unchecked)
             return true;
@@ -260,7 +244,7 @@ int sign_job(const ttdsign_settings &with, key_ring &keys, job &of) {
     return 0;
 }
 
-// Every refusal is reported; the first one counts.
+// Every refusal is reported; the first one is the result.
 int sign_all(const ttdsign_settings &with, key_ring &keys, std::deque<job> &jobs) {
     int result = 0;
     for (const char *path : with.images) {
@@ -283,11 +267,11 @@ int ttdsign_message(const ttdsign_settings &with) {
     if (const int err = read_image(path, false, image, superblock); err != 0)
         return err;
     std::span<const std::uint8_t> message = ttd_signed_bytes(superblock);
-    std::uint8_t digest[SHA256_SIZE];
+    std::uint8_t digest[TTD_SIGNED_DIGEST_SIZE];
     if (with.digest) {
         if (ttd_sig_is_pure(superblock.sigtype))
             return refuse(path, EINVAL, "its signature type signs the bytes themselves, not a digest");
-        if (const int err = digest_of(message, digest); err != 0)
+        if (const int err = ttd_signed_digest(superblock, digest); err != 0)
             return refuse(path, err);
         message = digest;
     }

@@ -19,7 +19,7 @@ struct ttdsign_settings {
     // resign
     std::uint32_t sigtype = 0;              // new signature code
     const char *old_key = nullptr;          // PEM public key; null with unchecked
-    bool unchecked = false;                 // the old signature may be anything
+    bool unchecked = false;                 // the old signature is not checked
     std::optional<std::uint64_t> rollback;  // new anti-rollback version
 };
 
@@ -30,7 +30,7 @@ struct ttdsign_settings {
 // Puts a signature that was made elsewhere into the image, if the public key proves it.
 [[nodiscard]] int ttdsign_join(const ttdsign_settings &with);
 
-// Signs images anew.  Every image is read, checked and signed in memory before the first
-// one is changed: a refusal leaves all as they were.  An image that is as wanted already,
-// because an earlier run was stopped, is left alone.
+// Signs images again.  Every image is read, checked and signed in memory before the first
+// one is changed: a refusal leaves all of them unchanged.  An image that is already as
+// wanted, because an earlier run was stopped, is left alone.
 [[nodiscard]] int ttdsign_resign(const ttdsign_settings &with);

@@ -1,6 +1,5 @@
 #include "sign/replace.h"
 
-#include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -12,16 +11,15 @@
 #include <cstdio>
 #include <cstring>
 #include <span>
-#include <string>
 
-#include "base/cleanup.h"
+#include "base/temporary_file.h"
 #include "ttd/format.h"
 #include "ttd/image_file.h"
 
 namespace {
 
-// A write is cut short by the end of the process only between two of these, the
-// smallest pages there are.
+// When a process ends, a write is cut short only at a multiple of this, the smallest page
+// size.
 constexpr std::uint64_t PAGE = 4096;
 
 // The bytes of a superblock that differ: from `begin` to before `end`.
@@ -56,97 +54,59 @@ int flush(int descriptor) {
     return ::fsync(descriptor) == 0 ? 0 : errno;
 }
 
-// A file beside the image that becomes the image, or is removed.
-class image_copy {
-public:
-    explicit image_copy(const char *path) : path_(path), name_(path_ + ".ttdsign-XXXXXX") {}
-    image_copy(const image_copy &) = delete;
-    image_copy &operator=(const image_copy &) = delete;
-    ~image_copy() {
-        if (descriptor_ < 0)
-            return;
-        mktfs_cleanup_remove(slot_);
-        ::close(descriptor_);
+int copy_range(int image, int copy, off_t from, off_t end) {
+    off_t to = from;
+    while (from < end) {
+        const ssize_t copied = TEMP_FAILURE_RETRY(
+            ::copy_file_range(image, &from, copy, &to, static_cast<std::size_t>(end - from), 0));
+        if (copied <= 0)
+            return copied < 0 ? errno : EIO;
     }
+    return 0;
+}
 
-    [[nodiscard]] int create() {
-        const mktfs_signal_guard no_signal_between;
-        descriptor_ = ::mkostemp(name_.data(), O_CLOEXEC);
-        if (descriptor_ < 0)
+// The parts that hold data; what lies between them stays a hole.
+int copy_bytes(int image, int copy, std::uint64_t size) {
+    const auto end = static_cast<off_t>(size);
+    if (::ftruncate(copy, end) != 0)
+        return errno;
+    for (off_t data = 0; (data = ::lseek(image, data, SEEK_DATA)) >= 0 && data < end;) {
+        const off_t hole = std::min(::lseek(image, data, SEEK_HOLE), end);
+        if (hole < 0)
             return errno;
-        slot_ = mktfs_cleanup_add(name_.c_str(), descriptor_);
-        return 0;
+        if (const int err = copy_range(image, copy, data, hole); err != 0)
+            return err;
+        data = hole;
     }
+    return errno == ENXIO || ::lseek(image, 0, SEEK_END) == end ? 0 : errno;
+}
 
-    // Bytes, owner and permissions of the image.
-    [[nodiscard]] int fill(int image, std::uint64_t size) const {
-        struct stat status = {};
-        if (::fstat(image, &status) != 0)
-            return errno;
-        if (::ioctl(descriptor_, FICLONE, image) != 0)
-            if (const int err = copy_bytes(image, size); err != 0)
-                return err;
-        if (::fchown(descriptor_, status.st_uid, status.st_gid) != 0 ||
-            ::fchmod(descriptor_, status.st_mode & 07777) != 0)
-            return errno;
-        return 0;
-    }
-
-    [[nodiscard]] int rename_over() {
-        const mktfs_signal_guard no_signal_between;
-        if (::rename(name_.c_str(), path_.c_str()) != 0)
-            return errno;
-        mktfs_cleanup_forget(slot_);
-        return 0;
-    }
-
-    [[nodiscard]] int descriptor() const { return descriptor_; }
-
-private:
-    // The parts that hold data; what lies between them stays a hole.
-    [[nodiscard]] int copy_bytes(int image, std::uint64_t size) const {
-        const auto end = static_cast<off_t>(size);
-        if (::ftruncate(descriptor_, end) != 0)
-            return errno;
-        for (off_t data = 0; (data = ::lseek(image, data, SEEK_DATA)) >= 0 && data < end;) {
-            const off_t hole = std::min(::lseek(image, data, SEEK_HOLE), end);
-            if (hole < 0)
-                return errno;
-            if (const int err = copy_range(image, data, hole); err != 0)
-                return err;
-            data = hole;
-        }
-        return errno == ENXIO || ::lseek(image, 0, SEEK_END) == end ? 0 : errno;
-    }
-
-    [[nodiscard]] int copy_range(int image, off_t from, off_t end) const {
-        off_t to = from;
-        while (from < end) {
-            const ssize_t copied = TEMP_FAILURE_RETRY(
-                ::copy_file_range(image, &from, descriptor_, &to, static_cast<std::size_t>(end - from), 0));
-            if (copied <= 0)
-                return copied < 0 ? errno : EIO;
-        }
-        return 0;
-    }
-
-    const std::string path_;
-    std::string name_;
-    int descriptor_ = -1;
-    int slot_ = -1;
-};
+// Bytes, owner and permissions of the image.
+int copy_image(int image, int copy, std::uint64_t size) {
+    struct stat status = {};
+    if (::fstat(image, &status) != 0)
+        return errno;
+    if (::ioctl(copy, FICLONE, image) != 0)
+        if (const int err = copy_bytes(image, copy, size); err != 0)
+            return err;
+    if (::fchown(copy, status.st_uid, status.st_gid) != 0 || ::fchmod(copy, status.st_mode & 07777) != 0)
+        return errno;
+    return 0;
+}
 
 int replace_in_copy(const char *path, const ttd_image_file &image, std::span<const std::uint8_t> superblock) {
-    image_copy copy(path);
+    mktfs_temporary_file copy;
+    if (!copy.name(path, ".ttdsign-XXXXXX"))
+        return ENAMETOOLONG;
     if (const int err = copy.create(); err != 0)
         return err;
-    if (const int err = copy.fill(image.descriptor(), image.size()); err != 0)
+    if (const int err = copy_image(image.descriptor(), copy.descriptor(), image.size()); err != 0)
         return err;
     if (const int err = write_at(copy.descriptor(), superblock, image.size() - superblock.size()); err != 0)
         return err;
     if (const int err = flush(copy.descriptor()); err != 0)
         return err;
-    return copy.rename_over();
+    return copy.rename_to(path);
 }
 
 bool is_device(int descriptor) {

@@ -36,8 +36,8 @@ int extract_directory(mktfs_filesystem *, mktfs_inode *inode, mktfs_io *) {
     return 0;
 }
 
-// Not through a link that an earlier entry of the same name has put there.  `slot`: the
-// file is not complete before it is forgotten there.
+// Never through a link that an earlier entry of the same name has made.  `slot` is the
+// file's place in the clean-up, until it is complete.
 int create_file(const char *path, mktfs_io_ptr &file, int &slot) {
     const mktfs_signal_guard guard;
     constexpr int flags = O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW;

@@ -1,7 +1,7 @@
-// The inode tree: nodes and their child lists.  Placing by path is in tree/path.h,
-// walking in tree/walk.h.  The root is embedded in the filesystem record; every other node is owned by its
-// parent. Not thread-safe.  Time and stack stay bounded for directories of 100,000 entries and paths of
-// 100,000 components.
+// The inode tree: nodes and their child lists.  Placing by path is in tree/path.h, walking
+// in tree/walk.h.  The root is embedded in the filesystem record; every other node is owned
+// by its parent.  Not thread-safe.  No operation recurses or searches a list from end to
+// end, so that directories of 100,000 entries and paths of 100,000 components are handled.
 #pragma once
 
 #include <cstddef>
@@ -34,17 +34,19 @@ using mktfs_inode_ptr = th_handle<mktfs_inode, mktfs_inode_release>;
 // Links a node, whose parent and name are set, into its parent's children:
 // in name order for a sorted type, at the front for any other.
 void mktfs_inode_insert(mktfs_inode_list *list, mktfs_inode *inode);
-// Unlinks a node from its parent's children.
+// Unlinks a node from its parent's children; the caller owns it then.  A node that is in no
+// list is ignored.
 void mktfs_inode_unlink(mktfs_inode *inode);
 
-// Appends "/" and the name of every ancestor and the node itself to the zeroed
-// buffer of `length` bytes; cut to fit.  Returns 0.
+// Appends "/" and the name of every ancestor and the node itself to the text in a zeroed
+// buffer of `length` bytes, cut to fit.  Returns 0.
 int mktfs_inode_full_path(const mktfs_inode *inode, char *buffer, std::size_t length);
 
-// Frees the subtree below the node and the node's strings, not the record.
+// Frees the subtree below the node and the node's strings, not the record.  Null is
+// ignored.
 void mktfs_inode_free(mktfs_inode *inode);
-void mktfs_filesystem_free(mktfs_filesystem *fs);
-void mktfs_inode_init(mktfs_inode *inode);  // empties the child list
+void mktfs_filesystem_free(mktfs_filesystem *fs);  // the same for the root; null is ignored
+void mktfs_inode_init(mktfs_inode *inode);         // empties the child list
 
 // The next inode number of the process, from 1 on, and how many were given out.
 std::uint32_t mktfs_inode_next_ino();

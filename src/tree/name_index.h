@@ -11,8 +11,8 @@
 
 #include "fs/inode_record.h"
 
-// Adds a named node, which goes before (or else behind) those of equal name.  The child
-// before it in name order; null at the start.
+// Adds a named node before or behind those of equal name.  Returns the child before it in
+// name order; null when it is the first.
 mktfs_inode *mktfs_name_index_insert(mktfs_inode_list &list, mktfs_inode &node, bool before_equals);
 
 // Takes out a node that is in this list.

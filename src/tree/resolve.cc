@@ -11,7 +11,7 @@
 
 namespace {
 
-// A link count wraps at 65536, as wide as images store it.
+// A link count wraps at 65536: images store 16 bits.
 void count_link(mktfs_inode &inode) {
     inode.nlink = static_cast<std::uint16_t>(inode.nlink + 1);
 }

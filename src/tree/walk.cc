@@ -2,8 +2,8 @@
 
 #include "fs/filesystem.h"
 
-// Both walks climb by the parent links instead of
-// recursing, so that no depth can exhaust the stack.
+// Both walks climb by the parent links instead of recursing, so that no depth exhausts the
+// stack.
 
 namespace {
 

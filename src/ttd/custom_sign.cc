@@ -1,6 +1,5 @@
 #include "ttd/custom_sign.h"
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,58 +10,17 @@
 #include <cstring>
 #include <span>
 
-#include "base/cleanup.h"
 #include "base/hex.h"
 #include "base/host.h"
 #include "base/log.h"
 #include "base/progress.h"
+#include "base/temporary_file.h"
 #include "io/io.h"
-#include "tcrypto/tcrypto.h"
-#include "ttd/format.h"
+#include "ttd/signature.h"
 
 namespace {
 
-constexpr std::size_t PATH_SIZE = 4096;
 constexpr std::size_t COMMAND_SIZE = 4096;
-constexpr std::size_t SHA256_SIZE = 32;
-
-// A file of the run that is gone when this object is.
-class temporary_file {
-public:
-    temporary_file() = default;
-    temporary_file(const temporary_file &) = delete;
-    temporary_file &operator=(const temporary_file &) = delete;
-    ~temporary_file() {
-        if (descriptor_ < 0)
-            return;
-        close(descriptor_);
-        unlink(path_);
-        mktfs_cleanup_forget(slot_);
-    }
-
-    // False when the name does not fit.
-    [[nodiscard]] bool name(const char *folder, const char *pattern) {
-        const int length = std::snprintf(path_, sizeof path_, "%s/%s", folder, pattern);
-        return length >= 0 && static_cast<std::size_t>(length) < sizeof path_;
-    }
-    // 0 or the error number.
-    [[nodiscard]] int create() {
-        const mktfs_signal_guard no_signal_between;
-        errno = 0;
-        descriptor_ = mkostemp(path_, O_CLOEXEC);
-        if (descriptor_ < 0)
-            return errno != 0 ? errno : EIO;
-        slot_ = mktfs_cleanup_add(path_, descriptor_);
-        return 0;
-    }
-    [[nodiscard]] const char *path() const { return path_; }
-    [[nodiscard]] int descriptor() const { return descriptor_; }
-
-private:
-    char path_[PATH_SIZE] = "";
-    int descriptor_ = -1;
-    int slot_ = -1;
-};
 
 // The paths go into a shell command unquoted, since the user may quote the tokens;
 // blanks are the user's business, characters that would run something are not.
@@ -73,15 +31,12 @@ bool is_safe_for_shell(const char *path) {
     return true;
 }
 
-// RSA and ECDSA: the digest of the signed bytes.
-int digest_signed_bytes(const ttd_superblock &superblock, std::uint8_t (&out)[SHA256_SIZE]) {
-    tcrypto_ctx_ptr digest;
-    if (tcrypto_digest_request("sha256", nullptr, 0, th_out(digest)) != TCRYPTO_OK)
-        return MKTFS_FAIL(ENOENT, "ttd: failed to retrieve tcrypto hash algorithm sha256\n");
-    const auto bytes = ttd_signed_bytes(superblock);
-    if (tcrypto_digest(digest.get(), bytes.data(), bytes.size(), out, nullptr) != TCRYPTO_OK)
-        return MKTFS_FAIL(ENXIO, "ttd: failed to perform superblock hash\n");
-    return 0;
+int digest_signed_bytes(const ttd_superblock &superblock,
+                        std::span<std::uint8_t, TTD_SIGNED_DIGEST_SIZE> out) {
+    const int err = ttd_signed_digest(superblock, out);
+    if (err == ENOENT)
+        return MKTFS_FAIL(err, "ttd: failed to retrieve tcrypto hash algorithm sha256\n");
+    return err == 0 ? 0 : MKTFS_FAIL(err, "ttd: failed to perform superblock hash\n");
 }
 
 void trace_bytes(std::span<const std::uint8_t> bytes) {
@@ -112,7 +67,7 @@ public:
         return read_signature();
     }
 
-    // The first steps without anything to show for them.
+    // Tries the first steps; leaves nothing behind.
     [[nodiscard]] int check() {
         if (const int err = name_files(); err != 0)
             return err;
@@ -121,9 +76,9 @@ public:
 
 private:
     [[nodiscard]] int name_files() {
-        if (!hash_file_.name(mktfs_tmpdir(), "ttd_hash-XXXXXX"))
+        if (!hash_file_.name(mktfs_tmpdir(), "/ttd_hash-XXXXXX"))
             return MKTFS_FAIL(EINVAL, "ttd: hash filename too long\n");
-        if (!signature_file_.name(mktfs_tmpdir(), "ttd_sig-XXXXXX"))
+        if (!signature_file_.name(mktfs_tmpdir(), "/ttd_sig-XXXXXX"))
             return MKTFS_FAIL(EINVAL, "ttd: sig filename too long\n");
         if (!is_safe_for_shell(mktfs_tmpdir()))
             return MKTFS_FAIL(EINVAL,
@@ -215,10 +170,10 @@ private:
     const std::uint32_t sigtype_;
     const char *const user_command_;
     ttd_superblock &superblock_;
-    std::uint8_t digest_[SHA256_SIZE] = {};
+    std::uint8_t digest_[TTD_SIGNED_DIGEST_SIZE] = {};
     std::span<const std::uint8_t> message_;  // what the command signs
-    temporary_file hash_file_;
-    temporary_file signature_file_;  // removed before the hash file
+    mktfs_temporary_file hash_file_;
+    mktfs_temporary_file signature_file_;  // removed before the hash file
     char command_[COMMAND_SIZE] = "";
 };
 

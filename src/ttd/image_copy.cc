@@ -23,8 +23,8 @@ bool is_regular(const mktfs_io &output) {
 ttd_image_copy::ttd_image_copy(mktfs_io &output)
     : output_(output), regular_(is_regular(output)), start_(regular_ ? mktfs_io_size(&output) : 0) {}
 
-// Blocks reserved in one go are quicker to write and lie together; where that does not
-// work, the writes themselves get them.
+// Blocks reserved in one call are faster to write and lie together; where that fails, the
+// writes allocate them.
 void ttd_image_copy::reserve(std::uint64_t length) {
     if (regular_ && length > 0)
         (void)fallocate(mktfs_io_descriptor(&output_), FALLOC_FL_KEEP_SIZE, static_cast<off_t>(start_),

@@ -13,11 +13,11 @@ class ttd_image_copy {
 public:
     explicit ttd_image_copy(mktfs_io &output);
 
-    // True: pieces may come in any order, from several threads, and what never comes
-    // becomes a hole.  False: pieces come in order without gaps.
+    // True: pieces may come in any order, from several threads, and gaps become holes.
+    // False: pieces come in order without gaps.
     [[nodiscard]] bool takes_pieces_in_any_order() const { return regular_; }
 
-    // `length` bytes are about to come, without gaps: gets room for them at once.
+    // Reserves room for `length` bytes that will come without gaps.
     void reserve(std::uint64_t length);
 
     // Writes bytes of the image at `offset` of it.

@@ -8,17 +8,16 @@
 #include <cstring>
 #include <iterator>
 
+#include "base/host.h"
 #include "base/log.h"
 
 namespace {
 
-constexpr std::uint64_t LET_GO_SIZE = 1024 * 1024;  // bytes, at once
+constexpr std::uint64_t LET_GO_SIZE = 1024 * 1024;  // bytes, released together
 
-// A fault maps so many bytes around it, as far as they are in memory.  No page is smaller
-// than 4 KiB.
+// A page fault maps this many bytes around it, as far as they are in memory.  No page is
+// smaller than 4 KiB.
 constexpr std::uint64_t FAULT_AROUND_SIZE = 64 * 1024;
-
-constexpr blkcnt_t STATUS_BLOCK = 512;  // unit of st_blocks, bytes
 
 bool same_time(const timespec &a, const timespec &b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
@@ -50,11 +49,11 @@ int ttd_input_image::open(const char *path) {
         err = errno;
     if (err != 0)
         return MKTFS_FAIL(err, "failed to open '%s' (%s)\n", path, strerror(err));
-    sparse_ = S_ISREG(opened_.st_mode) && opened_.st_blocks * STATUS_BLOCK < opened_.st_size;
+    sparse_ = mktfs_is_sparse(opened_);
     return 0;
 }
 
-// The descriptor's own offset is of no use to anybody, so threads may move it.
+// Nothing else uses the descriptor's offset, so threads may move it.
 std::uint64_t ttd_input_image::seek(std::uint64_t offset, int whence) const {
     const off_t found = lseek(file_.descriptor(), static_cast<off_t>(offset), whence);
     if (found >= 0)
@@ -74,17 +73,7 @@ std::uint64_t ttd_input_image::next_hole(std::uint64_t offset) const {
 
 int ttd_input_image::read(std::uint64_t offset, std::uint8_t *buffer, std::uint64_t length,
                           std::uint64_t &done) const {
-    for (done = 0; done < length;) {
-        const ssize_t got =
-            pread(file_.descriptor(), buffer + done, length - done, static_cast<off_t>(offset + done));
-        if (got > 0)
-            done += static_cast<std::uint64_t>(got);
-        else if (got == 0)
-            return EIO;
-        else if (errno != EINTR)
-            return errno;
-    }
-    return 0;
+    return file_.read(offset, buffer, length, done);
 }
 
 void ttd_input_image::map() {
@@ -97,8 +86,8 @@ void ttd_input_image::map() {
     madvise(mapping_, size(), MADV_SEQUENTIAL);
 }
 
-// Pages are fetched by calls that tell of an error where a fault would end the process.
-// The first brings those around it, if they are in memory.
+// Fetches the pages by calls that return an error where a page fault would end the process.
+// The first page of each window brings the others, if they are in memory.
 const std::uint8_t *ttd_input_image::in_place(std::uint64_t offset, std::uint64_t length) const {
     if (!mapping_ || offset >= size() || length > size() - offset)
         return nullptr;

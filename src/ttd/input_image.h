@@ -2,14 +2,14 @@
 // caller's memory, so that what is hashed is what is written.  Where nothing is written
 // the bytes may be used in a mapping, without a copy.
 //
-// Threads: everything but open() and map() may go on in several threads.
+// Threads: all but open() and map() may be called from several threads.
 #pragma once
 
 #include <sys/stat.h>
 
 #include <cstdint>
 
-#include "base/input_file.h"
+#include "th/file.h"
 
 class ttd_input_image {
 public:
@@ -18,15 +18,15 @@ public:
     ttd_input_image &operator=(const ttd_input_image &) = delete;
     ~ttd_input_image();
 
-    // Called once.  The error number of mktfs_input_file::open; logs.
+    // Called once.  The error number of th_file::open; logs.
     [[nodiscard]] int open(const char *path);
 
     [[nodiscard]] std::uint64_t size() const { return file_.size(); }  // bytes
-    // The file takes less room than it has bytes, so that it has holes.
+    // The file takes up less room than it has bytes: it has holes.
     [[nodiscard]] bool is_sparse() const { return sparse_; }
 
-    // The first byte at or behind `offset` that lies outside of a hole, or inside of
-    // one; the size when there is none.
+    // The first byte at or behind `offset` that lies outside a hole, or inside one; the
+    // size when there is none.
     [[nodiscard]] std::uint64_t next_data(std::uint64_t offset) const;
     [[nodiscard]] std::uint64_t next_hole(std::uint64_t offset) const;
 
@@ -41,8 +41,8 @@ public:
     // there, or reading fails).  A file that is cut short while they are used ends the
     // process with SIGBUS.
     [[nodiscard]] const std::uint8_t *in_place(std::uint64_t offset, std::uint64_t length) const;
-    // What in_place() gave from `offset` on, in order and within the same 2 MiB, is not
-    // needed any more.
+    // Releases what in_place() gave from `offset` on.  Called in ascending order for each
+    // stretch of 2 MiB.
     void let_go(std::uint64_t offset, std::uint64_t length) const;
 
     // The file has another size or modification time than when it was opened.
@@ -51,7 +51,7 @@ public:
 private:
     [[nodiscard]] std::uint64_t seek(std::uint64_t offset, int whence) const;
 
-    mktfs_input_file file_;
+    th_file file_;
     struct stat opened_ {};
     bool sparse_ = false;
     std::uint8_t *mapping_ = nullptr;

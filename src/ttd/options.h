@@ -33,5 +33,5 @@ int ttd_opts_init(mktfs_filesystem_opts *opts);
 int ttd_cmdopt_handler(mktfs_filesystem_opts *opts, int letter, const char *argument);
 // Prints the option help.
 void ttd_usage();
-// Files besides the input that a build reads; ended by null.
+// The files that a build reads besides its input; static, ended by null.
 const char *const *ttd_input_files(const mktfs_filesystem_opts *opts);

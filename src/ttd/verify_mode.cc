@@ -11,7 +11,6 @@
 #include "th/handle.h"
 #include "ttd/caches.h"
 #include "ttd/context.h"
-#include "ttd/engine_log.h"
 #include "ttd/hash.h"
 #include "ttd/image_superblock.h"
 #include "ttd/options.h"
@@ -38,9 +37,9 @@ ttd_io *wrap_image(mktfs_io &image) {
     return new (std::nothrow) ttd_io{.read = read_image, .destroy = leave_image, .handle = &image};
 }
 
-constexpr std::uint64_t LET_GO_SIZE = 1024 * 1024;  // bytes, at once
+constexpr std::uint64_t LET_GO_SIZE = 1024 * 1024;  // bytes, released together
 
-// Tells the progress, and lets go of the pages behind the proof.
+// Shows the progress, and releases pages that are proven.
 class proof_follower {
 public:
     proof_follower(mktfs_io &image, std::uint32_t block_size) : image_(image), block_size_(block_size) {}

@@ -89,7 +89,7 @@ TEST_F(Digest, OperationsKeepTheStateOrder) {
         EXPECT_EQ(tcrypto_digest_final(ctx.get(), out.data(), nullptr), 0);
         EXPECT_EQ(tcrypto_digest_update(ctx.get(), "a", 1), TCRYPTO_E_STATE);
         EXPECT_EQ(tcrypto_digest_init(ctx.get()), 0);
-        EXPECT_EQ(tcrypto_digest_blocks(ctx.get(), nullptr, 0, "abcd", 2, 2, nullptr), TCRYPTO_E_PARAMETERS);
+        EXPECT_EQ(tcrypto_digest_blocks(ctx.get(), {}, {"abcd", 2, 2}, nullptr), TCRYPTO_E_PARAMETERS);
         EXPECT_EQ(tcrypto_digest_update(ctx.get(), "a", 1), TCRYPTO_E_STATE);
         EXPECT_EQ(tcrypto_rng_generate(ctx.get(), out.data(), 1), TCRYPTO_E_ALGORITHM_TYPE);
     }
@@ -124,7 +124,8 @@ void expect_blocks(tcrypto_ctx *ctx, tcrypto_ctx *single, std::size_t salt_lengt
         ASSERT_EQ(tcrypto_digest_update(single, &data[1 + i * length], length), 0);
         ASSERT_EQ(tcrypto_digest_final(single, &expected[i * size], nullptr), 0);
     }
-    ASSERT_EQ(tcrypto_digest_blocks(ctx, salt.data(), salt_length, &data[1], length, count, out.data()), 0);
+    ASSERT_EQ(tcrypto_digest_blocks(ctx, {salt.data(), salt_length}, {&data[1], length, count}, out.data()),
+              0);
     EXPECT_EQ(out, expected);
 }
 
@@ -140,7 +141,7 @@ TEST_F(Digest, BlocksEqualTheOneByOneResult) {
                 expect_blocks(ctx.get(), single.get(), salt, length, 1 + length % 17);
         expect_blocks(ctx.get(), single.get(), 100, 70000, 1);
         expect_blocks(ctx.get(), single.get(), 70000, 100, 1);
-        EXPECT_EQ(tcrypto_digest_blocks(ctx.get(), nullptr, 0, nullptr, 1, 0, nullptr), 0);
+        EXPECT_EQ(tcrypto_digest_blocks(ctx.get(), {}, {nullptr, 1, 0}, nullptr), 0);
     };
     for (const char *name : DIGESTS) {
         for (const char *kernels : {"off", "avx2", "avx512bw", "sha_ni", ""}) {
@@ -200,7 +201,7 @@ TEST_F(Digest, BlocksTellWhichStepOfWhichBlockFailed) {
         tcrypto_block_failure failure = {.block = 7};
         bytes out(3);
         steps_left = row.failing_step;
-        EXPECT_EQ(tcrypto_digest_blocks(ctx.get(), "\x0a", 1, "\1\2\3", 1, 3, out.data(), &failure),
+        EXPECT_EQ(tcrypto_digest_blocks(ctx.get(), {"\x0a", 1}, {"\1\2\3", 1, 3}, out.data(), &failure),
                   row.failing_step == 0 ? 0 : TCRYPTO_E_INTERNAL);
         EXPECT_EQ(failure.block, row.block);
         EXPECT_EQ(failure.step, row.step);

@@ -25,8 +25,8 @@ constexpr std::size_t MAX_SYMMETRIC_BITS = std::size_t{1} << 20;
 
 // ---- Parsing
 
-// Never asks: OpenSSL's own callback would prompt, or read standard input, and
-// could keep a build waiting without end.  An encrypted key simply fails to parse.
+// Never asks: OpenSSL's own callback would prompt, or read standard input, and a build
+// could wait forever.  An encrypted key simply fails to parse.
 int refuse_pass_phrase(char *, int, int, void *) {
     return -1;
 }
@@ -65,7 +65,7 @@ evp_pkey_ptr parse_private_pem(byte_span bytes) {
                             : nullptr);
 }
 
-// Text or bytes of a key of one type; null and queued errors when they are none.
+// How a key of one type and format is parsed: null, with queued errors, for anything else.
 struct key_parser {
     std::uint32_t type = 0;
     std::uint32_t format = 0;
@@ -100,7 +100,7 @@ int bad_key_format() {
 
 // ---- Re-encoding
 
-// Takes over an encoder's buffer, or reports that there is none.
+// Takes over an encoder's buffer, or reports that it failed.
 int store_encoding(unsigned char *der, int length, std::uint32_t type, std::uint32_t id,
                    tcrypto_key_record &out) {
     if (length <= 0)
@@ -246,19 +246,9 @@ int symmetric_generate(void *, std::size_t bits, tcrypto_key_record *out) {
 
 // ---- Descriptors
 
-// No generator keeps a state between its operations.
-int create_nothing(const tcrypto_algorithm *, void **state) {
-    *state = nullptr;
-    return TCRYPTO_OK;
-}
-
-void destroy_nothing(void *) {}
-
 consteval tcrypto_algorithm keygen_row(std::string_view name, const tcrypto_keygen_ops &operations) {
-    tcrypto_algorithm algorithm = ossl_descriptor(TCRYPTO_KEYGEN, name);
+    tcrypto_algorithm algorithm = ossl_stateless_descriptor(TCRYPTO_KEYGEN, name);
     algorithm.keygen = operations;
-    algorithm.ctx_create = create_nothing;
-    algorithm.ctx_destroy = destroy_nothing;
     return algorithm;
 }
 

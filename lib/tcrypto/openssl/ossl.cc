@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include <openssl/crypto.h>
 #include <openssl/err.h>
 
 TH_LOG_CONTEXT_DEFINE(tc_openssl_log, "tc_openssl");
@@ -35,10 +34,6 @@ int ossl_fail(int code, const char *message, const char *file, std::uint32_t lin
 
 void ossl_clear_errors() {
     ERR_clear_error();
-}
-
-const char *ossl_version() {
-    return OpenSSL_version(OPENSSL_VERSION);
 }
 
 int ossl_register_all(std::span<const tcrypto_algorithm> algorithms) {

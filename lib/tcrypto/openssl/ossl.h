@@ -33,11 +33,8 @@ using bio_ptr = th_handle<BIO, BIO_free_all>;
 [[nodiscard]] int ossl_fail(int code, const char *message, const char *file = __builtin_FILE(),
                             std::uint32_t line = __builtin_LINE());
 
-// Forgets queued errors of a call whose failure is an ordinary answer.
+// Drops queued errors of a call whose failure is an expected answer.
 void ossl_clear_errors();
-
-// The version text of the linked library.
-[[nodiscard]] const char *ossl_version();
 
 // Registers the descriptors in order; stops at the first error and returns it.
 [[nodiscard]] int ossl_register_all(std::span<const tcrypto_algorithm> algorithms);

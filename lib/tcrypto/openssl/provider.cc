@@ -42,7 +42,7 @@ int tcrypto_openssl_init() {
 void tcrypto_openssl_uninit() {}
 
 const char *tcrypto_openssl_get_description() {
-    return ossl_version();
+    return OpenSSL_version(OPENSSL_VERSION);
 }
 
 constinit const tcrypto_provider tcrypto_openssl_provider = {

@@ -56,7 +56,7 @@ void rng_destroy(void *state) {
 
 int rng_instantiate(void *state, const void *personalisation, std::size_t length) {
     EVP_RAND_CTX *const ctx = state_of(state).ctx.get();
-    EVP_RAND_uninstantiate(ctx);  // OpenSSL would go on with a running generator
+    EVP_RAND_uninstantiate(ctx);  // OpenSSL would keep a running generator as it is
     if (EVP_RAND_instantiate(ctx, state_of(state).strength, 0,
                              static_cast<const unsigned char *>(personalisation), length, nullptr) != 1)
         return ossl_fail(TCRYPTO_E_INTERNAL, "DRBG instance instantiation failed\n");

@@ -2,7 +2,6 @@
 // first; EdDSA signs the message itself, in one step.
 #include <cstddef>
 #include <new>
-#include <span>
 #include <string_view>
 
 #include <openssl/rsa.h>
@@ -186,7 +185,7 @@ int eddsa_take_key(signature_state &state, const tcrypto_key_record &record) {
 
 int eddsa_init(void *opaque, const tcrypto_key_record *key, const tcrypto_signature_params *params) {
     signature_state &state = state_of(opaque);
-    drop_key(state);  // also because OpenSSL would go on with the key that a context holds
+    drop_key(state);  // also because OpenSSL would keep using the key that a context holds
     state.signing = is_signing(*params);
     return initialise(state, [&] { return eddsa_take_key(state, *key); });
 }
