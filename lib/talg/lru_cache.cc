@@ -75,9 +75,9 @@ int talg_lru_cache_create(talg_lru_cache **out, talg_hash_function hash, talg_co
         if (const int err = cache->mutex.init(PTHREAD_MUTEX_RECURSIVE); err != 0)
             return err;
     }
-    const int err =
-        talg_hash_table_create(&cache->table, hash, compare, destroy, order, TALG_HASH_TABLE_NO_LOCK);
-    if (err != 0)
+    if (const int err =
+            talg_hash_table_create(&cache->table, hash, compare, destroy, order, TALG_HASH_TABLE_NO_LOCK);
+        err != 0)
         return err;
     *out = cache.release();
     return 0;

@@ -18,8 +18,7 @@ int load_key(std::uint32_t sigtype, const char *path, key_loader load, const cha
         return TTD_FAIL(ENOENT, "failed to retrieve crypto key algorithm '%s'\n", row->key);
     ttd_log(TTD_LOG_INFO, "crypto key algorithm '%s' from plugin '%s'\n", row->key,
             tcrypto_plugin_name(out.keygen.get()));
-    const int err = load(out.keygen.get(), th_out(out.key), path, TCRYPTO_FORMAT_PEM);
-    if (err != TCRYPTO_OK)
+    if (const int err = load(out.keygen.get(), th_out(out.key), path, TCRYPTO_FORMAT_PEM); err != TCRYPTO_OK)
         return TTD_FAIL(EINVAL, "failed to load key (%s)%s", tcrypto_strerror(err), message_end);
     return 0;
 }
@@ -29,15 +28,14 @@ int open_signature(std::uint32_t sigtype, tcrypto_signature_operation operation,
     const ttd_signature_row *row = ttd_sig_row(sigtype);
     if (!row)
         return EINVAL;
-    int err = tcrypto_signature_request(row->signature, nullptr, 0, th_out(signature));
-    if (err != TCRYPTO_OK)
+    if (const int err = tcrypto_signature_request(row->signature, nullptr, 0, th_out(signature));
+        err != TCRYPTO_OK)
         return TTD_FAIL(ENOENT, "failed to retrieve crypto signature algorithm '%s' (%s)\n", row->signature,
                         tcrypto_strerror(err));
     ttd_log(TTD_LOG_INFO, "signature algorithm '%s' from plugin '%s'\n", row->signature,
             tcrypto_plugin_name(signature.get()));
     const tcrypto_signature_params params = {.operation = operation};
-    err = tcrypto_signature_init(signature.get(), key.key.get(), &params);
-    if (err != TCRYPTO_OK)
+    if (const int err = tcrypto_signature_init(signature.get(), key.key.get(), &params); err != TCRYPTO_OK)
         return TTD_FAIL(ENXIO, "failed to init sig algorithm (%s)\n", tcrypto_strerror(err));
     return 0;
 }
@@ -71,9 +69,9 @@ int ttd_sign_with_key(ttd_superblock *superblock, const ttd_key &key) {
         return err;
     const auto message = ttd_signed_bytes(*superblock);
     std::size_t length = TTD_MAX_SIGNATURE;
-    const int err = tcrypto_signature_sign_oneshot(signature.get(), message.data(), message.size(),
-                                                   superblock->sig, &length);
-    if (err != TCRYPTO_OK)
+    if (const int err = tcrypto_signature_sign_oneshot(signature.get(), message.data(), message.size(),
+                                                       superblock->sig, &length);
+        err != TCRYPTO_OK)
         return TTD_FAIL(ENXIO, "failed to sign ttd header (%s)\n", tcrypto_strerror(err));
     superblock->sigsize = static_cast<std::uint32_t>(length);
     return 0;
@@ -87,9 +85,9 @@ int ttd_verify_with_key(const ttd_superblock *superblock, const ttd_key &key) {
         return err;
     const auto message = ttd_signed_bytes(*superblock);
     int matches = 0;
-    const int err = tcrypto_signature_verify_oneshot(signature.get(), message.data(), message.size(),
-                                                     superblock->sig, superblock->sigsize, &matches);
-    if (err != TCRYPTO_OK)
+    if (const int err = tcrypto_signature_verify_oneshot(signature.get(), message.data(), message.size(),
+                                                         superblock->sig, superblock->sigsize, &matches);
+        err != TCRYPTO_OK)
         return TTD_FAIL(ENXIO, "failed to verify header signature (%s)\n", tcrypto_strerror(err));
     return matches ? 0 : EINVAL;
 }

@@ -236,8 +236,7 @@ int write_meta_data(const ttd_run_context &run, const ttd_bytes &tree, mktfs_io 
 }
 
 int write_image(const ttd_run_context &run, ttd_image_copy *copy, const ttd_bytes &tree, mktfs_io &output) {
-    const int err = copy ? copy->finish(run.engine.info.covered_size) : 0;
-    if (err != 0)
+    if (const int err = copy ? copy->finish(run.engine.info.covered_size) : 0; err != 0)
         return MKTFS_FAIL(err, "ttd: failed to write input image to output (%s)\n", strerror(err));
     return write_meta_data(run, tree, output);
 }

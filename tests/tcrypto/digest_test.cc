@@ -124,8 +124,7 @@ void expect_blocks(tcrypto_ctx *ctx, tcrypto_ctx *single, std::size_t salt_lengt
         ASSERT_EQ(tcrypto_digest_update(single, &data[1 + i * length], length), 0);
         ASSERT_EQ(tcrypto_digest_final(single, &expected[i * size], nullptr), 0);
     }
-    ASSERT_EQ(tcrypto_digest_blocks(ctx, {salt.data(), salt_length}, {&data[1], length, count}, out.data()),
-              0);
+    ASSERT_EQ(tcrypto_digest_blocks(ctx, {salt.data(), salt_length}, {&data[1], length, count}, &out[0]), 0);
     EXPECT_EQ(out, expected);
 }
 
