@@ -58,11 +58,19 @@ void fill_partition(ttdinfo_plan &plan) {
     plan.fits = plan.size <= plan.max_partition_size;
 }
 
-// Hashes of 32 or 64 bytes fill a hash block with a power of two of them, 8 or more, so
-// that a read needs one hash block of each level.
+// The read begins at a multiple of its size.  So the hash blocks above it number one in
+// each level where a hash block holds a multiple of what lies below, else one more than that
+// at worst.
 void fill_read_cost(ttdinfo_plan &plan) {
-    plan.read_data_blocks = std::min(std::max(1U, READ_SIZE / plan.block_size), plan.info.raw_blocks);
-    plan.read_hash_blocks = plan.info.levels;
+    const ttd_info &info = plan.info;
+    plan.read_data_blocks = std::min(std::max(1U, READ_SIZE / plan.block_size), info.raw_blocks);
+    plan.read_hash_blocks = 0;
+    std::uint32_t below = plan.read_data_blocks;
+    for (unsigned level = 0; level < info.levels; ++level) {
+        const bool aligned = info.hashes_per_block % below == 0;
+        below = aligned ? 1 : std::min((below - 1) / info.hashes_per_block + 2, info.level_blocks[level]);
+        plan.read_hash_blocks += below;
+    }
     plan.read_bytes =
         (std::uint64_t{plan.read_data_blocks} + plan.read_hash_blocks) * std::uint64_t{plan.block_size};
 }
