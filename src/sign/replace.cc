@@ -108,7 +108,10 @@ private:
         const auto end = static_cast<off_t>(size);
         if (::ftruncate(descriptor_, end) != 0)
             return errno;
-        for (off_t data = 0; (data = ::lseek(image, data, SEEK_DATA)) >= 0 && data < end;) {
+        for (off_t data = 0; data < end;) {
+            data = ::lseek(image, data, SEEK_DATA);
+            if (data < 0)
+                return errno == ENXIO ? 0 : errno;
             const off_t hole = std::min(::lseek(image, data, SEEK_HOLE), end);
             if (hole < 0)
                 return errno;
@@ -116,7 +119,7 @@ private:
                 return err;
             data = hole;
         }
-        return errno == ENXIO || ::lseek(image, 0, SEEK_END) == end ? 0 : errno;
+        return 0;
     }
 
     [[nodiscard]] int copy_range(int image, off_t from, off_t end) const {
