@@ -162,7 +162,7 @@ TEST_F(io_test, ADestroyedObjectHoldsNothing) {
     std::string bytes = pattern(1000);
     const std::string path = dir.file("data", bytes);
     log_capture log;
-    expect_nothing_kept(dir.path(), [&] {
+    expect_nothing_kept(dir.path(), 20, [&] {
         EXPECT_NE(mktfs_io_buf(open_io(path).get()), nullptr);
         const mktfs_io_ptr objects[] = {make(mktfs_io_mem_create, 1000u), make(mktfs_io_mmap_create, path.c_str()),
                                         make(mktfs_io_memwrap_create, bytes.data(), bytes.size()),
