@@ -39,9 +39,9 @@ TEST(Hex, ConvertsWithoutTerminatorAndRefusesWhatIsNoDigit) {
     EXPECT_EQ(mktfs_hex2bin(bytes, "A0fF0g", 2), 0);
     EXPECT_THAT(bytes, testing::ElementsAre(0xa0, 0xff, 0xff));
     EXPECT_EQ(mktfs_hex2bin(bytes, "0g", 1), EINVAL);
-    EXPECT_EQ(mktfs_hex2bin(bytes, "00", 0) + mktfs_hex2bin(nullptr, "00", 1) + mktfs_hex2bin(bytes, nullptr, 1) +
-                  mktfs_bin2hex(text.data(), bytes, 0) + mktfs_bin2hex(nullptr, bytes, 1) +
-                  mktfs_bin2hex(text.data(), nullptr, 1),
+    EXPECT_EQ(mktfs_hex2bin(bytes, "00", 0) + mktfs_hex2bin(nullptr, "00", 1) +
+                  mktfs_hex2bin(bytes, nullptr, 1) + mktfs_bin2hex(text.data(), bytes, 0) +
+                  mktfs_bin2hex(nullptr, bytes, 1) + mktfs_bin2hex(text.data(), nullptr, 1),
               6 * EINVAL);
     const log_capture log;
     mktfs_print_hex(bytes, 2);
@@ -66,8 +66,10 @@ TEST(Json, IsIndentedAndQuoted) {
         (void)list.array(nullptr);
     }
     std::fclose(out);
-    EXPECT_STREQ(text, "{\n  \"n\": 18446744073709551615,\n  \"t\": \"\\u001f \\\"\\\\~\\ufffd\\ufffd\",\n"
-                       "  \"a\": [\n    true,\n    \"0aff\",\n    null,\n    {\n      \"z\": null\n    },\n    []\n  ]\n}");
+    EXPECT_STREQ(
+        text,
+        "{\n  \"n\": 18446744073709551615,\n  \"t\": \"\\u001f \\\"\\\\~\\ufffd\\ufffd\",\n"
+        "  \"a\": [\n    true,\n    \"0aff\",\n    null,\n    {\n      \"z\": null\n    },\n    []\n  ]\n}");
     std::free(text);
 }
 
@@ -81,7 +83,8 @@ TEST(FileSize, IsZeroOnFailure) {
     EXPECT_EQ(mktfs_fd_size(opened, &sizes[1]), ESPIPE);
     EXPECT_EQ(mktfs_file_size("/nowhere", &sizes[2]), ENOENT);
     EXPECT_EQ(mktfs_file_size(pipe.c_str(), &sizes[3]), ESPIPE);
-    EXPECT_EQ(mktfs_file_size(nullptr, &sizes[4]) + mktfs_file_size("/", nullptr) + mktfs_fd_size(0, nullptr), 3 * EINVAL);
+    EXPECT_EQ(mktfs_file_size(nullptr, &sizes[4]) + mktfs_file_size("/", nullptr) + mktfs_fd_size(0, nullptr),
+              3 * EINVAL);
     EXPECT_THAT(sizes, testing::Each(0));
     close(opened);
     EXPECT_EQ(mktfs_file_size(file.c_str(), &size), 0);
@@ -103,10 +106,11 @@ TEST(Host, TellsWhereAPathLeads) {
     const struct {
         const char *path, *folder;
         bool inside, same = false;
-    } rows[] = {{"a/b", "a", true},      {"a", "a", true, true},     {"a/none", "a", true},   {"a//b//", "a", true},
-                {"to_b", "a", true},     {"a/out", "a", true},       {"ab", "a", false},      {"none", "a", false},
-                {"a/b", "none", false},  {"a/out", "ab", true, true}, {"loop", "loop", false}, {"none/x", "none", false},
-                {"a/./../a/b", "a", true}, {"to_b", "a/b", true, true}, {"a/b/x", "a", true}};
+    } rows[] = {{"a/b", "a", true},          {"a", "a", true, true},      {"a/none", "a", true},
+                {"a//b//", "a", true},       {"to_b", "a", true},         {"a/out", "a", true},
+                {"ab", "a", false},          {"none", "a", false},        {"a/b", "none", false},
+                {"a/out", "ab", true, true}, {"loop", "loop", false},     {"none/x", "none", false},
+                {"a/./../a/b", "a", true},   {"to_b", "a/b", true, true}, {"a/b/x", "a", true}};
     for (const auto &row : rows) {
         bool inside = !row.inside, same = !row.same;
         EXPECT_EQ(mktfs_path_is_inside((dir / row.path).c_str(), (dir / row.folder).c_str(), &inside), 0);
@@ -127,7 +131,8 @@ TEST(Host, AFileBelongsToOneRun) {
     const temp_dir dir;
     const std::string path = dir.file("file", "");
     const int first = open(path.c_str(), O_RDWR | O_CLOEXEC), second = open(path.c_str(), O_RDWR | O_CLOEXEC);
-    EXPECT_EQ(mktfs_claim_file(path.c_str(), first) + mktfs_claim_file("/dev/null", open("/dev/null", O_RDWR)), 0);
+    EXPECT_EQ(
+        mktfs_claim_file(path.c_str(), first) + mktfs_claim_file("/dev/null", open("/dev/null", O_RDWR)), 0);
     EXPECT_EQ(mktfs_claim_file(path.c_str(), second), EAGAIN);
     EXPECT_EQ(mktfs_claim_file(dir.file("other", "").c_str(), first), EAGAIN) << "another one has its name";
     unlink(path.c_str());
@@ -145,7 +150,9 @@ protected:
         close(descriptor);
         return slot;
     }
-    bool there(const char *name) const { return faccessat(AT_FDCWD, (dir / name).c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0; }
+    bool there(const char *name) const {
+        return faccessat(AT_FDCWD, (dir / name).c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+    }
     static std::string held() {
         std::string all;
         sigset_t blocked;
@@ -200,7 +207,9 @@ TEST_F(cleanup, EverySignalThatEndsTheRunTakesItsFilesAway) {
         close(STDIN_FILENO);
         mktfs_cleanup_install();
         dir.file("file", "");
-        return fcntl(STDIN_FILENO, F_GETFD) == 0 && add("file") == 0 && signal(SIGCHLD, SIG_DFL) == SIG_DFL ? 0 : 99;
+        return fcntl(STDIN_FILENO, F_GETFD) == 0 && add("file") == 0 && signal(SIGCHLD, SIG_DFL) == SIG_DFL
+                   ? 0
+                   : 99;
     };
     for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXCPU, SIGXFSZ, SIGBUS}) {
         EXPECT_EXIT(_exit(with_file() + raise(number)), testing::KilledBySignal(number), "^$") << number;
@@ -237,10 +246,8 @@ TEST(StrReplace, ReplacesLeftToRightWithinTheCapacity) {
                 {"x <h>", "<h>", "abc", 5, nullptr},  // the terminator has no place
                 {"<h>", "<h>", "a<h>", 8, "a<h>"},    // inserted text is not looked into
                 {"aaa", "aa", "b", 8, "ba"},          // overlaps count once
-                {"abc", "", "x", 8, nullptr},
-                {nullptr, "b", "x", 8, nullptr},
-                {"abc", nullptr, "x", 8, nullptr},
-                {"abc", "b", nullptr, 8, nullptr}};
+                {"abc", "", "x", 8, nullptr},        {nullptr, "b", "x", 8, nullptr},
+                {"abc", nullptr, "x", 8, nullptr},   {"abc", "b", nullptr, 8, nullptr}};
     EXPECT_EQ(mktfs_strreplace("abc", "b", "x", nullptr, 8), EINVAL);
     for (const auto &row : rows) {
         char out[16] = "untouched";

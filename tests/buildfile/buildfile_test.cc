@@ -105,9 +105,10 @@ TEST_F(build_file, SettersTakeANodeAndATextOrDoNothing) {
         mktfs_backend_inode_setacl(to, nullptr);
         mktfs_backend_inode_setcontent(to, nullptr);
     }
-    EXPECT_EQ(logged(), "4 (null):0:0:invalid uid value 'z'\n4 (null):0:0:invalid gid value 'nil'\n"
-                        "4 (null):0:0:invalid mode value '9'\n4 (null):0:0:invalid mtime value 'z'\n"
-                        "4 (null):0:0:acls are not supported by this backend\n4 (null):0:0:invalid acl value 'nil'\n");
+    EXPECT_EQ(logged(),
+              "4 (null):0:0:invalid uid value 'z'\n4 (null):0:0:invalid gid value 'nil'\n"
+              "4 (null):0:0:invalid mode value '9'\n4 (null):0:0:invalid mtime value 'z'\n"
+              "4 (null):0:0:acls are not supported by this backend\n4 (null):0:0:invalid acl value 'nil'\n");
     mktfs_backend_inode_setmtime(&inode, "60");
     mktfs_backend_inode_setcontent(&inode, "\n\nab");
     EXPECT_EQ(std::tuple(inode.mtime, inode.path, inode.has_path, inode.flags, inode.size),

@@ -59,7 +59,8 @@ TEST(Values, NumbersAtTheirLimits) {
     for (const auto &row : rows)
         EXPECT_EQ(row.convert(row.text, row.base), row.expected)
             << &row - rows << " " << (row.text ? row.text : "");
-    EXPECT_EQ(mktfs_str2u16("1", nullptr, 10) + mktfs_str2mode("1", nullptr) + mktfs_str2mtime("%s", "1", nullptr),
+    EXPECT_EQ(mktfs_str2u16("1", nullptr, 10) + mktfs_str2mode("1", nullptr) +
+                  mktfs_str2mtime("%s", "1", nullptr),
               3 * EINVAL);
 }
 

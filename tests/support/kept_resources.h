@@ -38,7 +38,8 @@ void expect_nothing_kept(const std::string &folder, std::uint64_t tolerated, Wor
     const resources before = after_some(), after = after_some();
     EXPECT_EQ(after.descriptors, before.descriptors);
     EXPECT_TRUE(SANITIZED || after.bytes < before.bytes + rounds * tolerated) << after.bytes - before.bytes;
-    EXPECT_TRUE(SANITIZED || after.pages * page < before.pages * page + rounds * page) << after.pages - before.pages;
+    EXPECT_TRUE(SANITIZED || after.pages * page < before.pages * page + rounds * page)
+        << after.pages - before.pages;
     std::ifstream maps("/proc/self/maps");
     for (std::string line; std::getline(maps, line);)
         EXPECT_EQ(line.find(folder), std::string::npos) << line;

@@ -21,17 +21,17 @@ constexpr int MANY = 100000;
 
 TEST_F(tree_test, RecordsBeginEmptyAndABuildWithItsDefaults) {
     const mktfs_inode i;
-    EXPECT_THAT((numbers{0u + i.type, i.flags, i.ino, i.uid, i.gid, i.mode, 0ul + i.mtime, i.nlink, i.has_path, i.size,
-                         i.depth, i.nchildren, i.index.weight}),
+    EXPECT_THAT((numbers{0u + i.type, i.flags, i.ino, i.uid, i.gid, i.mode, 0ul + i.mtime, i.nlink,
+                         i.has_path, i.size, i.depth, i.nchildren, i.index.weight}),
                 testing::Each(0));
     const mktfs_filesystem f;
-    EXPECT_THAT((numbers{f.blksize, f.uid, f.gid, f.fmode, f.dmode, 0ul + f.mtime, f.inodes, f.files, f.dirs, f.links,
-                         f.hardlinks, f.object_size, f.opts.flags, mktfs_backend{}.flags}),
+    EXPECT_THAT((numbers{f.blksize, f.uid, f.gid, f.fmode, f.dmode, 0ul + f.mtime, f.inodes, f.files, f.dirs,
+                         f.links, f.hardlinks, f.object_size, f.opts.flags, mktfs_backend{}.flags}),
                 testing::Each(0));
-    EXPECT_EQ((numbers{MKTFS_BACKEND_SORTED, MKTFS_BACKEND_EXTRACT, MKTFS_BACKEND_VERIFY, MKTFS_BACKEND_HARDLINKS,
-                       MKTFS_BACKEND_ACLS, MKTFS_OPT_NO_INPUT, MKTFS_OPT_NO_OUTPUT, MKTFS_OPT_NO_RESOLVE,
-                       MKTFS_OPT_NO_STATS, MKTFS_OPT_NO_SEARCH_PATHS, MKTFS_INODE_INLINE, MKTFS_INODE_TARGET,
-                       MKTFS_ROOT_INO, f.opts.threads}),
+    EXPECT_EQ((numbers{MKTFS_BACKEND_SORTED, MKTFS_BACKEND_EXTRACT, MKTFS_BACKEND_VERIFY,
+                       MKTFS_BACKEND_HARDLINKS, MKTFS_BACKEND_ACLS, MKTFS_OPT_NO_INPUT, MKTFS_OPT_NO_OUTPUT,
+                       MKTFS_OPT_NO_RESOLVE, MKTFS_OPT_NO_STATS, MKTFS_OPT_NO_SEARCH_PATHS,
+                       MKTFS_INODE_INLINE, MKTFS_INODE_TARGET, MKTFS_ROOT_INO, f.opts.threads}),
               (numbers{1, 2, 4, 8, 16, 1, 2, 4, 8, 16, 1, 2, 1, 1}));
     EXPECT_EQ(host_endian, 0);
     fs.uid = fs.gid = fs.root.uid = 9, fs.mtime = 9;
@@ -50,12 +50,13 @@ TEST_F(tree_test, RecordsBeginEmptyAndABuildWithItsDefaults) {
 }
 
 TEST_F(tree_test, ATypeWithoutOperationsLacksThem) {
-    EXPECT_EQ((std::vector{mktfs_filesystem_build_init(nullptr), mktfs_filesystem_extract_init(nullptr),
-                           mktfs_filesystem_verify_init(nullptr), mktfs_filesystem_parse(""),
-                           mktfs_filesystem_build(&fs, nullptr), mktfs_filesystem_verify(&fs, "/dev/null"),
-                           mktfs_filesystem_extract(&fs, dir.file("image", "i").c_str(), "out"),
-                           mktfs_filesystem_extract(nullptr, "", ""), mktfs_filesystem_extract(&fs, "", nullptr)}),
-              (std::vector{EINVAL, EINVAL, 0, EOPNOTSUPP, EOPNOTSUPP, EOPNOTSUPP, EOPNOTSUPP, EINVAL, EINVAL}));
+    EXPECT_EQ(
+        (std::vector{mktfs_filesystem_build_init(nullptr), mktfs_filesystem_extract_init(nullptr),
+                     mktfs_filesystem_verify_init(nullptr), mktfs_filesystem_parse(""),
+                     mktfs_filesystem_build(&fs, nullptr), mktfs_filesystem_verify(&fs, "/dev/null"),
+                     mktfs_filesystem_extract(&fs, dir.file("image", "i").c_str(), "out"),
+                     mktfs_filesystem_extract(nullptr, "", ""), mktfs_filesystem_extract(&fs, "", nullptr)}),
+        (std::vector{EINVAL, EINVAL, 0, EOPNOTSUPP, EOPNOTSUPP, EOPNOTSUPP, EOPNOTSUPP, EINVAL, EINVAL}));
     static int result;
     const auto handle = [this](int err) {
         result = err;
@@ -63,7 +64,8 @@ TEST_F(tree_test, ATypeWithoutOperationsLacksThem) {
         mktfs_backend_inode_attr(&fs.root, "x", nullptr);
         return logged();
     };
-    EXPECT_EQ(handle(0), "4 build:7:3:unsupported option attribute 'x'\n4 build:7:3:unsupported inode attribute 'x'\n");
+    EXPECT_EQ(handle(0),
+              "4 build:7:3:unsupported option attribute 'x'\n4 build:7:3:unsupported inode attribute 'x'\n");
     backend.option_handler = [](auto, auto, auto) { return result; };
     backend.inode_attr = [](auto, auto, auto) { return result; };
     backend.parser.scanner_context = nullptr;
@@ -76,7 +78,8 @@ TEST_F(tree_test, ATypeWithoutOperationsLacksThem) {
                            "4 (null):0:0:failed to parse inode attribute 'x' ('nil') [Input/output error]\n");
     for (const std::string &text : {""s, "\n"s, "a\n\n"s, std::string(4095, 'x'), std::string(4096, 'x')}) {
         mktfs_parse_warn("%s", text.c_str());
-        const std::string shown = text.substr(0, std::min<std::size_t>(text.size() - text.ends_with('\n'), 4095));
+        const std::string shown =
+            text.substr(0, std::min<std::size_t>(text.size() - text.ends_with('\n'), 4095));
         EXPECT_EQ(logged(), "2 (null):0:0:" + shown + "\n");
     }
 }
@@ -96,16 +99,18 @@ TEST_F(tree_test, NothingIsDoneWithoutAnObject) {
     EXPECT_EQ(mktfs_inode_make(nullptr, MKTFS_INODE_FILE), nullptr);
     EXPECT_EQ(mktfs_filesystem_find_inode(nullptr, "x"), nullptr);
     EXPECT_EQ(mktfs_filesystem_find_inode(&fs, nullptr), nullptr);
-    EXPECT_EQ((std::vector{mktfs_inode_add(nullptr, &lonely, "x"), mktfs_inode_add(&fs, nullptr, "x"),
-                           mktfs_inode_add(&fs, &lonely, nullptr), mktfs_inode_add(&fs, &lonely, ""),
-                           mktfs_inode_create(nullptr, 2, "x", 1, 0), mktfs_inode_create(&lonely, 2, nullptr, 1, 0),
-                           mktfs_parse_search_paths(nullptr), mktfs_resolve_search_path_inode(nullptr, &lonely),
-                           mktfs_resolve_search_path_inode("x", nullptr)}),
-              std::vector(9, EINVAL));
-    EXPECT_EQ((std::vector{mktfs_inode_add(&fs, &lonely, "//"), mktfs_inode_full_path(nullptr, text, 2),
-                           mktfs_inode_full_path(&lonely, nullptr, 2), mktfs_inode_full_path(&lonely, text, 0),
-                           mktfs_inode_populate(&fs, &lonely, nullptr)}),
-              std::vector(5, 0));
+    EXPECT_EQ(
+        (std::vector{mktfs_inode_add(nullptr, &lonely, "x"), mktfs_inode_add(&fs, nullptr, "x"),
+                     mktfs_inode_add(&fs, &lonely, nullptr), mktfs_inode_add(&fs, &lonely, ""),
+                     mktfs_inode_create(nullptr, 2, "x", 1, 0), mktfs_inode_create(&lonely, 2, nullptr, 1, 0),
+                     mktfs_parse_search_paths(nullptr), mktfs_resolve_search_path_inode(nullptr, &lonely),
+                     mktfs_resolve_search_path_inode("x", nullptr)}),
+        std::vector(9, EINVAL));
+    EXPECT_EQ(
+        (std::vector{mktfs_inode_add(&fs, &lonely, "//"), mktfs_inode_full_path(nullptr, text, 2),
+                     mktfs_inode_full_path(&lonely, nullptr, 2), mktfs_inode_full_path(&lonely, text, 0),
+                     mktfs_inode_populate(&fs, &lonely, nullptr)}),
+        std::vector(5, 0));
     mktfs_backend_inode_add(nullptr, "/x", nullptr);
     mktfs_backend_inode_add(mktfs_inode_make(&fs, MKTFS_INODE_DIR), nullptr, nullptr);
     EXPECT_EQ(listing(), " ");
@@ -119,8 +124,8 @@ TEST_F(tree_test, TypesHaveTheirNamesAndBitsAndNodesTheirDefaults) {
         const auto bits = mktfs_inode_type2mode_type(type);
         char text[99];
         snprintf(text, sizeof text, "%s %x %d; %d %u:%u %ld %o %d\n", mktfs_inode_type2str(type), bits,
-                 mktfs_mode_type2mktfs_type(bits | 0777), made->type, made->uid, made->gid, made->mtime, made->mode,
-                 made->nlink);
+                 mktfs_mode_type2mktfs_type(bits | 0777), made->type, made->uid, made->gid, made->mtime,
+                 made->mode, made->nlink);
         all += text;
     }
     EXPECT_EQ(all, "file 8000 0; 0 1:2 3 644 1\ndir 4000 1; 1 1:2 3 755 2\nlink a000 2; 2 1:2 3 777 1\n"

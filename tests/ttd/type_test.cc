@@ -279,11 +279,17 @@ TEST_F(type_run, NoFailingCallIsTakenForSuccess) {
         if (build(2048, 2048) == ENXIO)
             failures.push_back(log_.text());
     }
-    // A digest has four steps: its start, the salt, the block, its end.  A hash block is called by its number, too.
+    // A digest has four steps: its start, the salt, the block, its end.  A hash block is called by its
+    // number, too.
     for (const char *place : {"0", "1", "2", "3", "0\nttd: error while hashing merkle tree level '1'"}) {
-        const std::string above = std::strlen(place) > 1 ? "" : "\nttd: error while hashing input image (No such device or address)";
-        const std::string text = std::string("ttd: failed to hash data block ") + place + above + "\nttd: merkle tree";
-        EXPECT_EQ(std::ranges::count_if(failures, [&](const std::string &all) { return all.find(text) != all.npos; }), 4)
+        const std::string above = std::strlen(place) > 1
+                                      ? ""
+                                      : "\nttd: error while hashing input image (No such device or address)";
+        const std::string text =
+            std::string("ttd: failed to hash data block ") + place + above + "\nttd: merkle tree";
+        EXPECT_EQ(std::ranges::count_if(failures,
+                                        [&](const std::string &all) { return all.find(text) != all.npos; }),
+                  4)
             << text;
     }
 }
@@ -312,19 +318,21 @@ TEST(Types, TheOperationsOfSkeletonsDoNothing) {
         EXPECT_EQ(type->opts_init(&opts) + type->build_init(nullptr) + type->extract_init(nullptr) +
                       (is_template ? type->build(nullptr, nullptr) : 0) + type->mount(nullptr, nullptr) +
                       type->readroot(nullptr, nullptr, nullptr) + type->readdir(nullptr, nullptr, nullptr) +
-                      type->readlnk(nullptr, nullptr, nullptr, nullptr) + type->readfile(nullptr, nullptr, nullptr, nullptr),
+                      type->readlnk(nullptr, nullptr, nullptr, nullptr) +
+                      type->readfile(nullptr, nullptr, nullptr, nullptr),
                   0);
         type->print_stats(nullptr);
         type->build_finit(nullptr);
         type->extract_finit(nullptr);
         EXPECT_EQ(type->cmdopt_handler(&opts, 'z', ""), EOPNOTSUPP);
         EXPECT_EQ(type->flags, is_template ? 1 : 9) << "sorted, hard links";
-        EXPECT_EQ(log.text(), is_template
-                                  ? "template_usage\ntemplate_fsys_init\ntemplate_fsys_init\ntemplate_fsys_build\n"
-                                    "template_fsys_mount\ntemplate_fsys_readroot\ntemplate_fsys_readdir\n"
-                                    "template_fsys_readlink\ntemplate_fsys_readfile\ntemplate_print_stats stats\n"
-                                    "template_fsys_finit\ntemplate_fsys_finit\n"
-                                  : "test_usage\n");
+        EXPECT_EQ(log.text(),
+                  is_template
+                      ? "template_usage\ntemplate_fsys_init\ntemplate_fsys_init\ntemplate_fsys_build\n"
+                        "template_fsys_mount\ntemplate_fsys_readroot\ntemplate_fsys_readdir\n"
+                        "template_fsys_readlink\ntemplate_fsys_readfile\ntemplate_print_stats stats\n"
+                        "template_fsys_finit\ntemplate_fsys_finit\n"
+                      : "test_usage\n");
     }
     EXPECT_EQ(opts.flags, MKTFS_OPT_NO_OUTPUT);
     EXPECT_EQ(ttd_backend()->flags, MKTFS_BACKEND_EXTRACT | MKTFS_BACKEND_VERIFY);
