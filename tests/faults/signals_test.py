@@ -37,17 +37,12 @@ def check(rule, holds, detail=""):
 
 
 def start(folder, *arguments, **how):
-    environment = {**os.environ, "TMPDIR": str(folder / "tmp"), **how.pop("environment", {})}
     how = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.PIPE, **how}
-    return subprocess.Popen([mktfs, *arguments], cwd=folder, env=environment, **how)
+    return subprocess.Popen([mktfs, *arguments], cwd=folder, env={**os.environ, "TMPDIR": str(folder / "tmp")}, **how)
 
 
 def build(folder, out="out", source="small", sign=KEY, **how):
-    return start(folder, *OPTIONS, *sign, "-o", str(out), source, **how)
-
-
-def verified(folder, image):
-    return start(folder, "ttd", "-y", "-K", str(DATA / "rsa.pub.pem"), str(image)).wait() == 0
+    return start(folder, *OPTIONS, *sign, "-o", out, source, **how)
 
 
 def left(folder):
@@ -137,8 +132,6 @@ def main():
         (folder / "small").write_bytes(bytes(i * i % 251 for i in range(4096)) * 512)
         with open(folder / "large", "wb") as large:
             large.writelines([random.randbytes(MEBIBYTE)] * (LARGE // MEBIBYTE))
-        check("an undisturbed build", build(folder).wait() == 0 and verified(folder, "out"))
-        left(folder)
         signals_at_any_moment(folder)
         signals_during_an_extraction(folder)
         signals_during_the_signer(folder)

@@ -2,6 +2,7 @@
 // model of the fuzz targets says what verification answers; the type has to agree.
 #include <sys/resource.h>
 
+#include "driver/modes.h"
 #include "driver/template_type.h"
 #include "driver/test_type.h"
 #include "fs/filesystem.h"
@@ -275,6 +276,34 @@ TEST(Types, TheOperationsOfSkeletonsDoNothing) {
     int line = 7, column = 7;
     ttd_backend()->parser.scanner_context(&file, &line, &column);
     EXPECT_EQ(std::tuple(std::string(file), line, column), std::tuple("", 0, 0));
+}
+
+TEST(Modes, EndWithTheStepThatFails) {
+    const temp_dir dir;
+    const std::string input = dir.file("in", ""), output = dir / "out";
+    mktfs_backend failing[6];
+    std::ranges::fill(failing, *test_backend());
+    for (mktfs_backend &type : failing)
+        type.flags |= MKTFS_BACKEND_EXTRACT | MKTFS_BACKEND_VERIFY;
+    failing[0].build_init = failing[3].verify_init = failing[4].extract_init = [](auto) { return EIO; };
+    failing[1].parser = {};
+    failing[2].build = nullptr;
+    *mktfs_get_filesystem_opts() = {.flags = MKTFS_OPT_NO_SEARCH_PATHS};
+    std::string all;
+    for (int i = 0; i < 6; ++i) {
+        mktfs_set_backend(&failing[i]);
+        const auto run = i < 3 ? mktfs_run_build : i == 3 ? mktfs_run_verify : mktfs_run_extract;
+        const log_capture log;
+        const int err = run(
+            {.backend = &failing[i], .output = i == 5 ? nullptr : output.c_str(), .input = input.c_str()});
+        all += std::to_string(err) + " " + log.text();
+        EXPECT_FALSE(std::filesystem::exists(output)) << i;
+    }
+    EXPECT_EQ(all, "5 Filesystem initialization failed (Input/output error)\n"
+                   "95 Filesystem input file parsing failed (Operation not supported)\n"
+                   "95 Filesystem construction failed (Operation not supported)\n"
+                   "5 Filesystem initialization failed (Input/output error)\n"
+                   "5 Filesystem initialization failed (Input/output error)\n1 missing -o option\n");
 }
 
 TEST_F(type_run, AnInputThatChangesItsSizeIsRefused) {
