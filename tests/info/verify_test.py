@@ -59,7 +59,6 @@ ROWS = r"""
 1 ## either --key or ## verify --key none --without-signature-check img
 1 ## verify takes ## verify --root-hash --key none img
 1 ## belongs to ## key none img
-0 ## level 0: +2 .*level 1: +1 .*tree size: +12288 .*image size: +1064960 .* 1 data blocks, 2 hash blocks, 12288 ## plan 1M --block 4096 --digest sha256
 0 ## cold:   8 data blocks, 3 hash blocks, 5632 ## plan 1m --block 512 --digest sha256
 0 ## tree size: +1074823168 .*image size: +1100586455040 ## plan 1T --block 32K --digest sha256
 28 ## fits: +no\n.* -P: +1032192 .* -P: +1032192 ## plan 1M --block 4K --digest sha256 --partition 1M
