@@ -16,28 +16,32 @@ using namespace std::literals;
 namespace {
 
 using numbers = std::vector<std::uint64_t>;
+template <class... Values>
+numbers of(Values... values) {
+    return {static_cast<std::uint64_t>(values)...};
+}
 
 constexpr int MANY = 100000;
 
 TEST_F(tree_test, RecordsBeginEmptyAndABuildWithItsDefaults) {
     const mktfs_inode i;
-    EXPECT_THAT((numbers{0u + i.type, i.flags, i.ino, i.uid, i.gid, i.mode, 0ul + i.mtime, i.nlink,
-                         i.has_path, i.size, i.depth, i.nchildren, i.index.weight}),
+    EXPECT_THAT(of(i.type, i.flags, i.ino, i.uid, i.gid, i.mode, i.mtime, i.nlink, i.has_path, i.size,
+                   i.depth, i.nchildren, i.index.weight),
                 testing::Each(0));
     const mktfs_filesystem f;
-    EXPECT_THAT((numbers{f.blksize, f.uid, f.gid, f.fmode, f.dmode, 0ul + f.mtime, f.inodes, f.files, f.dirs,
-                         f.links, f.hardlinks, f.object_size, f.opts.flags, mktfs_backend{}.flags}),
+    EXPECT_THAT(of(f.blksize, f.uid, f.gid, f.fmode, f.dmode, f.mtime, f.inodes, f.files, f.dirs, f.links,
+                   f.hardlinks, f.object_size, f.opts.flags, mktfs_backend{}.flags),
                 testing::Each(0));
-    EXPECT_EQ((numbers{MKTFS_BACKEND_SORTED, MKTFS_BACKEND_EXTRACT, MKTFS_BACKEND_VERIFY,
-                       MKTFS_BACKEND_HARDLINKS, MKTFS_BACKEND_ACLS, MKTFS_OPT_NO_INPUT, MKTFS_OPT_NO_OUTPUT,
-                       MKTFS_OPT_NO_RESOLVE, MKTFS_OPT_NO_STATS, MKTFS_OPT_NO_SEARCH_PATHS,
-                       MKTFS_INODE_INLINE, MKTFS_INODE_TARGET, MKTFS_ROOT_INO, f.opts.threads}),
+    EXPECT_EQ(of(MKTFS_BACKEND_SORTED, MKTFS_BACKEND_EXTRACT, MKTFS_BACKEND_VERIFY, MKTFS_BACKEND_HARDLINKS,
+                 MKTFS_BACKEND_ACLS, MKTFS_OPT_NO_INPUT, MKTFS_OPT_NO_OUTPUT, MKTFS_OPT_NO_RESOLVE,
+                 MKTFS_OPT_NO_STATS, MKTFS_OPT_NO_SEARCH_PATHS, MKTFS_INODE_INLINE, MKTFS_INODE_TARGET,
+                 MKTFS_ROOT_INO, f.opts.threads),
               (numbers{1, 2, 4, 8, 16, 1, 2, 4, 8, 16, 1, 2, 1, 1}));
     EXPECT_EQ(host_endian, 0);
     fs.uid = fs.gid = fs.root.uid = 9, fs.mtime = 9;
     EXPECT_EQ(mktfs_filesystem_build_init(&fs), 0);
-    EXPECT_EQ((numbers{fs.blksize, fs.uid, fs.gid, fs.fmode, fs.dmode, 0ul + fs.mtime, 0u + fs.root.type,
-                       fs.root.mode, fs.root.nlink, fs.root.uid}),
+    EXPECT_EQ(of(fs.blksize, fs.uid, fs.gid, fs.fmode, fs.dmode, fs.mtime, fs.root.type, fs.root.mode,
+                 fs.root.nlink, fs.root.uid),
               (numbers{4096, 0, 0, 0644, 0755, 0, 1, 0775, 2, 0}));
     EXPECT_EQ(fs.mtimefmt, "%s");
     mktfs_filesystem_build_finit(&fs);
@@ -231,7 +235,7 @@ TEST_F(tree_test, ResolvingCountsLinksIn16BitsAndRefusesUnknownTypes) {
     EXPECT_EQ(std::tuple(fs.root.nlink, find("dir")->nlink, find("dir/file")->nlink, find("link")->nlink),
               std::tuple(4, 3, (MANY + 1) % 65536, 2));
     EXPECT_EQ(find("links/other")->hlink, find("link"));
-    EXPECT_EQ((numbers{fs.inodes, fs.root.nchildren}), (numbers{mktfs_inode_num(), 3}));
+    EXPECT_EQ(of(fs.inodes, fs.root.nchildren), (numbers{mktfs_inode_num(), 3}));
     place(9, "unknown");
     EXPECT_EQ(mktfs_filesystem_resolve_info(&fs), EOPNOTSUPP);
 }
