@@ -37,8 +37,6 @@ public:
         ttd_free_caches(&engine_);
         ttd_free_slabs(&engine_);
         ttd_tcrypto_uninit(&engine_);
-        engine_.data_io = nullptr;
-        engine_.hash_io = nullptr;
     }
 
     [[nodiscard]] int run() {

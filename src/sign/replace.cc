@@ -70,7 +70,10 @@ int copy_bytes(int image, int copy, std::uint64_t size) {
     const auto end = static_cast<off_t>(size);
     if (::ftruncate(copy, end) != 0)
         return errno;
-    for (off_t data = 0; (data = ::lseek(image, data, SEEK_DATA)) >= 0 && data < end;) {
+    for (off_t data = 0; data < end;) {
+        data = ::lseek(image, data, SEEK_DATA);
+        if (data < 0)
+            return errno == ENXIO ? 0 : errno;
         const off_t hole = std::min(::lseek(image, data, SEEK_HOLE), end);
         if (hole < 0)
             return errno;
@@ -78,7 +81,7 @@ int copy_bytes(int image, int copy, std::uint64_t size) {
             return err;
         data = hole;
     }
-    return errno == ENXIO || ::lseek(image, 0, SEEK_END) == end ? 0 : errno;
+    return 0;
 }
 
 // Bytes, owner and permissions of the image.

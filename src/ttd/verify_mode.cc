@@ -75,8 +75,6 @@ public:
         ttd_free_vblkbitmap(&engine_);
         ttd_free_caches(&engine_);
         ttd_free_slabs(&engine_);
-        engine_.hash_io = nullptr;
-        engine_.data_io = nullptr;
     }
 
     [[nodiscard]] int run(const char *key_path) {

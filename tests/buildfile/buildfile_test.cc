@@ -1,7 +1,9 @@
 #include "buildfile/parser.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <string_view>
+#include <tuple>
 
 #include "acl/acl.h"
 #include "attributes/options.h"
@@ -89,6 +91,32 @@ TEST_F(build_file, StoresTheAclOfATypeThatTakesThem) {
     EXPECT_EQ(messages(), "4 3:10:invalid acl value 'z'\n");
     EXPECT_EQ(tvo_acl_size(fs.root.children.first->acl), 16);
     EXPECT_EQ(fs.root.children.first->next->acl, nullptr);
+}
+
+TEST_F(build_file, SettersTakeANodeAndATextOrDoNothing) {
+    backend.parser.scanner_context = nullptr;
+    mktfs_inode inode;
+    for (mktfs_inode *to : {static_cast<mktfs_inode *>(nullptr), &inode}) {
+        EXPECT_EQ(logged(), "");
+        mktfs_backend_inode_setuid(to, "z");
+        mktfs_backend_inode_setgid(to, nullptr);
+        mktfs_backend_inode_setmode(to, "9");
+        mktfs_backend_inode_setmtime(to, "z");
+        mktfs_backend_inode_setacl(to, nullptr);
+        mktfs_backend_inode_setcontent(to, nullptr);
+    }
+    EXPECT_EQ(logged(),
+              "4 (null):0:0:invalid uid value 'z'\n4 (null):0:0:invalid gid value 'nil'\n"
+              "4 (null):0:0:invalid mode value '9'\n4 (null):0:0:invalid mtime value 'z'\n"
+              "4 (null):0:0:acls are not supported by this backend\n4 (null):0:0:invalid acl value 'nil'\n");
+    mktfs_backend_inode_setmtime(&inode, "60");
+    mktfs_backend_inode_setcontent(&inode, "\n\nab");
+    EXPECT_EQ(std::tuple(inode.mtime, inode.path, inode.has_path, inode.flags, inode.size),
+              std::tuple(3660, "\nab", true, MKTFS_INODE_INLINE, 3));
+    EXPECT_EQ(base_parse_cfg_file(nullptr), 0);
+    EXPECT_EQ(logged(), "4 failed to open input file '(null)'\n");
+    EXPECT_EQ(base_wrap(), 1);
+    EXPECT_EQ(base_option_handler(nullptr, "uid", "1") + base_option_handler(&fs, nullptr, "1"), 2 * EINVAL);
 }
 
 TEST_F(build_file, TakesCharactersByTheirPlaceInAStatement) {

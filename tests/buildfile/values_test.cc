@@ -59,6 +59,9 @@ TEST(Values, NumbersAtTheirLimits) {
     for (const auto &row : rows)
         EXPECT_EQ(row.convert(row.text, row.base), row.expected)
             << &row - rows << " " << (row.text ? row.text : "");
+    EXPECT_EQ(mktfs_str2u16("1", nullptr, 10) + mktfs_str2mode("1", nullptr) +
+                  mktfs_str2mtime("%s", "1", nullptr),
+              3 * EINVAL);
 }
 
 TEST(Values, TimesCountAsUtcPlusAnHourOutsideDaylightSaving) {
@@ -73,7 +76,7 @@ TEST(Values, TimesCountAsUtcPlusAnHourOutsideDaylightSaving) {
         {berlin, "%Y-%m-%d", "2020-07-01", {0, 1593561600}},
         {berlin, "%s", "1593561600", {0, 1593561600 + 3600}}, {new_york, "%s", "0", {0, -14400}},
         {utc, "%s", "", {EINVAL, 0}}, {utc, "%s", "5x", {EINVAL, 0}}, {utc, "%Y-%m", "2020-13", {EINVAL, 0}},
-        {utc, "%s", nullptr, {EINVAL, 0}},
+        {utc, "%s", nullptr, {EINVAL, 0}}, {utc, nullptr, "0", {EINVAL, 0}},
         // clang-format on
     };
     for (const auto &row : rows) {

@@ -53,37 +53,23 @@ class Body:
     """Expected or given text: a regular expression, and how to show it."""
 
     def __init__(self):
-        self.text = ""
-        self.pattern = ""
+        self.text = self.pattern = ""
 
     def add(self, line):
         kind, rest = line[0], line[2:]
-        if kind == "|":
-            self.add_text(rest + "\n")
-        elif kind == "\\":
-            self.add_text(rest)
-        else:
-            self.text += line + "\n"
-            self.pattern += f"(?:{rest})\n" if kind == "~" else r"(?:.*\n)*"
-
-    def add_text(self, text):
-        self.text += text
-        self.pattern += re.escape(text)
-
-    def matches(self, actual):
-        return re.fullmatch(self.pattern, actual) is not None
+        text = rest + ("\n" if kind == "|" else "")
+        self.text += text if kind in "|\\" else line + "\n"
+        self.pattern += re.escape(text) if kind in "|\\" else f"(?:{rest})\n" if kind == "~" else r"(?:.*\n)*"
 
 
 class Step:
-    def __init__(self, command, line):
-        self.command, self.line = command, line
-        self.status = 0
+    def __init__(self, command, line, status=0):
+        self.command, self.line, self.status = command, line, status
         self.streams = {"stdout": Body(), "stderr": Body()}
 
 
 def row_step(match, line):
-    step = Step(match[1], line)
-    step.status = int(match[2])
+    step = Step(match[1], line, int(match[2]))
     for part in match[3].split(" // ") if match[3] else []:
         on_stdout = re.match(r"\*$|>(~? |$)", part)
         text = part.lstrip(">") if on_stdout else part
@@ -132,21 +118,17 @@ def environment(binary, folder):
     }
 
 
-def differences(step, result):
+def run_step(step, folder, env):
+    """Yields what differs."""
+    result = subprocess.run(["/bin/sh", "-c", step.command], cwd=folder, env=env, stdin=subprocess.DEVNULL,
+                            capture_output=True, timeout=STEP_SECONDS, check=False)
     status = result.returncode if result.returncode >= 0 else 128 - result.returncode
     if status != step.status:
         yield f"status {status}, expected {step.status}"
     for name, body in step.streams.items():
         actual = getattr(result, name).decode("utf-8", "backslashreplace")
-        if not body.matches(actual):
-            expected_lines, lines = body.text.splitlines(True), actual.splitlines(True)
-            yield "".join(difflib.unified_diff(expected_lines, lines, f"expected {name}", name))
-
-
-def run_step(step, folder, env):
-    result = subprocess.run(["/bin/sh", "-c", step.command], cwd=folder, env=env, stdin=subprocess.DEVNULL,
-                            capture_output=True, timeout=STEP_SECONDS, check=False)
-    return list(differences(step, result))
+        if not re.fullmatch(body.pattern, actual):
+            yield "".join(difflib.unified_diff(body.text.splitlines(True), actual.splitlines(True), f"expected {name}", name))
 
 
 def run_case(path, binary):
@@ -158,7 +140,7 @@ def run_case(path, binary):
                 pathlib.Path(folder, item[0]).write_text(item[1].text)
                 continue
             try:
-                failures = run_step(item, folder, env)
+                failures = list(run_step(item, folder, env))
             except subprocess.TimeoutExpired:
                 failures = [f"still running after {STEP_SECONDS} s"]
             if failures:

@@ -9,10 +9,7 @@ for file in mktfs.bash ttdinfo.bash; do
     source "./$file"
 done
 
-fail() {
-    echo "FAILED: $*" >&2
-    exit 1
-}
+fail() { echo "FAILED: $*" >&2 && exit 1; }
 sorted() { LC_ALL=C sort | xargs; }
 expect() { # what is offered for the last word, program word...
     local expected=$1 got

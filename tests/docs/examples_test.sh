@@ -15,10 +15,7 @@ openssl genpkey -algorithm ed25519 -out key.pem
 openssl pkey -in key.pem -pubout -out key.pub.pem
 openssl genpkey -algorithm ed25519 -out wrong.pem
 
-fail() {
-    echo "FAILED: $*" >&2
-    exit 1
-}
+fail() { echo "FAILED: $*" >&2 && exit 1; }
 expect_good() { # image
     [ ! -e "$1.new" ] || fail "$1.new is left"
     mktfs ttd -y -K key.pub.pem "$1" >/dev/null

@@ -7,9 +7,6 @@ here=$(realpath "$(dirname "$0")")
 docs=$here/../../docs
 
 for program in openssl perl mksquashfs softhsm2-util pkcs11-tool; do
-    command -v $program >/dev/null || {
-        echo "skipped: no $program"
-        exit 77
-    }
+    command -v $program >/dev/null || { echo "skipped: no $program" && exit 77; }
 done
 python3 -B "$here/run_doc.py" "$mktfs" "$docs"/{quickstart,image-format,signing,reading-images}.md

@@ -9,10 +9,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
 
-fail() {
-    echo "FAILED: $*" >&2
-    exit 1
-}
+fail() { echo "FAILED: $*" >&2 && exit 1; }
 list() { (cd "$1" && find . ! -type d | sort); }
 
 # A prefix and DESTDIR give the same files.  The prefix is then moved: nothing of it

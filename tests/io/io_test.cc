@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "support/kept_resources.h"
+#include "support/log_capture.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -110,12 +112,76 @@ TEST_F(io_test, EveryKindHasItsLimits) {
                      mktfs_io_resize(io, 999), mktfs_io_resize(io, 2000), write(INT64_MAX, 1)}),
             kind.others);
     }
-    mktfs_io *none = nullptr;
-    EXPECT_EQ(mktfs_io_mem_create(UINT64_MAX, &none), ENOMEM);
-    EXPECT_EQ(mktfs_io_fd_create(-1, &none), EINVAL);
     EXPECT_EQ(mktfs_io_descriptor(kinds[0].io.get()), -1);
+    EXPECT_EQ(mktfs_io_close(kinds[0].io.get()), 0);
+    EXPECT_EQ(mktfs_io_hole(kinds[0].io.get(), 0), 0u);
     EXPECT_EQ(mktfs_io_buf(open_io(dir.file("empty", "")).get()), nullptr);
     EXPECT_EQ(mktfs_io_buf(open_io(path, O_WRONLY).get()), nullptr) << "cannot be mapped";
+    EXPECT_EQ(mktfs_io_resize(open_io(path).get(), UINT64_MAX), EFBIG);
+    EXPECT_EQ(mktfs_io_resize(open_io(path, O_RDONLY).get(), 3000), EINVAL);
+    EXPECT_EQ(mktfs_io_write(open_io("/dev/null").get(), 5, "x", 1), EIO) << "it stays at its beginning";
+    EXPECT_EQ(append(open_io("/dev/null").get(), "x"), 0);
+}
+
+TEST_F(io_test, NothingIsDoneWithoutAnObjectAFileOrABuffer) {
+    const mktfs_io_ptr owner = make(mktfs_io_mem_create, 1u), closed = open_io(dir.file("data", "data"));
+    const std::string path = dir / "data", pipe = dir / "pipe";
+    mktfs_io *const io = owner.get(), *const shut = closed.get();
+    mktfs_io *made = nullptr;
+    char c = 0;
+    ASSERT_EQ(mktfs_io_close(shut) + mkfifo(pipe.c_str(), 0600), 0);
+    const int keeps_open = open(pipe.c_str(), O_RDWR);
+    EXPECT_EQ(
+        (results{mktfs_io_read(nullptr, 0, &c, 1), mktfs_io_read(io, 0, nullptr, 1),
+                 mktfs_io_write(nullptr, 0, &c, 1), mktfs_io_write(io, 0, nullptr, 1),
+                 mktfs_io_resize(nullptr, 1), mktfs_io_prune(nullptr, 0, 1), mktfs_io_extend(nullptr, 1),
+                 mktfs_io_merge(nullptr, make(mktfs_io_mmap_create, path.c_str()).get(), 1),
+                 mktfs_io_mem_create(1, nullptr), mktfs_io_memwrap_create(&c, 1, nullptr),
+                 mktfs_io_mmap_create(path.c_str(), nullptr), mktfs_io_mmap_create(nullptr, &made),
+                 mktfs_io_mmap_overflow_create(path.c_str(), 1, nullptr),
+                 mktfs_io_mmap_overflow_create(nullptr, 1, &made), mktfs_io_fd_create(0, nullptr),
+                 mktfs_io_fd_create(-1, &made), mktfs_io_file_create(path.c_str(), O_RDWR, 0, nullptr),
+                 mktfs_io_file_create(nullptr, O_RDWR, 0, &made)}),
+        results(18, EINVAL));
+    EXPECT_EQ((results{mktfs_io_read(shut, 0, &c, 1), mktfs_io_write(shut, 0, &c, 1), append(shut, "x"),
+                       mktfs_io_resize(shut, 9), mktfs_io_merge(shut, io, 0),
+                       mktfs_io_merge(shut, make(mktfs_io_mmap_create, path.c_str()).get(), 1)}),
+              (results{EBADF, EBADF, EBADF, EBADF, 0, EBADF}));
+    EXPECT_EQ((results{mktfs_io_extend(shut, 9), mktfs_io_mem_create(UINT64_MAX, &made),
+                       mktfs_io_fd_create(keeps_open, &made),
+                       mktfs_io_file_create(pipe.c_str(), O_RDWR, 0, &made), mktfs_io_merge(io, nullptr, 1),
+                       mktfs_io_close(nullptr), mktfs_io_close(shut), mktfs_io_descriptor(nullptr)}),
+              (results{EOPNOTSUPP, ENOMEM, ESPIPE, ESPIPE, 0, 0, 0, -1}));
+    EXPECT_EQ(mktfs_io_size(nullptr) + mktfs_io_datasize(nullptr) + mktfs_io_hole(nullptr, 0) +
+                  mktfs_io_size(shut),
+              0u);
+    EXPECT_EQ(mktfs_io_buf(nullptr), nullptr);
+    EXPECT_EQ(mktfs_io_buf(shut), nullptr);
+    mktfs_io_reset(nullptr);
+    mktfs_io_drop(nullptr, 0, 1);
+    mktfs_io_destroy(nullptr);
+    close(keeps_open);
+}
+
+TEST_F(io_test, ADestroyedObjectHoldsNothing) {
+    std::string bytes = pattern(1000);
+    const std::string path = dir.file("data", bytes);
+    log_capture log;
+    expect_nothing_kept(dir.path(), 20, [&] {
+        EXPECT_NE(mktfs_io_buf(open_io(path).get()), nullptr);
+        const mktfs_io_ptr objects[] = {make(mktfs_io_mem_create, 1000u),
+                                        make(mktfs_io_mmap_create, path.c_str()),
+                                        make(mktfs_io_memwrap_create, bytes.data(), bytes.size()),
+                                        make(mktfs_io_mmap_overflow_create, path.c_str(), 8192u)};
+        EXPECT_EQ(mktfs_io_resize(objects[0].get(), 2000), 0);
+        mktfs_io *io = nullptr;
+        EXPECT_EQ(mktfs_io_file_create((dir / "none").c_str(), O_RDWR, 0, &io), ENOENT);
+        EXPECT_EQ(mktfs_io_mmap_create(dir.path().c_str(), &io), EISDIR);
+        EXPECT_EQ(log.text(), "failed to open '" + dir.path() +
+                                  "/none' (No such file or directory)\nfailed to open '" + dir.path() +
+                                  "' (Is a directory)\n");
+        log.clear();
+    });
 }
 
 // What cannot be mapped: tests/cli/cases/ttd_build_refusals.case.
@@ -215,6 +281,29 @@ TEST_F(io_test, MergeHoldsOnlyAWindowOfAMappingInMemory) {
     EXPECT_TRUE(content(source.get()) == bytes) << "dropped bytes can be read again";
 }
 
+TEST_F(io_test, DropLetsGoOfWholePages) {
+    const struct {
+        std::uint64_t offset, length;
+        const char *mapped;  // of the pages, afterwards
+    } rows[] = {{0, 4096, "0111"},   {1, 8191, "1011"},          {0, 4095, "1111"},    {4096, 8191, "1011"},
+                {12288, 99, "1111"}, {8192, UINT64_MAX, "1100"}, {12288, 100, "1110"}, {12388, 1, "1111"}};
+    const mktfs_io_ptr io = make(mktfs_io_mmap_create, dir.file("data", pattern(12388)).c_str());
+    const std::uint8_t *bytes = mktfs_io_buf(io.get());
+    const int pagemap = open("/proc/self/pagemap", O_RDONLY);
+    for (const auto &row : rows) {
+        EXPECT_EQ(content(io.get()), pattern(12388));
+        mktfs_io_drop(io.get(), row.offset, row.length);
+        std::uint64_t entries[4] = {};
+        ASSERT_EQ(pread(pagemap, entries, sizeof entries, reinterpret_cast<std::intptr_t>(bytes) / 4096 * 8),
+                  32);
+        std::string mapped;
+        for (const std::uint64_t entry : entries)
+            mapped += entry >> 63 ? '1' : '0';
+        EXPECT_EQ(mapped, row.mapped) << row.offset << " " << row.length;
+    }
+    close(pagemap);
+}
+
 TEST_F(io_test, ExtendMakesAHoleInARegularFileOnlyWhichASourceTells) {
     const mktfs_io_ptr file = open_io(dir.file("target", "data"));
     constexpr std::uint64_t end = 1u << 30;
@@ -226,6 +315,14 @@ TEST_F(io_test, ExtendMakesAHoleInARegularFileOnlyWhichASourceTells) {
     const mktfs_io_ptr sparse = make(mktfs_io_mmap_create, (dir / "target").c_str());
     const mktfs_io_ptr full = make(mktfs_io_mmap_create, dir.file("full", std::string(9999, '\0')).c_str());
     EXPECT_EQ(mktfs_io_hole(full.get(), 0), 0u);
+    const mktfs_io_ptr small = open_io(dir.file("small", std::string(4096, 'x')));
+    for (const std::uint64_t size :
+         {4096u + 65536u, 2u * 4096u + 65536u + 61440u})  // and a page behind each hole
+        EXPECT_EQ(mktfs_io_extend(small.get(), size) + append(small.get(), std::string(4096, 'x')), 0);
+    const mktfs_io_ptr holes = make(mktfs_io_mmap_create, (dir / "small").c_str());
+    for (const auto &[offset, hole] :
+         {std::pair{4095u, 0u}, {4096u, 65536u}, {69631u, 1u}, {69632u, 0u}, {73728u, 0u}})
+        EXPECT_EQ(mktfs_io_hole(holes.get(), offset), hole) << offset;
     for (const auto &[offset, hole] : {std::pair{0ul, 0ul}, {end / 2, end / 2}, {end + 1, 0}, {end + 3, 0}})
         EXPECT_EQ(mktfs_io_hole(sparse.get(), offset), hole) << offset;
     EXPECT_EQ(mktfs_io_extend(file.get(), 1), ERANGE);

@@ -109,13 +109,17 @@ TEST_F(extract, EveryFailureEndsItWithItsMessage) {
         {EINVAL, "", {{0, 2, FOLDER, "x"}, {2, 3, PLAIN, "../../escaped"}}},
         {EXDEV, "", {{0, 2, PLAIN, "bad"}}},
         {EBADF, "", {{0, 2, PLAIN, "closed"}}},
+        {EXDEV, "", {{0, 2, SYMLINK, "bad", "t"}}},
+        {EEXIST, "3 failed to create symlink 'T/out/x'\n", {{0, 2, FOLDER, "x"}, {0, 3, SYMLINK, "x", "t"}}},
+        {ENAMETOOLONG, "3 failed to create symlink 'T/out/x'\n", {{0, 2, SYMLINK, "x", std::string(4096, 't')}}},
         // clang-format on
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.log + row.image.back().name);
         EXPECT_EQ(run(row.image), row.result);
         EXPECT_EQ(logged(), row.log);
-        EXPECT_FALSE(std::filesystem::exists(dir / "escaped"));
+        for (const char *gone : {"escaped", "out/bad", "out/closed"})
+            EXPECT_FALSE(std::filesystem::exists(dir / gone)) << gone;
         mktfs_filesystem_free(&fs);
         std::filesystem::remove_all(dir / "out");
     }
@@ -125,6 +129,15 @@ TEST_F(extract, EveryFailureEndsItWithItsMessage) {
     mount_error = EXDEV;
     EXPECT_EQ(run({}), EXDEV);
     EXPECT_EQ(calls, "m");
+    mount_error = 0;
+    backend.readroot = nullptr;
+    EXPECT_EQ(run({}), EOPNOTSUPP);
+    mktfs_inode link;
+    link.type = SYMLINK;
+    EXPECT_EQ(mktfs_inode_extract(&fs, &link, nullptr), EINVAL);
+    fs.root.path.clear();  // where nothing can be asked
+    link.parent = &fs.root;
+    EXPECT_EQ(mktfs_inode_extract(&fs, &link, nullptr), ENOENT);
 }
 
 }  // namespace

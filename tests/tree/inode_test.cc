@@ -1,10 +1,13 @@
 #include "tree/inode.h"
 
 #include <errno.h>
+#include <gmock/gmock.h>
 
 #include <set>
 #include <tuple>
 
+#include "fs/diag.h"
+#include "tree/extract.h"
 #include "tree/resolve.h"
 #include "tree/tree_fixture.h"
 
@@ -12,7 +15,141 @@ using namespace std::literals;
 
 namespace {
 
+using numbers = std::vector<std::uint64_t>;
+template <class... Values>
+numbers of(Values... values) {
+    return {static_cast<std::uint64_t>(values)...};
+}
+
 constexpr int MANY = 100000;
+
+TEST_F(tree_test, RecordsBeginEmptyAndABuildWithItsDefaults) {
+    const mktfs_inode i;
+    EXPECT_THAT(of(i.type, i.flags, i.ino, i.uid, i.gid, i.mode, i.mtime, i.nlink, i.has_path, i.size,
+                   i.depth, i.nchildren, i.index.weight),
+                testing::Each(0));
+    const mktfs_filesystem f;
+    EXPECT_THAT(of(f.blksize, f.uid, f.gid, f.fmode, f.dmode, f.mtime, f.inodes, f.files, f.dirs, f.links,
+                   f.hardlinks, f.object_size, f.opts.flags, mktfs_backend{}.flags),
+                testing::Each(0));
+    EXPECT_EQ(of(MKTFS_BACKEND_SORTED, MKTFS_BACKEND_EXTRACT, MKTFS_BACKEND_VERIFY, MKTFS_BACKEND_HARDLINKS,
+                 MKTFS_BACKEND_ACLS, MKTFS_OPT_NO_INPUT, MKTFS_OPT_NO_OUTPUT, MKTFS_OPT_NO_RESOLVE,
+                 MKTFS_OPT_NO_STATS, MKTFS_OPT_NO_SEARCH_PATHS, MKTFS_INODE_INLINE, MKTFS_INODE_TARGET,
+                 MKTFS_ROOT_INO, f.opts.threads),
+              (numbers{1, 2, 4, 8, 16, 1, 2, 4, 8, 16, 1, 2, 1, 1}));
+    EXPECT_EQ(host_endian, 0);
+    fs.uid = fs.gid = fs.root.uid = 9, fs.mtime = 9;
+    EXPECT_EQ(mktfs_filesystem_build_init(&fs), 0);
+    EXPECT_EQ(of(fs.blksize, fs.uid, fs.gid, fs.fmode, fs.dmode, fs.mtime, fs.root.type, fs.root.mode,
+                 fs.root.nlink, fs.root.uid),
+              (numbers{4096, 0, 0, 0644, 0755, 0, 1, 0775, 2, 0}));
+    EXPECT_EQ(fs.mtimefmt, "%s");
+    mktfs_filesystem_build_finit(&fs);
+    EXPECT_EQ(fs.mtimefmt, "");
+    place(MKTFS_INODE_FILE, "lost");
+    const mktfs_inode_list lost = fs.root.children;
+    EXPECT_EQ(mktfs_filesystem_extract_init(&fs), 0);
+    EXPECT_EQ(fs.root.children.first, nullptr);
+    fs.root.children = lost;
+}
+
+TEST_F(tree_test, ATypeWithoutOperationsLacksThem) {
+    EXPECT_EQ(
+        (std::vector{mktfs_filesystem_build_init(nullptr), mktfs_filesystem_extract_init(nullptr),
+                     mktfs_filesystem_verify_init(nullptr), mktfs_filesystem_parse(""),
+                     mktfs_filesystem_build(&fs, nullptr), mktfs_filesystem_verify(&fs, "/dev/null"),
+                     mktfs_filesystem_extract(&fs, dir.file("image", "i").c_str(), "out"),
+                     mktfs_filesystem_extract(nullptr, "", ""), mktfs_filesystem_extract(&fs, "", nullptr)}),
+        (std::vector{EINVAL, EINVAL, 0, EOPNOTSUPP, EOPNOTSUPP, EOPNOTSUPP, EOPNOTSUPP, EINVAL, EINVAL}));
+    static int result;
+    const auto handle = [this](int err) {
+        result = err;
+        mktfs_backend_option_handler("x", "y");
+        mktfs_backend_inode_attr(&fs.root, "x", nullptr);
+        return logged();
+    };
+    EXPECT_EQ(handle(0),
+              "4 build:7:3:unsupported option attribute 'x'\n4 build:7:3:unsupported inode attribute 'x'\n");
+    backend.option_handler = [](auto, auto, auto) { return result; };
+    backend.inode_attr = [](auto, auto, auto) { return result; };
+    backend.parser.scanner_context = nullptr;
+    EXPECT_EQ(handle(0), "");
+    EXPECT_EQ(handle(EINVAL), "4 (null):0:0:invalid value for option attribute 'x' ('y')\n"
+                              "4 (null):0:0:invalid value for inode attribute 'x' ('nil')\n");
+    EXPECT_EQ(handle(EOPNOTSUPP), "4 (null):0:0:unsupported option attribute 'x'\n"
+                                  "4 (null):0:0:unsupported inode attribute 'x'\n");
+    EXPECT_EQ(handle(EIO), "4 (null):0:0:failed to parse option attribute 'x' ('y')\n"
+                           "4 (null):0:0:failed to parse inode attribute 'x' ('nil') [Input/output error]\n");
+    for (const std::string &text : {""s, "\n"s, "a\n\n"s, std::string(4095, 'x'), std::string(4096, 'x')}) {
+        mktfs_parse_warn("%s", text.c_str());
+        const std::string shown =
+            text.substr(0, std::min<std::size_t>(text.size() - text.ends_with('\n'), 4095));
+        EXPECT_EQ(logged(), "2 (null):0:0:" + shown + "\n");
+    }
+}
+
+TEST_F(tree_test, NothingIsDoneWithoutAnObject) {
+    mktfs_inode lonely;
+    mktfs_inode_insert(nullptr, &lonely);
+    mktfs_inode_insert(&fs.root.children, nullptr);
+    mktfs_inode_unlink(nullptr);
+    mktfs_inode_unlink(&lonely);
+    mktfs_inode_free(nullptr);
+    mktfs_inode_init(nullptr);
+    mktfs_filesystem_free(nullptr);
+    char text[2] = "";
+    EXPECT_EQ(mktfs_inode_find(nullptr, "x"), nullptr);
+    EXPECT_EQ(mktfs_inode_find(&fs.root.children, nullptr), nullptr);
+    EXPECT_EQ(mktfs_inode_make(nullptr, MKTFS_INODE_FILE), nullptr);
+    EXPECT_EQ(mktfs_filesystem_find_inode(nullptr, "x"), nullptr);
+    EXPECT_EQ(mktfs_filesystem_find_inode(&fs, nullptr), nullptr);
+    EXPECT_EQ(
+        (std::vector{mktfs_inode_add(nullptr, &lonely, "x"), mktfs_inode_add(&fs, nullptr, "x"),
+                     mktfs_inode_add(&fs, &lonely, nullptr), mktfs_inode_add(&fs, &lonely, ""),
+                     mktfs_inode_create(nullptr, 2, "x", 1, 0), mktfs_inode_create(&lonely, 2, nullptr, 1, 0),
+                     mktfs_parse_search_paths(nullptr), mktfs_resolve_search_path_inode(nullptr, &lonely),
+                     mktfs_resolve_search_path_inode("x", nullptr)}),
+        std::vector(9, EINVAL));
+    EXPECT_EQ(
+        (std::vector{mktfs_inode_add(&fs, &lonely, "//"), mktfs_inode_full_path(nullptr, text, 2),
+                     mktfs_inode_full_path(&lonely, nullptr, 2), mktfs_inode_full_path(&lonely, text, 0),
+                     mktfs_inode_populate(&fs, &lonely, nullptr)}),
+        std::vector(5, 0));
+    mktfs_backend_inode_add(nullptr, "/x", nullptr);
+    mktfs_backend_inode_add(mktfs_inode_make(&fs, MKTFS_INODE_DIR), nullptr, nullptr);
+    EXPECT_EQ(listing(), " ");
+}
+
+TEST_F(tree_test, TypesHaveTheirNamesAndBitsAndNodesTheirDefaults) {
+    fs.uid = 1, fs.gid = 2, fs.mtime = 3;
+    std::string all;
+    for (const std::int32_t type : {0, 1, 2, 3, 9}) {
+        const mktfs_inode_ptr made(mktfs_inode_make(&fs, type));
+        const auto bits = mktfs_inode_type2mode_type(type);
+        char text[99];
+        snprintf(text, sizeof text, "%s %x %d; %d %u:%u %ld %o %d\n", mktfs_inode_type2str(type), bits,
+                 mktfs_mode_type2mktfs_type(bits | 0777), made->type, made->uid, made->gid, made->mtime,
+                 made->mode, made->nlink);
+        all += text;
+    }
+    EXPECT_EQ(all, "file 8000 0; 0 1:2 3 644 1\ndir 4000 1; 1 1:2 3 755 2\nlink a000 2; 2 1:2 3 777 1\n"
+                   "hlink 8000 0; 3 1:2 3 0 0\nunknown 0 -1; 9 1:2 3 0 0\n");
+}
+
+TEST_F(tree_test, AFullPathIsCutToFit) {
+    std::string path;
+    for (int i = 0; i < 60; ++i)
+        path += i % 7 == 3 ? "/long_name" : "/a";
+    const mktfs_inode *deep = place(MKTFS_INODE_FILE, path);
+    for (const std::string begin : {"", "x"})
+        for (std::size_t size = 1; size < path.size() + 3; ++size) {
+            std::string buffer(path.size() + 4, '\0');
+            begin.copy(buffer.data(), size - 1);
+            EXPECT_EQ(mktfs_inode_full_path(deep, buffer.data(), size), 0);
+            EXPECT_EQ(buffer.c_str(), (begin + path).substr(0, size - 1));
+            EXPECT_THAT(buffer.substr(size), testing::Each('\0'));
+        }
+}
 
 TEST_F(tree_test, ObstaclesAreParseErrorsThatMayReturn) {
     for (const char *path : {"/usr/file", "/usr/file/below", "usr//file"})
@@ -97,6 +234,8 @@ TEST_F(tree_test, ResolvingCountsLinksIn16BitsAndRefusesUnknownTypes) {
     EXPECT_EQ(mktfs_filesystem_resolve_info(&fs), 0);
     EXPECT_EQ(std::tuple(fs.root.nlink, find("dir")->nlink, find("dir/file")->nlink, find("link")->nlink),
               std::tuple(4, 3, (MANY + 1) % 65536, 2));
+    EXPECT_EQ(find("links/other")->hlink, find("link"));
+    EXPECT_EQ(of(fs.inodes, fs.root.nchildren), (numbers{mktfs_inode_num(), 3}));
     place(9, "unknown");
     EXPECT_EQ(mktfs_filesystem_resolve_info(&fs), EOPNOTSUPP);
 }

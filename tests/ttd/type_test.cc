@@ -2,22 +2,18 @@
 // model of the fuzz targets says what verification answers; the type has to agree.
 #include <sys/resource.h>
 
+#include "driver/modes.h"
+#include "driver/template_type.h"
+#include "driver/test_type.h"
 #include "fs/filesystem.h"
 #include "io/io.h"
 #include "support/failing_openssl.h"
+#include "support/kept_resources.h"
 #include "support/temp_dir.h"
 #include "ttd/options.h"
 #include "ttd/signature.h"
 #include "ttd/test_image.h"
 #include "ttd/ttd_type.h"
-
-#ifdef __has_feature
-constexpr bool SANITIZED = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool SANITIZED = true;
-#else
-constexpr bool SANITIZED = false;
-#endif
 
 namespace {
 
@@ -166,75 +162,6 @@ TEST_F(type_run, NoFieldMakesAnUnprovenImageAcceptable) {
         }
 }
 
-// Of the image's salt and the bytes at a place within the image.
-void put_hash(const image_bytes &image, const sb_t &sb, std::uint64_t place, std::uint64_t size,
-              std::uint8_t *out) {
-    image_bytes message(sb.salt, sb.salt + sb.saltsize);
-    message.insert(message.end(), image.data() + place, image.data() + place + size);
-    tcrypto_ctx_ptr digest;
-    EXPECT_EQ(tcrypto_digest_request("sha256", nullptr, 0, th_out(digest)), TCRYPTO_OK);
-    EXPECT_EQ(tcrypto_digest(digest.get(), message.data(), message.size(), out, nullptr), TCRYPTO_OK);
-}
-
-// Every hash that lies in the file is right, by whatever sizes the superblock has, so only
-// the limits of the format and of the file stand in the way.
-TEST_F(type_run, AProvingTreeDoesNotMakeUpForSizesOutsideTheFormat) {
-    const struct {
-        const char *name;
-        void (*change)(sb_t &sb);
-        int status;
-    } forgeries[] = {
-        {"no change", [](sb_t &) {}, 0},
-        {"larger hash blocks", [](sb_t &sb) { sb.hblksize = 1024; }, 0},
-        {"largest hash blocks", [](sb_t &sb) { sb.hblksize = 32768; }, 0},
-        {"hash blocks above the largest", [](sb_t &sb) { sb.hblksize = 65536; }, EINVAL},
-        {"hash blocks of no power of two", [](sb_t &sb) { sb.hblksize = 520; }, EINVAL},
-        {"hash blocks below the smallest", [](sb_t &sb) { sb.hblksize = 256; }, EINVAL},
-        {"hash blocks of one hash", [](sb_t &sb) { sb.hblksize = 32, sb.fssize = 512; }, EINVAL},
-        {"hash blocks below a hash", [](sb_t &sb) { sb.hblksize = 31, sb.fssize = 512; }, EINVAL},
-        {"larger data blocks", [](sb_t &sb) { sb.blksize = 1024; }, 0},
-        {"data blocks of no power of two", [](sb_t &sb) { sb.blksize = 520; }, EINVAL},
-        {"data blocks below the smallest", [](sb_t &sb) { sb.blksize = 256; }, EINVAL},
-        {"data blocks above the largest", [](sb_t &sb) { sb.blksize = 65536, sb.fssize = 1; }, EINVAL},
-        {"longest salt", [](sb_t &sb) { sb.saltsize = 128; }, 0},
-        {"too long a salt", [](sb_t &sb) { sb.saltsize = 129; }, EINVAL},
-        {"too short a salt", [](sb_t &sb) { sb.saltsize = 31; }, EINVAL},
-        {"all but the last block covered",
-         [](sb_t &sb) { sb.flags = 1, sb.totalsize = 512, sb.fssize = 1024; }, 0},
-        {"a third covered", [](sb_t &sb) { sb.flags = 1, sb.totalsize = 512, sb.fssize = 1536; }, EIO},
-        {"no block covered", [](sb_t &sb) { sb.flags = 1, sb.totalsize = 511, sb.fssize = 512; }, 0},
-        {"all covered", [](sb_t &sb) { sb.flags = 1, sb.totalsize = 1024, sb.fssize = 1024; }, 0},
-        {"nothing inside", [](sb_t &sb) { sb.flags = 1, sb.fssize = 0; }, 0},
-        {"nothing covered", [](sb_t &sb) { sb.fssize = 0; }, EINVAL},
-        {"tree behind the end", [](sb_t &sb) { sb.offset = 1 << 20; }, EIO},
-        {"tree across the end", [](sb_t &sb) { sb.offset = 72192; }, EIO},
-        {"tree before the start", [](sb_t &sb) { sb.offset = UINT64_MAX; }, EINVAL},
-        {"data across the end", [](sb_t &sb) { sb.fssize = 1 << 17; }, EIO},
-        {"all blocks there can be", [](sb_t &sb) { sb.flags = 1, sb.fssize = UINT64_MAX; }, EIO},
-        {"a tree of 4 GiB", [](sb_t &sb) { sb.fssize = 64ULL << 30; }, EINVAL},
-        {"one of 2 GiB", [](sb_t &sb) { sb.fssize = 32ULL << 30; }, EIO},
-    };
-    const image_bytes good = larger(signed_image({.size = 2048}));
-    for (const auto &c : forgeries) {
-        SCOPED_TRACE(c.name);
-        image_bytes image = good;
-        sb_t sb = get_superblock(image);
-        c.change(sb);
-        const std::uint64_t end = image.size();
-        for (std::uint64_t i = 0; i < 16 && i * sb.blksize < sb.fssize && sb.offset < 8192; ++i)
-            put_hash(image, sb, i * sb.blksize, std::min<std::uint64_t>(sb.blksize, end - i * sb.blksize),
-                     image.data() + sb.offset + i * 32);
-        if (sb.offset < end)
-            put_hash(image, sb, sb.offset, std::min<std::uint64_t>(sb.hblksize, end - sb.offset),
-                     sb.roothash);
-        put_superblock(image, sb);
-        sign(image);
-        sb = get_superblock(image);
-        EXPECT_EQ(verify(image), c.status);
-        EXPECT_EQ(image_model(image, sb).status(), c.status);
-    }
-}
-
 TEST_F(type_run, ABlockSizeOfZeroEndsTheProcess) {
     image_bytes image = signed_image({});
     sb_t sb = get_superblock(image);
@@ -277,18 +204,106 @@ TEST_F(type_run, NoFailingCallIsTakenForSuccess) {
     option('H', "sha512");
     option('S', "eddsa-25519");
     option('A', std::string(128, '5'));
-    std::size_t failed_steps[4] = {};  // of the data blocks' digests
+    std::vector<std::string> failures;
     for (int call = 1; call < 80; ++call) {
         log_.clear();
         failing_call_ = call;
-        const int err = build(2048, 2048);
-        for (std::size_t block = 0; block < 4; ++block)
-            if (log_.has(MKTFS_LOG_ERROR, "ttd: failed to hash data block " + std::to_string(block) + "\n"))
-                failed_steps[block] += err == ENXIO;
+        if (build(2048, 2048) == ENXIO)
+            failures.push_back(log_.text());
     }
-    // The hash block above them is told as block 0 of its level.
-    EXPECT_EQ(std::vector(std::begin(failed_steps), std::end(failed_steps)),
-              (std::vector<std::size_t>{8, 4, 4, 4}));
+    // A digest has four steps: its start, the salt, the block, its end.  A hash block is called by its
+    // number, too.
+    for (const char *place : {"0", "1", "2", "3", "0\nttd: error while hashing merkle tree level '1'"}) {
+        const std::string above = std::strlen(place) > 1
+                                      ? ""
+                                      : "\nttd: error while hashing input image (No such device or address)";
+        const std::string text =
+            std::string("ttd: failed to hash data block ") + place + above + "\nttd: merkle tree";
+        EXPECT_EQ(std::ranges::count_if(failures,
+                                        [&](const std::string &all) { return all.find(text) != all.npos; }),
+                  4)
+            << text;
+    }
+}
+
+TEST_F(type_run, NothingIsKept) {
+    image_bytes image = signed_image({.size = 65536});
+    const auto again = [&](auto work) {
+        expect_nothing_kept("/nowhere", 1000, [&] {
+            EXPECT_EQ(work(), 0);
+            log_.clear();
+        });
+    };
+    again([&] { return verify(image); });
+    option('B', "512");
+    option('H', "sha256");
+    option('S', "eddsa-25519");
+    again([&] { return build(8192, 8192); });
+}
+
+TEST(Types, TheOperationsOfSkeletonsDoNothing) {
+    mktfs_filesystem_opts opts;
+    for (const mktfs_backend *type : {template_backend(), test_backend()}) {
+        const log_capture log;
+        const bool is_template = type == template_backend();
+        type->usage();
+        EXPECT_EQ(type->opts_init(&opts) + type->build_init(nullptr) + type->extract_init(nullptr) +
+                      (is_template ? type->build(nullptr, nullptr) : 0) + type->mount(nullptr, nullptr) +
+                      type->readroot(nullptr, nullptr, nullptr) + type->readdir(nullptr, nullptr, nullptr) +
+                      type->readlnk(nullptr, nullptr, nullptr, nullptr) +
+                      type->readfile(nullptr, nullptr, nullptr, nullptr),
+                  0);
+        type->print_stats(nullptr);
+        type->build_finit(nullptr);
+        type->extract_finit(nullptr);
+        EXPECT_EQ(type->cmdopt_handler(&opts, 'z', ""), EOPNOTSUPP);
+        EXPECT_EQ(type->flags, is_template ? 1 : 9) << "sorted, hard links";
+        EXPECT_EQ(log.text(),
+                  is_template
+                      ? "template_usage\ntemplate_fsys_init\ntemplate_fsys_init\ntemplate_fsys_build\n"
+                        "template_fsys_mount\ntemplate_fsys_readroot\ntemplate_fsys_readdir\n"
+                        "template_fsys_readlink\ntemplate_fsys_readfile\ntemplate_print_stats stats\n"
+                        "template_fsys_finit\ntemplate_fsys_finit\n"
+                      : "test_usage\n");
+    }
+    EXPECT_EQ(opts.flags, MKTFS_OPT_NO_OUTPUT);
+    EXPECT_EQ(ttd_backend()->flags, MKTFS_BACKEND_EXTRACT | MKTFS_BACKEND_VERIFY);
+    EXPECT_EQ(ttd_backend()->readlnk(nullptr, nullptr, nullptr, nullptr), EOPNOTSUPP);
+    mktfs_inode root;
+    EXPECT_EQ(ttd_backend()->readroot(nullptr, nullptr, &root), 0);
+    EXPECT_EQ(std::tuple(root.type, root.ino, root.nchildren), std::tuple(MKTFS_INODE_DIR, 1, 1));
+    const char *file = nullptr;
+    int line = 7, column = 7;
+    ttd_backend()->parser.scanner_context(&file, &line, &column);
+    EXPECT_EQ(std::tuple(std::string(file), line, column), std::tuple("", 0, 0));
+}
+
+TEST(Modes, EndWithTheStepThatFails) {
+    const temp_dir dir;
+    const std::string input = dir.file("in", ""), output = dir / "out";
+    mktfs_backend failing[6];
+    std::ranges::fill(failing, *test_backend());
+    for (mktfs_backend &type : failing)
+        type.flags |= MKTFS_BACKEND_EXTRACT | MKTFS_BACKEND_VERIFY;
+    failing[0].build_init = failing[3].verify_init = failing[4].extract_init = [](auto) { return EIO; };
+    failing[1].parser = {};
+    failing[2].build = nullptr;
+    *mktfs_get_filesystem_opts() = {.flags = MKTFS_OPT_NO_SEARCH_PATHS};
+    std::string all;
+    for (int i = 0; i < 6; ++i) {
+        mktfs_set_backend(&failing[i]);
+        const auto run = i < 3 ? mktfs_run_build : i == 3 ? mktfs_run_verify : mktfs_run_extract;
+        const log_capture log;
+        const int err = run(
+            {.backend = &failing[i], .output = i == 5 ? nullptr : output.c_str(), .input = input.c_str()});
+        all += std::to_string(err) + " " + log.text();
+        EXPECT_FALSE(std::filesystem::exists(output)) << i;
+    }
+    EXPECT_EQ(all, "5 Filesystem initialization failed (Input/output error)\n"
+                   "95 Filesystem input file parsing failed (Operation not supported)\n"
+                   "95 Filesystem construction failed (Operation not supported)\n"
+                   "5 Filesystem initialization failed (Input/output error)\n"
+                   "5 Filesystem initialization failed (Input/output error)\n1 missing -o option\n");
 }
 
 TEST_F(type_run, AnInputThatChangesItsSizeIsRefused) {
