@@ -1,8 +1,8 @@
 #include "base/hex.h"
 #include "base/host.h"
-#include "base/input_file.h"
 #include "base/json.h"
 #include "base/progress.h"
+#include "th/file.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -55,7 +55,7 @@ TEST(Json, IsIndentedAndQuoted) {
     std::size_t length = 0;
     std::FILE *out = open_memstream(&text, &length);
     {
-        mktfs_json whole(out, '{', '}', 0);
+        mktfs_json whole(out);
         whole.number("n", UINT64_MAX);
         whole.text("t", "\x1f \"\\\x7e\x7f\xff");
         mktfs_json list = whole.array("a");
@@ -66,10 +66,9 @@ TEST(Json, IsIndentedAndQuoted) {
         (void)list.array(nullptr);
     }
     std::fclose(out);
-    EXPECT_STREQ(
-        text,
-        "{\n  \"n\": 18446744073709551615,\n  \"t\": \"\\u001f \\\"\\\\~\\ufffd\\ufffd\",\n"
-        "  \"a\": [\n    true,\n    \"0aff\",\n    null,\n    {\n      \"z\": null\n    },\n    []\n  ]\n}");
+    EXPECT_STREQ(text, "{\n  \"n\": 18446744073709551615,\n  \"t\": \"\\u001f \\\"\\\\~\\ufffd\\ufffd\",\n"
+                       "  \"a\": [\n    true,\n    \"0aff\",\n    null,\n    {\n      \"z\": null\n    },\n  "
+                       "  []\n  ]\n}\n");
     std::free(text);
 }
 
@@ -90,7 +89,7 @@ TEST(FileSize, IsZeroOnFailure) {
     EXPECT_EQ(mktfs_file_size(file.c_str(), &size), 0);
     EXPECT_EQ(size, 5u);
     expect_nothing_kept(dir.path(), 20, [&] {
-        mktfs_input_file input;
+        th_file input;
         EXPECT_EQ(input.open(file.c_str()), 0);
         EXPECT_EQ(input.size(), 5u);
     });
