@@ -89,7 +89,7 @@ def damage():
         check(rule, blocks["unproven_blocks"] == sum(r[3] for r in unproven), blocks)
     spoil("bad")
     failing = "ASAN_OPTIONS=detect_leaks=0 strace -qq -o /dev/null -P $PWD/bad -e inject=pread64:error=EIO:when="
-    for when, damaged in [("2..4", [(None, 0, 1024, 2)]), ("3..4", [(1, SIZE, 512, 1)])]:
+    for when, damaged in [("2..4", [(None, 0, 1024, 2)]), ("3..4", [(1, SIZE, 512, 1)]), ("2..8+6", [(None, 2560, 512, 1)])]:
         blocks = json.loads(shell(f"{failing}{when} {verify}")[1])["images"][0]["blocks"]
         check(f"failing reads {when}", ranges(blocks["damaged"]) == damaged and blocks["unproven_blocks"] > 0, blocks)
 
