@@ -14,16 +14,13 @@ status (128 + N: ended by signal N) and what it prints, lines joined with " // "
     construction         "Filesystem construction failed (what the status means)"; also
                          verification and extraction
 
-The long form, and files:
+The long form, and files; "#" begins a comment:
 
-    # a comment
     file in.txt          the following body becomes the contents of in.txt
-    | [dir]
     $ mktfs test in.txt  a step
     status 1             0 when left out
-    stdout               the following body is all that it prints there;
-    | exact line         nothing when left out
-    stderr
+    stdout               or stderr: the following body is all that it prints there; nothing when left out
+    | exact line         of a body
     ~ reg.*ex            a line that matches
     \\ exact text         a line without its newline (a last line, or joined to the next)
     *                    any number of lines, also none

@@ -52,8 +52,20 @@ head -c 1000000 good.ttd >short.ttd
 refused 'does not prove' good.ttd key=other.pem
 refused 'anti-rollback' good.ttd key=pub.pem min-rollback=6
 refused 'not a ttd image' short.ttd key=pub.pem
+refused 'good.ttd: Invalid argument' good.ttd key=other.pem
+refused 'realpath: none' good.ttd key=none
 refused 'key=FILE' good.ttd
+refused 'key=FILE' good.ttd key=pub.pem without-signature-check=1
+refused 'key=FILE' good.ttd without-signature-check=0
+refused 'boolean (maybe)' good.ttd without-signature-check=maybe key=pub.pem
+refused 'error: min-rollback: ' good.ttd key=pub.pem min-rollback=x
 refused 'cache size' good.ttd key=pub.pem cache=lots
+refused "unknown parameter 'size'" good.ttd key=pub.pem size=1
+! nbdkit -U - "$plugin" key=pub.pem --run true >out 2>&1 && grep -q 'image=FILE is missing' out || fail "no image"
+serve good.ttd --run 'nbdinfo "$uri"' | tr -d '\t' >info
+for line in 'block_size_minimum: 1' 'block_size_preferred: 1024' 'block_size_maximum: 33554432' 'can_multi_conn: true' 'is_read_only: true'; do
+    grep -qx "$line" info || fail "not told: $line"
+done
 nbdkit -U - "$plugin" good.ttd without-signature-check=1 --run 'nbdinfo "$uri"' | grep -q 67108864 || fail "no key"
 
 # Nothing but the interface is visible.

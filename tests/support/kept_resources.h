@@ -20,26 +20,21 @@ constexpr bool SANITIZED = false;
 // of files in the folder.  A sanitizer finds leaks itself.
 template <class Work>
 void expect_nothing_kept(const std::string &folder, std::uint64_t tolerated, Work work) {
-    constexpr std::uint64_t rounds = 100, page = 4096;
-    struct resources {
-        std::uint64_t bytes = 0, pages = 0;
-        std::ptrdiff_t descriptors = 0;
-    };
-    const auto after_some = [&] {
+    constexpr std::uint64_t rounds = 100;
+    std::uint64_t bytes[2], pages[2];
+    std::ptrdiff_t descriptors[2];
+    for (const int turn : {0, 1}) {
         for (std::uint64_t round = 0; round < rounds; ++round)
             work();
         const std::filesystem::directory_iterator open("/proc/self/fd");
-        resources held{.descriptors = std::distance(begin(open), end(open))};
-        std::ifstream("/proc/self/statm") >> held.pages;
+        descriptors[turn] = std::distance(begin(open), end(open));
+        std::ifstream("/proc/self/statm") >> pages[turn];
         const auto memory = mallinfo2();
-        held.bytes = memory.uordblks + memory.hblkhd;
-        return held;
-    };
-    const resources before = after_some(), after = after_some();
-    EXPECT_EQ(after.descriptors, before.descriptors);
-    EXPECT_TRUE(SANITIZED || after.bytes < before.bytes + rounds * tolerated) << after.bytes - before.bytes;
-    EXPECT_TRUE(SANITIZED || after.pages * page < before.pages * page + rounds * page)
-        << after.pages - before.pages;
+        bytes[turn] = memory.uordblks + memory.hblkhd;
+    }
+    EXPECT_EQ(descriptors[1], descriptors[0]);
+    EXPECT_TRUE(SANITIZED || bytes[1] < bytes[0] + rounds * tolerated) << bytes[1] - bytes[0];
+    EXPECT_TRUE(SANITIZED || pages[1] < pages[0] + rounds) << pages[1] - pages[0];
     std::ifstream maps("/proc/self/maps");
     for (std::string line; std::getline(maps, line);)
         EXPECT_EQ(line.find(folder), std::string::npos) << line;
