@@ -1,23 +1,29 @@
 // What a function answers for arguments that are missing.
 #pragma once
 
-#include <cstddef>
 #include <set>
 #include <type_traits>
-#include <utility>
 
 // Calls `function` once for every pointer of the arguments with null in its place, and
-// gives the results.  A pointer that is null anyway may be missing.
-template <class Result, class... Parameter>
-std::set<Result> with_each_null(Result (*function)(Parameter...),
+// gives the results; `before` runs before each call.  A pointer that is null anyway may
+// be missing.
+template <class Before, class Result, class... Parameter>
+std::set<Result> with_each_null(Before before, Result (*function)(Parameter...),
                                 const std::type_identity_t<Parameter> &...given) {
     std::set<Result> results;
     const auto call_without = [&]<class Type>(const Type &missing) {
-        if constexpr (std::is_pointer_v<Type>)
+        if constexpr (std::is_pointer_v<Type>) {
+            before();
             if (missing)
                 results.insert(
                     function(static_cast<const void *>(&given) == &missing ? Parameter{} : given...));
+        }
     };
     (call_without(given), ...);
     return results;
+}
+template <class Result, class... Parameter>
+std::set<Result> with_each_null(Result (*function)(Parameter...),
+                                const std::type_identity_t<Parameter> &...given) {
+    return with_each_null([] {}, function, given...);
 }

@@ -111,9 +111,7 @@ TEST_F(Library, RequestsAnswerByKindAndExactName) {
         {TCRYPTO_DIGEST, "sha256", "any", "openssl"},
         {TCRYPTO_DIGEST, "SHA256", nullptr, "-400"},
         {TCRYPTO_RNG, "sha256", nullptr, "-400"},
-        {TCRYPTO_MAC, "hmac-sha3-512", nullptr, "openssl"},
-        {TCRYPTO_KDF, "hkdf-sha1", nullptr, "openssl"},
-        {TCRYPTO_X509, "x509", nullptr, "openssl"},
+        {0, "sha256", nullptr, "-401"},
         {9, "sha256", nullptr, "-401"},
         {TCRYPTO_DIGEST, nullptr, nullptr, "-1"},
     };
@@ -123,9 +121,36 @@ TEST_F(Library, RequestsAnswerByKindAndExactName) {
         const int rc = tcrypto_request_algorithm(c.kind, c.name, c.plugin, 0, nullptr);
         EXPECT_EQ(rc == 0 ? "openssl" : std::to_string(rc), c.answer) << "asked without a context";
     }
+    static constexpr struct {
+        std::uint32_t kind;
+        const char *name;
+        int (*request)(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out);
+        int (*supported)(const char *name, const char *plugin, std::uint32_t flags);
+    } KINDS[] = {
+        {TCRYPTO_DIGEST, "sha1", tcrypto_digest_request, tcrypto_digest_supported},
+        {TCRYPTO_RNG, "drbg-ctr-192", tcrypto_rng_request, tcrypto_rng_supported},
+        {TCRYPTO_KEYGEN, "dh", tcrypto_keygen_request, tcrypto_keygen_supported},
+        {TCRYPTO_SIGNATURE, "dsa-with-sha1", tcrypto_signature_request, tcrypto_signature_supported},
+        {TCRYPTO_CIPHER, "aes-256-xts", tcrypto_cipher_request, nullptr},
+        {TCRYPTO_MAC, "hmac-sha3-512", tcrypto_mac_request, nullptr},
+        {TCRYPTO_KDF, "hkdf-sha1", tcrypto_kdf_request, nullptr},
+        {TCRYPTO_X509, "x509", tcrypto_x509_request, nullptr},
+    };
     tcrypto_ctx_ptr ctx;
-    ASSERT_EQ(tcrypto_find_keygen_by_alg(5, th_out(ctx), nullptr), 0);
-    EXPECT_STREQ(ctx->algorithm->name, "ec");
+    for (const auto &row : KINDS) {
+        ASSERT_EQ(row.request(row.name, nullptr, 0, th_out(ctx)), 0) << row.name;
+        EXPECT_EQ(ctx->algorithm->kind, row.kind);
+        EXPECT_EQ(row.request("none", nullptr, 0, th_out(ctx)), TCRYPTO_E_NO_ALGORITHM);
+        EXPECT_EQ(row.supported ? row.supported("none", nullptr, 0) : -400, TCRYPTO_E_NO_ALGORITHM);
+        EXPECT_EQ(row.supported ? row.supported(row.name, nullptr, 0) : 0, 0);
+    }
+    const char *plugin = "*", *const generators[] = {"symmetric", "rsa",     "dsa",  "dh",
+                                                     "ec",        "ed25519", "ed448"};
+    for (std::uint32_t id = 1; id <= std::size(generators); ++id) {
+        ASSERT_EQ(tcrypto_find_keygen_by_alg(id, th_out(ctx), &plugin), 0);
+        EXPECT_STREQ(ctx->algorithm->name, generators[id - 1]);
+        EXPECT_STREQ(plugin, "openssl");
+    }
     EXPECT_EQ(tcrypto_find_keygen_by_alg(99, th_out(ctx), nullptr), TCRYPTO_E_NO_ALGORITHM);
 }
 

@@ -1,4 +1,7 @@
+#include <gmock/gmock.h>
+
 #include "key_fixture.h"
+#include "support/null_arguments.h"
 
 namespace {
 
@@ -74,6 +77,89 @@ TEST_F(signature_test, TellsWrongSignaturesFromUnreadableOnes) {
             EXPECT_EQ(log.substr(0, 36), expected == DIFFERS ? "" : "tc_openssl: failed to verify digest ");
         }
     }
+}
+
+// Signed by digest value and verified in parts, and the other way round; checked by the openssl command.
+TEST_F(signature_test, AgreesWithTheOpensslCommandInEveryForm) {
+    const struct {
+        std::string name, stem, keygen = stem;
+    } rows[] = {
+        {"rsa-with-sha3-512", "rsa"}, {"dsa-with-sha256", "dsa"}, {"ecdsa-with-sha384", "p521", "ec"}};
+    folder().file("data", std::string(MESSAGE.begin(), MESSAGE.end()));
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string digest_name = row.name.substr(row.name.find("-with-") + 6);
+        const tcrypto_ctx_ptr ctx = request(row.name),
+                              digest = key_test::request(TCRYPTO_DIGEST, digest_name);
+        const tcrypto_key_ptr secret = load(row.keygen, row.stem + PEM),
+                              open_half = load(row.keygen, row.stem + PUB);
+        std::uint8_t value[64];
+        std::size_t size = 0;
+        ASSERT_EQ(tcrypto_digest(digest.get(), MESSAGE.data(), MESSAGE.size(), value, &size), 0);
+        for (const bool by_value : {true, false}) {
+            start(ctx, secret, SIGN);
+            bytes ours(tcrypto_signature_sigsize(ctx.get()), 0);
+            std::size_t length = ours.size();
+            const auto take_parts = [&] {
+                EXPECT_EQ(tcrypto_signature_update(ctx.get(), MESSAGE.data(), 5), 0);
+                EXPECT_EQ(tcrypto_signature_update(ctx.get(), MESSAGE.data() + 5, MESSAGE.size() - 5), 0);
+            };
+            if (!by_value)
+                take_parts();
+            EXPECT_EQ(
+                by_value ? tcrypto_signature_sign_without_digest(ctx.get(), value, size, ours.data(), &length)
+                         : tcrypto_signature_sign(ctx.get(), ours.data(), &length),
+                0);
+            folder().file("sig",
+                          std::string(ours.begin(), ours.begin() + static_cast<std::ptrdiff_t>(length)));
+            EXPECT_TRUE(
+                run("openssl dgst -" + digest_name + " -signature sig -verify " + row.stem + PUB + " data"));
+            for (const bool good : {true, false}) {
+                int result = 7;
+                start(ctx, open_half, VERIFY);
+                if (by_value && good)
+                    take_parts();
+                value[0] ^= good ? 0 : 1;
+                EXPECT_EQ(by_value ? tcrypto_signature_verify(ctx.get(), ours.data(), length, &result)
+                                   : tcrypto_signature_verify_without_digest(ctx.get(), value, size,
+                                                                             ours.data(), length, &result),
+                          0);
+                value[0] ^= good ? 0 : 1;
+                EXPECT_EQ(result, good ? MATCHES : DIFFERS);
+            }
+        }
+    }
+}
+
+TEST_F(signature_test, RefusesWhatIsMissing) {
+    const tcrypto_ctx_ptr ctx = request("rsa-with-sha1");
+    tcrypto_key_ptr key = load("rsa", "rsa.pem");
+    bytes room(256, 0);
+    std::size_t length = room.size();
+    int result = 1;
+    EXPECT_EQ(with_each_null(tcrypto_signature_init, ctx.get(), key.get(), &SIGN), (std::set{-1, -300}));
+    tcrypto_signature_params params = SIGN;
+    const auto restart = [&] { start(ctx, key, params); };
+    const auto *in = MESSAGE.data();
+    std::uint8_t *out = room.data();
+    const std::set<int> signing[] = {
+        with_each_null(restart, tcrypto_signature_update, ctx.get(), in, 1),
+        with_each_null(restart, tcrypto_signature_sign, ctx.get(), out, &length),
+        with_each_null(restart, tcrypto_signature_sign_oneshot, ctx.get(), in, 1, out, &length),
+        with_each_null(restart, tcrypto_signature_sign_without_digest, ctx.get(), in, 20, out, &length),
+    };
+    key = load("rsa", "rsa.pub.pem");
+    params = VERIFY;
+    const std::set<int> verifying[] = {
+        with_each_null(restart, tcrypto_signature_verify, ctx.get(), out, 256, &result),
+        with_each_null(restart, tcrypto_signature_verify_oneshot, ctx.get(), in, 1, out, 256, &result),
+        with_each_null(restart, tcrypto_signature_verify_without_digest, ctx.get(), in, 20, out, 256,
+                       &result),
+    };
+    EXPECT_THAT(signing, testing::Each(std::set{-1}));
+    EXPECT_THAT(verifying, testing::Each(std::set{-1}));
+    EXPECT_EQ(tcrypto_signature_update(ctx.get(), in, 1), -412) << "the last one concluded";
+    EXPECT_EQ(tcrypto_signature_sigsize(nullptr) + tcrypto_signature_sigsize(keygen("rsa").get()), 0U);
 }
 
 TEST_F(signature_test, ChecksPaddingAndSaltOfRsa) {
