@@ -5,7 +5,12 @@
 #include <chrono>
 #include <thread>
 
+#include <gmock/gmock.h>
+
 #include "key_fixture.h"
+#include "support/null_arguments.h"
+#include "support/stderr_of.h"
+#include "tcrypto/provider.h"
 
 namespace {
 
@@ -43,18 +48,28 @@ TEST_F(key_test, KeepsOneEncodingOfEveryFormThatItReads) {
     for (const auto &row : rows) {
         SCOPED_TRACE(std::string(row.file) + (row.type == PUBLIC ? " as public" : " as private"));
         const std::string stem = std::string(row.file).substr(0, std::string(row.file).find('.'));
-        tcrypto_key_ptr key = load(row.keygen, row.file, row.type, row.format);
-        ASSERT_TRUE(key);
-        EXPECT_EQ(tcrypto_key_is_private(key.get()), row.type == PRIVATE);
-        if (row.type == PRIVATE) {
+        const tcrypto_ctx_ptr generator = keygen(row.keygen);
+        const bool is_private = row.type == PRIVATE;
+        const std::string path = key_file(row.file), bytes = read_file(path);
+        const auto from_file = is_private ? tcrypto_privkey_from_file : tcrypto_pubkey_from_file;
+        const auto from_mem = is_private ? tcrypto_privkey_from_mem : tcrypto_pubkey_from_mem;
+        tcrypto_key_ptr key, again;
+        ASSERT_EQ(from_file(generator.get(), th_out(key), path.c_str(), row.format), 0);
+        ASSERT_EQ(from_mem(generator.get(), th_out(again), bytes.data(), bytes.size(), row.format), 0);
+        EXPECT_EQ(exported(key.get(), DER), exported(again.get(), DER));
+        EXPECT_EQ(tcrypto_key_is_private(key.get()), is_private);
+        EXPECT_NE(tcrypto_key_is_public(key.get()), is_private);
+        EXPECT_FALSE(tcrypto_key_is_symmetric(key.get()));
+        if (is_private) {
             EXPECT_TRUE(exported(key.get(), DER) == read_file(key_file(stem + ".der")));
             EXPECT_TRUE(exported(key.get(), PEM) == read_file(key_file(stem + ".pem")));
             tcrypto_key_ptr half;
-            ASSERT_EQ(tcrypto_pubkey_from_privkey(keygen(row.keygen).get(), key.get(), th_out(half)), 0);
+            ASSERT_EQ(tcrypto_pubkey_from_privkey(generator.get(), key.get(), th_out(half)), 0);
             key = std::move(half);
         }
         EXPECT_TRUE(exported(key.get(), DER) == read_file(key_file(stem + ".pub.der")));
-        EXPECT_TRUE(exported(key.get(), PEM) == read_file(key_file(stem + ".pub.pem")));
+        ASSERT_EQ(tcrypto_pubkey_to_file(key.get(), (folder() / "out").c_str(), PEM), 0);
+        EXPECT_TRUE(read_file(folder() / "out") == read_file(key_file(stem + ".pub.pem")));
     }
 }
 
@@ -164,8 +179,44 @@ TEST_F(key_test, ExportsTheMatchingTypeOnly) {
     EXPECT_TRUE(read_file(path) == read_file(key_file("ed25519.pem")));
     ASSERT_EQ(stat(path.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777U, 0600U);
+    // What is no regular file keeps its mode.
+    const std::string pipe_path = folder() / "out.pipe";
+    ASSERT_EQ(mkfifo(pipe_path.c_str(), 0640), 0);
+    const int pipe_end = open(pipe_path.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(fchmod(pipe_end, 0644) + tcrypto_privkey_to_file(secret.get(), pipe_path.c_str(), PEM), 0);
+    ASSERT_EQ(fstat(pipe_end, &info) + close(pipe_end), 0);
+    EXPECT_EQ(info.st_mode & 07777U, 0644U);
     EXPECT_EQ(tcrypto_privkey_to_file(secret.get(), "/dev/full", PEM), -5);
     EXPECT_EQ(tcrypto_privkey_to_file(secret.get(), folder().path().c_str(), PEM), -7);
+}
+
+TEST_F(key_test, RefusesWhatIsMissing) {
+    const tcrypto_ctx_ptr generator = keygen("rsa"), symmetric = keygen("symmetric");
+    const tcrypto_key_ptr good = load("rsa", "rsa.pem");
+    const std::string path = key_file("rsa.pem");
+    tcrypto_key *key = nullptr;
+    std::size_t length = 0;
+    const std::set<int> results[] = {
+        with_each_null(tcrypto_load_key_from_file, generator.get(), &key, path.c_str(), PRIVATE, PEM),
+        with_each_null(tcrypto_load_key_from_mem, generator.get(), &key, "x", 1, PRIVATE, PEM),
+        with_each_null(tcrypto_generate_key, symmetric.get(), 8, &key),
+    };
+    EXPECT_THAT(results, testing::Each(std::set{-1}));
+    const std::set<int> key_results[] = {
+        with_each_null(tcrypto_pubkey_from_privkey, generator.get(), good.get(), &key),
+        with_each_null(tcrypto_privkey_to_mem, good.get(), nullptr, &length, PEM),
+        with_each_null(tcrypto_privkey_to_file, good.get(), (folder() / "out").c_str(), PEM),
+    };
+    EXPECT_THAT(key_results, testing::Each(std::set{-300, -1}));
+    EXPECT_TRUE(!tcrypto_key_is_private(nullptr) && !tcrypto_key_is_public(nullptr));
+    // Keys of nobody, and of one who can do nothing.
+    static constexpr tcrypto_algorithm none = {};
+    for (const tcrypto_algorithm *owner : {static_cast<const tcrypto_algorithm *>(nullptr), &none}) {
+        const tcrypto_key lost = {.keygen = owner, .record = {.type = PRIVATE}};
+        EXPECT_EQ(tcrypto_privkey_to_mem(&lost, nullptr, &length, PEM), -402);
+        const std::string log = stderr_of([&] { tcrypto_release_key(new tcrypto_key(lost)); });
+        EXPECT_EQ(log.find("not associated with a valid algorithm") != log.npos, !owner);
+    }
 }
 
 TEST_F(key_test, TakesSymmetricKeysAsTheyAre) {
@@ -173,6 +224,7 @@ TEST_F(key_test, TakesSymmetricKeysAsTheyAre) {
     const std::string path = folder().file("raw", std::string("\0\x01key", 5));
     tcrypto_key_ptr key;
     ASSERT_EQ(tcrypto_key_from_file(generator.get(), th_out(key), path.c_str()), 0);
+    EXPECT_TRUE(tcrypto_key_is_symmetric(key.get()) && !tcrypto_key_is_private(key.get()));
     ASSERT_EQ(tcrypto_key_to_file(key.get(), (path + ".out").c_str()), 0);
     EXPECT_EQ(read_file(path + ".out"), read_file(path));
     std::size_t length = 0;
