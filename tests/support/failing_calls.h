@@ -1,5 +1,5 @@
-// Calls of the code under test that fail when they are told to.  For one source of a
-// program whose CMake file has the linker turn calls of NAME into __wrap_NAME, operator
+// Calls of the code under test that fail when they are told to.  For a program
+// whose CMake file has the linker turn calls of NAME into __wrap_NAME, operator
 // new (nothrow) among them.
 #pragma once
 
@@ -15,7 +15,7 @@ inline bool fails() {
 
 #define FAILING_IF(condition, result, name, failure, parameters, ...)                                        \
     extern "C" result __real_##name parameters;                                                              \
-    extern "C" result __wrap_##name parameters;                                                              \
+    extern "C" [[gnu::weak]] result __wrap_##name parameters;                                                \
     extern "C" result __wrap_##name parameters {                                                             \
         return (condition) ? failure : __real_##name(__VA_ARGS__);                                           \
     }

@@ -110,10 +110,8 @@ TEST_F(Digest, ACopyGoesOnOnItsOwn) {
         SCOPED_TRACE(name);
         const tcrypto_ctx_ptr ctx = request(name);
         const EVP_MD *const known = EVP_get_digestbyname(name);
-        EXPECT_EQ(ctx->algorithm->digest.block_size,
-                  known            ? static_cast<std::uint32_t>(EVP_MD_get_block_size(known))
-                  : name[6] == 'b' ? 128U
-                                   : 64U);
+        const int block_size = known ? EVP_MD_get_block_size(known) : name[6] == 'b' ? 128 : 64;
+        EXPECT_EQ(ctx->algorithm->digest.block_size, static_cast<std::uint32_t>(block_size));
         ASSERT_EQ(tcrypto_digest_init(ctx.get()), 0);
         ASSERT_EQ(tcrypto_digest_update(ctx.get(), "one", 3), 0);
         tcrypto_ctx_ptr copy;
