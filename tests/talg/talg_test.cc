@@ -5,22 +5,36 @@
 #include "talg/lru_cache.h"
 #include "talg/memalign.h"
 #include "talg/slab.h"
+#include "talg/workers.h"
 
+#include <barrier>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
+#include <mutex>
+#include <numeric>
 #include <random>
+#include <set>
 #include <thread>
 
 #include <gmock/gmock.h>
 #include <pthread.h>
 
-static bool lock_fails = false, unlock_fails = false;
+static bool lock_fails = false, unlock_fails = false, signals_fail = false;
+static std::atomic<int> live = 0;  // mutexes, conditions and attributes
 
 // clang-format off
 FAILING(void *, _ZnamRKSt9nothrow_t, nullptr, (std::size_t size, const std::nothrow_t &tag), size, tag)
 FAILING(void *, calloc, nullptr, (std::size_t count, std::size_t size), count, size)
 FAILING(int, mprotect, -1, (void *memory, std::size_t size, int protection), memory, size, protection)
-FAILING(int, pthread_mutex_init, EAGAIN, (pthread_mutex_t * mutex, const pthread_mutexattr_t *kind), mutex, kind)
+FAILING(int, pthread_mutexattr_init, EAGAIN, (pthread_mutexattr_t * kind), (++live, kind))
+FAILING(int, pthread_mutexattr_settype, EINVAL, (pthread_mutexattr_t * kind, int type), kind, type)
+FAILING(int, pthread_mutex_init, EAGAIN, (pthread_mutex_t * mutex, const pthread_mutexattr_t *kind), (++live, mutex), kind)
+FAILING(int, pthread_create, EAGAIN, (pthread_t * a, const pthread_attr_t *b, void *(*c)(void *), void *d), a, b, c, d)
+FAILING_IF(signals_fail, int, pthread_sigmask, EINVAL, (int a, const sigset_t *b, sigset_t *c), a, b, c)
+FAILING_IF((--live, false), int, pthread_mutexattr_destroy, 0, (pthread_mutexattr_t * kind), kind)
+FAILING_IF((--live, false), int, pthread_mutex_destroy, 0, (pthread_mutex_t * mutex), mutex)
+FAILING_IF((--live, false), int, pthread_cond_destroy, 0, (pthread_cond_t * condition), condition)
 FAILING_IF(lock_fails, int, pthread_mutex_lock, EAGAIN, (pthread_mutex_t * mutex), mutex)
 FAILING_IF(unlock_fails, int, pthread_mutex_unlock, EPERM, (pthread_mutex_t * mutex), mutex)
 // clang-format on
@@ -90,6 +104,10 @@ TEST_F(HashTable, KeepsTheNewestOfAKeyAndAWalkMayRemoveNodes) {
     numbers keys;
     EXPECT_EQ(talg_hash_table_foreach(table, collect_key, &keys), 0);
     EXPECT_EQ(keys, (numbers{4, 0, 1, 6, 2}));
+    const auto call_again = [](talg_hash_node *node, void *owner) {
+        return talg_hash_table_get(static_cast<talg_hash_table *>(owner), &node, &record_of(node)->key);
+    };
+    EXPECT_EQ(talg_hash_table_foreach(table, call_again, table), 0);
     EXPECT_EQ(set(records[2]), 0) << "once more";
     EXPECT_EQ(destroyed, numbers{});
     EXPECT_EQ(set(equal), 0);
@@ -150,6 +168,11 @@ TEST_F(LruCache, AFailedSetLeavesTheEntryAndTheCacheAlone) {
                   cache, [](talg_list_node *, void *) { return 9; }, nullptr),
               9);
     EXPECT_EQ(order(), numbers{0});
+    const auto call_again = [](talg_list_node *, void *owner) {
+        numbers keys;
+        return talg_lru_cache_foreach(static_cast<talg_lru_cache *>(owner), collect_key, &keys);
+    };
+    EXPECT_EQ(talg_lru_cache_foreach(cache, call_again, cache), 0);
 }
 
 TEST_F(LruCache, EvictsTheLeastRecentlyUsedEntry) {
@@ -286,6 +309,13 @@ TEST_F(Slab, KeepsTheBytesOfEveryElementAndGrowsOnlyWhenFull) {
     EXPECT_EQ(lengths(), (numbers{1, 0, 1}));
     talg_slab_free(slab, last);
     EXPECT_EQ(lengths(), (numbers{1, 1, 0}));
+    testing::internal::CaptureStdout();
+    talg_slab_print(slab);
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                testing::MatchesRegex(
+                    "slab allocator 0x[0-9a-f]+: 62 elements of 32 bytes a slab of 2048 bytes, unit "
+                    "4096 bytes\nempty slabs:\n  0x[0-9a-f]+: 62 free .mask 0x3fffffffffffffff.\n"
+                    "partly used slabs:\n  0x[0-9a-f]+: 1 free .mask 0x2000000000000000.\nfull slabs:\n"));
     EXPECT_EQ(talg_slab_alloc(slab), last);
 }
 
@@ -342,10 +372,16 @@ int make_slab(talg_slab **out) {
 }
 
 TEST(FailingCallsDeathTest, FailTheirCallerOrAbortWhenALockFails) {
+    live = 0;
     const auto make_bitmap = [](talg_bitmap **out) { return talg_bitmap_create(out, 9); };
     EXPECT_EQ(fail_each_call([&] { return works<talg_bitmap>(make_bitmap, talg_bitmap_destroy); }), 2);
-    EXPECT_EQ(fail_each_call([] { return works(make_cache, talg_lru_cache_destroy); }), 4);
-    stderr_of([] { EXPECT_EQ(fail_each_call([] { return works(make_slab, talg_slab_destroy); }), 4); });
+    const auto make_table = [](talg_hash_table **out) {
+        return talg_hash_table_create(out, masked_hash, compare_keys, nullptr, 4, 0);
+    };
+    EXPECT_EQ(fail_each_call([] { return works(make_cache, talg_lru_cache_destroy); }), 6);
+    EXPECT_EQ(fail_each_call([&] { return works<talg_hash_table>(make_table, talg_hash_table_destroy); }), 5);
+    stderr_of([] { EXPECT_EQ(fail_each_call([] { return works(make_slab, talg_slab_destroy); }), 6); });
+    EXPECT_EQ(live, 0) << "mutexes";
     talg_slab *slab = nullptr;
     ASSERT_EQ(make_slab(&slab), 0);
     for (int i = 0; i < 63; ++i)
@@ -370,6 +406,67 @@ TEST(FailingCallsDeathTest, FailTheirCallerOrAbortWhenALockFails) {
     EXPECT_EQ(talg_lru_cache_foreach(cache, collect_key, nullptr), EAGAIN);
     lock_fails = false;
     talg_lru_cache_destroy(cache);
+}
+
+// Every worker waits for the others in a piece of its own, so all of them have to be there.
+TEST(Workers, TakeEveryPieceOnceAllOfThem) {
+    const struct {
+        unsigned wanted, failing, found;  // the thread that cannot be started
+    } rows[] = {
+        {0, 0, 1}, {1, 0, 1}, {2, 0, 2}, {4, 0, 4}, {4, 4, 3}, {2, 2, 1}, {1000, 0, TALG_MAX_WORKERS}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::to_string(row.wanted) + ", failing " + std::to_string(row.failing));
+        live = row.wanted < 2 ? 0 : 3;
+        fails_at = static_cast<int>(row.failing);
+        talg_workers *const workers = talg_workers_create(row.wanted);
+        fails_at = 0;
+        EXPECT_EQ(workers == nullptr, row.wanted < 2);
+        struct round_state {
+            explicit round_state(std::ptrdiff_t workers_there) : all_there(workers_there) {}
+            std::barrier<> all_there;
+            std::mutex lock;
+            std::multiset<std::size_t> pieces, workers;
+            sigset_t blocked{};
+        };
+        const auto take = [](void *arg, std::size_t piece, unsigned worker) {
+            auto &round = *static_cast<round_state *>(arg);
+            round.all_there.arrive_and_wait();
+            const std::lock_guard guard(round.lock);
+            round.pieces.insert(piece);
+            round.workers.insert(worker);
+            if (worker != 0)
+                pthread_sigmask(SIG_BLOCK, nullptr, &round.blocked);
+        };
+        numbers expected(row.found);
+        std::iota(expected.begin(), expected.end(), 0U);
+        for (int i = 0; i < 3; ++i) {
+            round_state round(row.found);
+            talg_workers_run(workers, take, &round, row.found);
+            EXPECT_THAT(round.pieces, testing::ElementsAreArray(expected));
+            EXPECT_THAT(round.workers, testing::ElementsAreArray(expected));
+            for (const int signal : {SIGINT, SIGTERM, SIGXFSZ, SIGSEGV, SIGBUS})
+                EXPECT_EQ(sigismember(&round.blocked, signal),
+                          row.found > 1 && (signal == SIGINT || signal == SIGTERM));
+        }
+        talg_workers_run(workers, take, nullptr, 0);
+        sigset_t now;
+        EXPECT_EQ(pthread_sigmask(SIG_BLOCK, nullptr, &now) + sigismember(&now, SIGINT), 0);
+        talg_workers_destroy(workers);
+        EXPECT_EQ(live, 0);
+    }
+    signals_fail = true;
+    talg_workers *const workers = talg_workers_create(2);
+    signals_fail = false;
+    std::size_t sum = 0;
+    const auto add = [](void *arg, std::size_t piece, unsigned worker) {
+        *static_cast<std::size_t *>(arg) += piece + worker;
+    };
+    talg_workers_run(workers, add, &sum, 10);
+    EXPECT_EQ(sum, 45U) << "alone";
+    talg_workers_destroy(workers);
+    fails_at = 1;
+    EXPECT_EQ(talg_workers_create(2), nullptr);
+    EXPECT_EQ(fails_at, 0);
 }
 
 constexpr unsigned THREADS = 4;
