@@ -94,6 +94,7 @@ TEST(Str, ConvertsToTheWholeRangeAndNoFurther) {
         {"signal", signal, "io", 0, 29},
         {"signal", signal, "IOT", 0, 6},
         {"signal", signal, "0", ERANGE, 1},
+        {"signal", signal, "-1", ERANGE, 1},
         {"signal", signal, "66", ERANGE, 65},
         {"signal", signal, "15 ", EINVAL, UNCHANGED},
         {"uid", uid, "root", 0, 0},
