@@ -3,14 +3,18 @@
 // new (nothrow) among them.
 #pragma once
 
+#include <atomic>
 #include <new>
 
 #include <gtest/gtest.h>
 
-inline int fails_at = 0;  // counts down to the failing call; 0: none fails
+inline std::atomic<int> fails_at = 0;  // counts down to the failing call; 0: none fails
 
 inline bool fails() {
-    return fails_at != 0 && --fails_at == 0;
+    int left = fails_at;
+    while (left != 0 && !fails_at.compare_exchange_weak(left, left - 1)) {
+    }
+    return left == 1;
 }
 
 #define FAILING_IF(condition, result, name, failure, parameters, ...)                                        \

@@ -9,7 +9,6 @@
 #include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 #include "support/failing_calls.h"
@@ -285,7 +284,7 @@ TEST(Log, TakesAllOfATextOrNothing) {
         EXPECT_EQ(level, updated ? TH_LOG_INFO : TH_LOG_NOTICE);
         const bool created = updated && th_log_context_create(name.c_str(), &late) == 0;
         EXPECT_EQ(th_log_get_verbosity(&late, TH_LOG_STDERR, &level), created ? 0 : ENOENT);
-        const int left = std::exchange(fails_at, 0);
+        const int left = fails_at.exchange(0);
         EXPECT_EQ(th_log_context_destroy(&late) | th_log_update_config("default:stderr=notice"), 0);
         fails_at = left;
         return created;

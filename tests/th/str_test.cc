@@ -143,7 +143,7 @@ TEST(Str, LooksNamesUpWithRoomEnough) {
             EXPECT_EQ(parse("root", &id, nullptr), row.error);
             EXPECT_EQ(id, row.error ? UNCHANGED : 0);
             EXPECT_EQ(rooms, row.rooms);
-            suggestion = too_small = 0;
+            suggestion = 0;
             fails_at = 1;
             EXPECT_EQ(parse("root", &id, nullptr), EINVAL) << "no memory";
             fails_at = 0;

@@ -3,9 +3,12 @@
 #include <openssl/evp.h>
 
 #include <atomic>
+#include <mutex>
 #include <thread>
 
 #include "support/failing_calls.h"
+#include "support/stderr_of.h"
+#include "talg/workers.h"
 #include "ttd/path.h"
 #include "ttd/test_image.h"
 
@@ -20,6 +23,7 @@ static bool digest_fails(const void *data, std::size_t length) {
 }
 
 // clang-format off
+FAILING(void *, _ZnamRKSt9nothrow_t, nullptr, (std::size_t size, const std::nothrow_t &tag), size, tag)
 FAILING(int, EVP_DigestInit_ex, 0, (EVP_MD_CTX * a, const EVP_MD *b, ENGINE *c), a, b, c)
 FAILING_IF(digest_fails(b, c), int, EVP_DigestUpdate, 0, (EVP_MD_CTX * a, const void *b, size_t c), a, b, c)
 FAILING(int, EVP_DigestFinal_ex, 0, (EVP_MD_CTX * a, unsigned char *b, unsigned *c), a, b, c)
@@ -102,6 +106,82 @@ TEST(Caches, OptionTexts) {
     }
 }
 
+TEST(Caches, KeepPinnedBuffersAndGiveTheOthersBack) {
+    talg_slab *slab = nullptr;
+    ttd_lru_cache *cache = nullptr;
+    ASSERT_EQ(talg_slab_create(&slab, 32, 1, 0) + ttd_lru_cache_create(&cache, 1), 0);
+    const auto fresh = [&] { return static_cast<std::uint8_t *>(ttd_slab_alloc(slab)); };
+    std::uint8_t *const first = fresh(), *const second = fresh();
+    ttd_cache_entry *one = nullptr, *two = nullptr, *again = nullptr, *none = nullptr;
+    ASSERT_EQ(ttd_lru_cache_add(cache, 1, first, slab, &one), 0);
+    ASSERT_EQ(ttd_lru_cache_get(cache, 1, &again), 0);
+    EXPECT_EQ(again, one);
+    ttd_cache_unpin(again);
+    EXPECT_FALSE(ttd_cache_is_proven(one));
+    ttd_cache_set_proven(one);
+    EXPECT_TRUE(ttd_cache_is_proven(one));
+    ASSERT_EQ(ttd_lru_cache_add(cache, 2, second, slab, &two), 0) << "which takes the place of 1";
+    none = two;
+    EXPECT_EQ(ttd_lru_cache_get(cache, 1, &none), ENOENT);
+    EXPECT_EQ(none, nullptr);
+    EXPECT_EQ(ttd_cache_buffer(one), first) << "still pinned";
+    std::uint8_t *const third = fresh();
+    EXPECT_TRUE(third != first && third != second);
+    ttd_cache_unpin(one);
+    EXPECT_EQ(fresh(), first) << "given back";
+    ttd_cache_unpin(two);
+    EXPECT_NE(fresh(), second) << "the cache has it";
+    EXPECT_EQ(ttd_lru_cache_hits(cache), 1U);
+    EXPECT_EQ(ttd_lru_cache_slots(cache), 1U);
+    fails_at = 1;
+    EXPECT_EQ(ttd_lru_cache_add(cache, 3, third, slab, &none), ENOMEM);
+    EXPECT_EQ(ttd_lru_cache_get(cache, 2, &two), 0) << "stays";
+    ttd_cache_unpin(two);
+    ttd_lru_cache_destroy(cache);
+    EXPECT_EQ(fresh(), second);
+    ttd_cache_unpin(nullptr);
+    EXPECT_EQ(ttd_lru_cache_hits(nullptr) + ttd_lru_cache_slots(nullptr), 0U);
+    talg_slab_destroy(slab);
+}
+
+// No more slots than the blocks that are there can need, whatever the superblock says.
+TEST(Caches, AreMadeWholeOrNotAtAll) {
+    engine_image image;
+    image.ctx.info.present_blocks = 160;
+    image.begin(1000);
+    EXPECT_EQ(ttd_lru_cache_slots(image.ctx.block_cache), 2U * 10 + TTD_MAX_LEVELS);
+    EXPECT_EQ(ttd_lru_cache_slots(image.ctx.hash_cache), 2U * 10 + TTD_MAX_LEVELS);
+    ttd_free_caches(&image.ctx);
+    ttd_free_slabs(&image.ctx);
+    image.log.clear();
+    const int calls = fail_each_call([&] {
+        const bool made = ttd_create_slabs(&image.ctx, 3) == 0;
+        EXPECT_TRUE(made ? image.ctx.hash_slab && image.ctx.block_slab
+                         : !image.ctx.hash_slab && !image.ctx.block_slab);
+        const bool cached = made && ttd_create_caches(&image.ctx, 3) == 0;
+        EXPECT_EQ(cached, image.ctx.hash_cache && image.ctx.block_cache);
+        EXPECT_EQ(cached, image.ctx.hash_cache || image.ctx.block_cache);
+        ttd_free_caches(&image.ctx);
+        ttd_free_slabs(&image.ctx);
+        return cached;
+    });
+    EXPECT_GE(calls, 10);
+    ASSERT_EQ(ttd_create_slabs(&image.ctx, 3), 0);
+    EXPECT_EQ(talg_slab_elemsize(image.ctx.hash_slab), 32U);
+    EXPECT_EQ(talg_slab_elemsize(image.ctx.block_slab), 512U);
+}
+
+TEST(Log, WritesBytesAsHexadecimal) {
+    const log_capture log;
+    const std::uint8_t bytes[] = {0x00, 0x1f, 0xa9};
+    ttd_register_log_fct(mktfs_log);
+    ttd_register_log_fct(nullptr);
+    ttd_print_hex_data("label", bytes, 3);
+    EXPECT_EQ(log.text(), "label: 001fa9\n");
+    ttd_register_log_fct(ttd_log_default);
+    EXPECT_EQ(stderr_of([] { EXPECT_EQ(ttd_log(TTD_LOG_PLAIN, "%d", 10), 2); }), "10");
+}
+
 TEST(Range, CutsAtTheDataEndAndAtTheMaximum) {
     engine_image image({.size = 5120});
     const struct {
@@ -125,6 +205,8 @@ TEST(Range, CutsAtTheDataEndAndAtTheMaximum) {
         EXPECT_EQ(range.first, c.first);
         EXPECT_EQ(range.end, c.end);
         EXPECT_EQ(range.skip, c.skip);
+        EXPECT_EQ(range.aligned_offset, std::uint64_t{c.first} * 512);
+        EXPECT_EQ(range.aligned_length, std::min(c.maximum, std::uint64_t{c.end - c.first} * 512));
         EXPECT_EQ(range.count, c.count);
     }
     ttd_range untouched = {.first = 7, .end = 7, .count = 7};
@@ -411,6 +493,61 @@ TEST(Hash, TheZeroHashIsForZeroDataBlocksOnly) {
             ASSERT_EQ(ttd_hash_block(&image.ctx, block.data(), length, image.digest, plain.data()), 0);
             EXPECT_EQ(fast, plain) << other << " of " << length;
         }
+}
+
+// What the workers do in common is what the caller does alone.
+TEST(Verify, WorkersShareARangeOfManyPieces) {
+    constexpr std::uint32_t count = 1300;  // of 4096 bytes, in pieces of 512
+    engine_image image({.size = count * 4096, .block = 4096});
+    talg_workers *const workers = talg_workers_create(3);
+    ASSERT_NE(workers, nullptr);
+    for (const std::uint32_t damaged : {0U, 511U, 512U, 900U, 1299U})
+        image.bytes[std::size_t{damaged} * 4096] ^= 1;
+    struct told_blocks {
+        std::mutex lock;
+        std::vector<int> hashed = std::vector<int>(count);
+        std::uint32_t passed = 7;
+    };
+    // Without digests or memory the caller goes on alone, if at all.
+    for (int call = 0; call < 40; ++call)
+        for (const bool given : {true, false}) {
+            SCOPED_TRACE(call);
+            told_blocks told;
+            ttd_range range = {
+                .first = 7, .end = count, .passed_arg = &told, .workers = workers, .worker_count = 3};
+            range.hashed = [](void *arg, std::uint32_t first, std::uint32_t blocks) {
+                auto &all = *static_cast<told_blocks *>(arg);
+                const std::lock_guard guard(all.lock);
+                for (std::uint32_t i = first; i < first + blocks; ++i)
+                    ++all.hashed[i];
+            };
+            range.passed = [](void *arg, std::uint32_t first, std::uint32_t blocks) {
+                auto &all = *static_cast<told_blocks *>(arg);
+                EXPECT_EQ(all.passed, first);
+                all.passed = first + blocks;
+            };
+            image.begin(0);
+            const std::uint8_t *data = given ? &image.bytes[7 * 4096] : nullptr;
+            fails_at = call;
+            EXPECT_EQ(ttd_verify_range(&image.ctx, &range, image.digest, data, nullptr, nullptr), EIO);
+            const bool failed = call != 0 && fails_at == 0;
+            fails_at = 0;
+            EXPECT_EQ(told.passed, count);
+            EXPECT_EQ(told.hashed, [] {
+                std::vector<int> once(count, 1);
+                std::fill_n(once.begin(), 7, 0);
+                return once;
+            }());
+            std::string bits(count, '.');
+            const std::string found = image.bits();
+            for (const std::uint32_t bad : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 511U, 512U, 900U, 1299U})
+                bits[bad] = 'X';
+            int differing = 0;
+            for (std::uint32_t i = 0; i < count; ++i)
+                differing += found[i] != bits[i];
+            EXPECT_LE(differing, failed ? 1 : 0) << "the block whose turn it was";
+        }
+    talg_workers_destroy(workers);
 }
 
 [[gnu::format(printf, 2, 3)]] int ignore_message(int, const char *, ...) {
