@@ -1,12 +1,6 @@
 #include "acl/check.h"
 #include "acl/short_text.h"
-
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <string>
-#include <vector>
+#include "support/test.h"
 
 namespace {
 

@@ -1,26 +1,9 @@
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <iterator>
-#include <memory>
-#include <random>
-#include <set>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "support/failing_calls.h"
-#include "support/null_arguments.h"
 #include "support/temp_dir.h"
+#include "support/test.h"
 #include "ttd/format.h"
 #include "ttd/reader.h"
-#include <gmock/gmock.h>
+#include <sys/mman.h>
 
 // clang-format off
 FAILING(void *, _ZnamRKSt9nothrow_t, nullptr, (std::size_t size, const std::nothrow_t &tag), size, tag)

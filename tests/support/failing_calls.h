@@ -8,11 +8,12 @@
 
 #include <gtest/gtest.h>
 
-inline std::atomic<int> fails_at = 0;  // counts down to the failing call; 0: none fails
+inline int fails_at = 0;  // counts down to the failing call; 0: none fails
 
 inline bool fails() {
-    int left = fails_at;
-    while (left != 0 && !fails_at.compare_exchange_weak(left, left - 1)) {
+    const std::atomic_ref<int> calls(fails_at);
+    int left = calls;
+    while (left != 0 && !calls.compare_exchange_weak(left, left - 1)) {
     }
     return left == 1;
 }

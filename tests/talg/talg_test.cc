@@ -1,23 +1,12 @@
 #include "support/failing_calls.h"
-
-#include "support/stderr_of.h"
+#include "support/test.h"
 #include "talg/bitmap.h"
 #include "talg/lru_cache.h"
 #include "talg/memalign.h"
 #include "talg/slab.h"
 #include "talg/workers.h"
-
 #include <barrier>
-#include <cerrno>
-#include <csignal>
-#include <cstring>
-#include <mutex>
 #include <numeric>
-#include <random>
-#include <set>
-#include <thread>
-
-#include <gmock/gmock.h>
 #include <pthread.h>
 
 static bool lock_fails = false, unlock_fails = false, signals_fail = false;

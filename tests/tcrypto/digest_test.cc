@@ -1,20 +1,10 @@
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
-#include <map>
-#include <set>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <openssl/evp.h>
-
-#include "support/null_arguments.h"
+#include "support/test.h"
 #include "tcrypto/context.h"
 #include "tcrypto/kernels/kernel.h"
 #include "tcrypto/provider.h"
 #include "tcrypto/tcrypto.h"
 #include "th/base.h"
+#include <openssl/evp.h>
 
 namespace {
 

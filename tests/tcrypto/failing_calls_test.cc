@@ -1,17 +1,8 @@
 // Every call of OpenSSL and libb2 and every allocation fails once: what was asked for
 // then fails as well, and the library goes on afterwards.
-#include "support/failing_openssl.h"
-
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <functional>
-#include <set>
-
-#include <gmock/gmock.h>
-
 #include "key_fixture.h"
-#include "support/stderr_of.h"
+#include "support/failing_openssl.h"
+#include "support/test.h"
 #include "tcrypto/context.h"
 
 static std::multiset<std::size_t> wiped;  // bytes

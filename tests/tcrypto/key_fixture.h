@@ -2,13 +2,8 @@
 // is first asked for, and verbs that load them.
 #pragma once
 
-#include <cstdlib>
-#include <map>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "support/temp_dir.h"
+#include "support/test.h"
 #include "tcrypto/tcrypto.h"
 
 class key_test : public testing::Test {

@@ -1,15 +1,5 @@
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <thread>
-
-#include <gmock/gmock.h>
-
 #include "key_fixture.h"
-#include "support/null_arguments.h"
-#include "support/stderr_of.h"
+#include "support/test.h"
 #include "tcrypto/provider.h"
 
 namespace {

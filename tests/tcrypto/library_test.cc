@@ -1,14 +1,4 @@
-#include <errno.h>
-
-#include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "support/stderr_of.h"
+#include "support/test.h"
 #include "tcrypto/context.h"
 #include "tcrypto/plugin.h"
 #include "tcrypto/provider.h"

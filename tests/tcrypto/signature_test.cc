@@ -1,7 +1,5 @@
-#include <gmock/gmock.h>
-
 #include "key_fixture.h"
-#include "support/null_arguments.h"
+#include "support/test.h"
 
 namespace {
 

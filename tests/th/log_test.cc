@@ -1,20 +1,7 @@
-#include "th/log.h"
-
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <string>
-#include <string_view>
-#include <sys/wait.h>
-#include <unistd.h>
-#include <vector>
-
 #include "support/failing_calls.h"
-#include "support/null_arguments.h"
-#include "support/stderr_of.h"
 #include "support/temp_dir.h"
+#include "support/test.h"
+#include "th/log.h"
 
 TH_LOG_CONTEXT_DEFINE(test_log, "test");
 
@@ -284,7 +271,7 @@ TEST(Log, TakesAllOfATextOrNothing) {
         EXPECT_EQ(level, updated ? TH_LOG_INFO : TH_LOG_NOTICE);
         const bool created = updated && th_log_context_create(name.c_str(), &late) == 0;
         EXPECT_EQ(th_log_get_verbosity(&late, TH_LOG_STDERR, &level), created ? 0 : ENOENT);
-        const int left = fails_at.exchange(0);
+        const int left = std::exchange(fails_at, 0);
         EXPECT_EQ(th_log_context_destroy(&late) | th_log_update_config("default:stderr=notice"), 0);
         fails_at = left;
         return created;

@@ -1,15 +1,6 @@
+#include "support/test.h"
 #include "th/slist.h"
-
 #include <malloc.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <gmock/gmock.h>
-#include <ranges>
-#include <vector>
-
-#include "support/null_arguments.h"
 
 namespace {
 

@@ -1,18 +1,8 @@
-#include "th/str.h"
-
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <grp.h>
-#include <gtest/gtest.h>
-#include <optional>
-#include <pwd.h>
-#include <string>
-#include <unistd.h>
-#include <vector>
-
 #include "support/failing_calls.h"
+#include "support/test.h"
+#include "th/str.h"
+#include <grp.h>
+#include <pwd.h>
 
 static long suggestion = 0;  // of the system for a room; 0: its own
 static int too_small = 0;    // so many rooms are

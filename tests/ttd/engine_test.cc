@@ -1,16 +1,11 @@
 // The engine as a library: superblocks, caches, ranges, single blocks and many
 // threads on one image.
-#include <openssl/evp.h>
-
-#include <atomic>
-#include <mutex>
-#include <thread>
-
 #include "support/failing_calls.h"
-#include "support/stderr_of.h"
+#include "support/test.h"
 #include "talg/workers.h"
 #include "ttd/path.h"
 #include "ttd/test_image.h"
+#include <openssl/evp.h>
 
 // The next digest of these bytes fails, or the call that fails() counts.
 static image_bytes fails_on;

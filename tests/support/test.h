@@ -1,8 +1,34 @@
-// What a function answers for arguments that are missing.
+// What the tests of the libraries use all over.
 #pragma once
 
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <random>
+#include <ranges>
 #include <set>
-#include <type_traits>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "support/stderr_of.h"
 
 // Calls `function` once for every pointer of the arguments with null in its place, and
 // gives the results; `before` runs before each call.  A pointer that is null anyway may
