@@ -458,48 +458,39 @@ TEST(Workers, TakeEveryPieceOnceAllOfThem) {
     EXPECT_EQ(fails_at, 0);
 }
 
-constexpr unsigned THREADS = 4;
-constexpr std::uint32_t ROUNDS = 2000;
-
-talg_slab *shared_slab;  // of keyed records
-talg_lru_cache *shared_cache;
-talg_bitmap *shared_bitmap;
-
-void use_all(unsigned thread) {
-    for (std::uint32_t i = 0; i < ROUNDS; ++i) {
-        const std::uint32_t key = i * 7 % 50;
-        talg_list_node *found = nullptr;
-        if (talg_lru_cache_get(shared_cache, &found, &key) != 0) {
-            auto *record = new (talg_slab_alloc(shared_slab)) keyed_record{key};
-            EXPECT_EQ(talg_lru_cache_set(shared_cache, &record->entry, &record->key), 0);
-        }
-        numbers keys;
-        EXPECT_EQ(talg_lru_cache_foreach(shared_cache, collect_key, &keys), 0);
-        EXPECT_LE(keys.size(), 20u);
-        const std::uint64_t bit = std::uint64_t{i} * THREADS + thread;
-        for (const auto change : {talg_bitmap_set, talg_bitmap_toggle, talg_bitmap_toggle})
-            EXPECT_EQ(change(shared_bitmap, bit), 0);
-        static_cast<void>(talg_bitmap_isset(shared_bitmap, bit ^ 1));
-    }
-}
-
 TEST(Threads, ShareSlabCacheAndBitmap) {
-    ASSERT_EQ(talg_slab_create(&shared_slab, sizeof(keyed_record), 1, 0), 0);
-    ASSERT_EQ(talg_bitmap_create(&shared_bitmap, std::uint64_t{ROUNDS} * THREADS), 0);
-    const auto give_back = [](talg_hash_node *node, void *) { talg_slab_free(shared_slab, record_of(node)); };
-    ASSERT_EQ(talg_lru_cache_create(&shared_cache, masked_hash, compare_keys, give_back, 3, 20, 0), 0);
+    static talg_slab *slab;  // of keyed records
+    static constexpr std::uint32_t ROUNDS = 1000, THREADS = 4;
+    talg_lru_cache *cache = nullptr;
+    talg_bitmap *bitmap = nullptr;
+    ASSERT_EQ(talg_slab_create(&slab, sizeof(keyed_record), 1, 0), 0);
+    ASSERT_EQ(talg_bitmap_create(&bitmap, ROUNDS * THREADS), 0);
+    const auto give_back = [](talg_hash_node *node, void *) { talg_slab_free(slab, record_of(node)); };
+    ASSERT_EQ(talg_lru_cache_create(&cache, masked_hash, compare_keys, give_back, 3, 20, 0), 0);
     std::vector<std::thread> threads;
-    for (unsigned t = 0; t < THREADS; ++t)
-        threads.emplace_back(use_all, t);
-    for (std::thread &t : threads)
-        t.join();
-    for (std::uint64_t i = 0; i < talg_bitmap_capacity(shared_bitmap); ++i)
-        ASSERT_TRUE(talg_bitmap_isset(shared_bitmap, i));
-    talg_lru_cache_destroy(shared_cache);
-    EXPECT_EQ(talg_slab_get_lists(shared_slab)->partial.head, nullptr);
-    EXPECT_EQ(talg_slab_get_lists(shared_slab)->full.head, nullptr);
-    talg_slab_destroy(shared_slab);
-    talg_bitmap_destroy(shared_bitmap);
+    for (std::uint32_t thread = 0; thread < THREADS; ++thread)
+        threads.emplace_back([=] {
+            for (std::uint32_t i = 0; i < ROUNDS; ++i) {
+                const std::uint32_t key = i * 7 % 50;
+                talg_list_node *found = nullptr;
+                if (talg_lru_cache_get(cache, &found, &key) != 0) {
+                    auto *record = new (talg_slab_alloc(slab)) keyed_record{key};
+                    EXPECT_EQ(talg_lru_cache_set(cache, &record->entry, &record->key), 0);
+                }
+                for (const auto change : {talg_bitmap_set, talg_bitmap_toggle, talg_bitmap_toggle})
+                    EXPECT_EQ(change(bitmap, i * THREADS + thread), 0);
+                static_cast<void>(talg_bitmap_isset(bitmap, i * THREADS));
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    for (std::uint64_t i = 0; i < ROUNDS * THREADS; ++i)
+        ASSERT_TRUE(talg_bitmap_isset(bitmap, i));
+    talg_lru_cache_destroy(cache);
+    const talg_slab_lists *const lists = talg_slab_get_lists(slab);
+    EXPECT_TRUE(!lists->partial.head && !lists->full.head);
+    talg_slab_destroy(slab);
+    talg_bitmap_destroy(bitmap);
 }
 
 }  // namespace

@@ -13,6 +13,8 @@ static struct {
     int left, answer, error;
 } trouble;
 
+static bool waits;  // whether the last read was one that waits
+
 static bool in_trouble(const char *call) {
     errno = trouble.call == call && trouble.left != 0 ? trouble.error : errno;
     return trouble.call == call && trouble.left-- > 0;
@@ -21,7 +23,7 @@ static bool in_trouble(const char *call) {
 // clang-format off
 FAILING_IF(in_trouble("fstat64"), int, fstat64, trouble.answer, (int a, struct stat64 *b), a, b)
 FAILING_IF(in_trouble("fchmod"), int, fchmod, trouble.answer, (int a, mode_t b), a, b)
-FAILING_IF(in_trouble("read"), ssize_t, read, trouble.answer, (int a, void *b, size_t c), a, b, c)
+FAILING_IF((waits = (fcntl(a, F_GETFL) & O_NONBLOCK) == 0, in_trouble("read")), ssize_t, read, trouble.answer, (int a, void *b, size_t c), a, b, c)
 FAILING_IF(in_trouble("write"), ssize_t, write, trouble.answer, (int a, const void *b, size_t c), a, b, c)
 FAILING_IF(in_trouble("close"), int, close, (__real_close(a), trouble.answer), (int a), a)
 FAILING_IF((wiped.insert(b), false), void, explicit_bzero, static_cast<void>(0), (void *a, size_t b), a, b)
@@ -175,6 +177,19 @@ TEST_F(failing_calls, OfFilesFailOrGoOn) {
         EXPECT_EQ(log.find(out) != log.npos, row.write_code != 0);
         EXPECT_TRUE(row.write_code != 0 || read_file(out) == read_file(path));
     }
+}
+
+TEST_F(failing_calls, ReadAPipeToItsEnd) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const std::string text = read_file(key_file("rsa.pem")), path = "/dev/fd/" + std::to_string(ends[0]);
+    EXPECT_EQ(write(ends[1], text.data(), text.size()) + close(ends[1]), std::ssize(text));
+    trouble = {"read", 1, -1, EINTR};
+    tcrypto_key_ptr key;
+    EXPECT_EQ(tcrypto_privkey_from_file(keygen("rsa").get(), th_out(key), path.c_str(), TCRYPTO_FORMAT_PEM),
+              0);
+    EXPECT_TRUE(waits) << "for whoever writes";
+    close(ends[0]);
 }
 
 TEST_F(failing_calls, WipeWhatIsSecret) {

@@ -127,26 +127,6 @@ TEST_F(key_test, RefusesEverythingElseAtOnce) {
     close(words);
 }
 
-TEST_F(key_test, ReadsAPipeToItsEnd) {
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    const std::string text = read_file(key_file("rsa.pem"));
-    std::thread writer([&] {
-        for (const std::string &part : {text.substr(0, 700), text.substr(700)}) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(30));
-            EXPECT_EQ(write(ends[1], part.data(), part.size()), static_cast<ssize_t>(part.size()));
-        }
-        close(ends[1]);
-    });
-    const std::string path = "/dev/fd/" + std::to_string(ends[0]);
-    tcrypto_key_ptr key;
-    EXPECT_EQ(tcrypto_privkey_from_file(keygen("rsa").get(), th_out(key), path.c_str(), PEM), 0);
-    writer.join();
-    close(ends[0]);
-    ASSERT_TRUE(key);
-    EXPECT_EQ(exported(key.get(), PEM), text);
-}
-
 TEST_F(key_test, ExportsTheMatchingTypeOnly) {
     const tcrypto_key_ptr secret = load("ed25519", "ed25519.pem");
     const tcrypto_key_ptr open_half = load("ed25519", "ed25519.pub.pem");

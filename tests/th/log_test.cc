@@ -279,23 +279,6 @@ TEST(Log, TakesAllOfATextOrNothing) {
     EXPECT_GT(calls, 10);
 }
 
-// One name for every list of templates, and more.
-TEST(Log, KnowsManyNames) {
-    std::vector<std::string> names;
-    for (char first = 'a'; first <= 'z'; ++first)
-        for (char second = '0'; second <= '9'; ++second)
-            names.push_back({first, second});
-    std::string text = "default";
-    for (const std::string &name : names)
-        text += ";" + name + (name[1] < '3' ? ":stderr=error" : ":stderr=debug1");
-    EXPECT_EQ(th_log_update_config(text.c_str()) + th_log_update_config("c7:stderr=all"), 0);
-    for (const std::string &name : names) {
-        std::int32_t level = 0;
-        EXPECT_EQ(th_log_get_verbosity_by_name(name.c_str(), TH_LOG_STDERR, &level), 0);
-        EXPECT_EQ(level, name == "c7" ? TH_LOG_ALL : name[1] < '3' ? TH_LOG_ERROR : TH_LOG_DEBUG1);
-    }
-}
-
 TEST(Log, ChecksAndReadsBackWithoutWriting) {
     const auto check_level = [](std::uint64_t flags) {
         const th_log_call_site site = {.flags = flags, .context = &test_log};

@@ -1,24 +1,5 @@
-#include "support/failing_calls.h"
 #include "support/test.h"
 #include "th/str.h"
-#include <grp.h>
-#include <pwd.h>
-
-static long suggestion = 0;  // of the system for a room; 0: its own
-static int too_small = 0;    // so many rooms are
-static std::vector<std::size_t> rooms;
-
-static bool is_too_small(std::size_t room) {
-    rooms.push_back(room);
-    return too_small-- > 0;
-}
-
-// clang-format off
-FAILING(void *, _ZnamRKSt9nothrow_t, nullptr, (std::size_t size, const std::nothrow_t &tag), size, tag)
-FAILING_IF(suggestion != 0, long, sysconf, suggestion, (int a), a)
-FAILING_IF(is_too_small(d), int, getpwnam_r, ERANGE, (const char *a, passwd *b, char *c, std::size_t d, passwd **e), a, b, c, d, e)
-FAILING_IF(is_too_small(d), int, getgrnam_r, ERANGE, (const char *a, group *b, char *c, std::size_t d, group **e), a, b, c, d, e)
-// clang-format on
 
 namespace {
 
@@ -112,32 +93,6 @@ TEST(Str, KnowsTheSystemsSignals) {
         EXPECT_EQ(number == SIGSTKFLT ? 0 : th_str_to_signal(name, &found), 0) << name;
         EXPECT_EQ(found, number == SIGSTKFLT ? 0 : number) << name;
     }
-}
-
-// The system's suggestion, or 4096 bytes, and twice as much while that is too little.
-TEST(Str, LooksNamesUpWithRoomEnough) {
-    const struct {
-        long suggestion;
-        int too_small, error;
-        std::vector<std::size_t> rooms;
-    } rows[] = {{4000, 2, 0, {4000, 8000, 16000}},
-                {-1, 1, 0, {4096, 8192}},
-                {1 << 20, 9, EINVAL, {1 << 20, 2 << 20}}};
-    for (const auto &row : rows)
-        for (conversion *const parse :
-             {convert<th_str_username_to_uid, uid_t>, convert<th_str_groupname_to_gid, gid_t>}) {
-            suggestion = row.suggestion;
-            too_small = row.too_small;
-            rooms.clear();
-            std::uint64_t id = UNCHANGED;
-            EXPECT_EQ(parse("root", &id, nullptr), row.error);
-            EXPECT_EQ(id, row.error ? UNCHANGED : 0);
-            EXPECT_EQ(rooms, row.rooms);
-            suggestion = 0;
-            fails_at = 1;
-            EXPECT_EQ(parse("root", &id, nullptr), EINVAL) << "no memory";
-            fails_at = 0;
-        }
 }
 
 TEST(Str, HelpersTakeNull) {
