@@ -74,7 +74,6 @@ TEST_F(key_test, RefusesEverythingElseAtOnce) {
     folder().file("junk", std::string(5000, '\xa5'));
     std::filesystem::resize_file(folder() / "large", (1 << 20) + 1);
     EXPECT_TRUE(run("rm -f pipe && mkfifo pipe"));
-    folder().file("cut.pem", read_file(key_file("rsa.pem")).substr(0, 800));
 
     struct case_row {
         const char *keygen, *file;
@@ -86,13 +85,9 @@ TEST_F(key_test, RefusesEverythingElseAtOnce) {
     const case_row rows[] = {
         {"rsa", "rsa.pem", PUBLIC, PEM},
         {"rsa", "rsa.pub.pem", PRIVATE, PEM},
-        {"rsa", "rsa.locked1.pem", PRIVATE, PEM},
         {"rsa", "rsa.locked8.pem", PRIVATE, PEM},
         {"rsa", "rsa.cert.pem", PUBLIC, PEM},
-        {"rsa", "cut.pem", PRIVATE, PEM},
-        {"rsa", "rsa.der", PRIVATE, PEM},
         {"rsa", "ec.pem", PRIVATE, PEM, -300, other + "408' is not the expected type '6'! ["},
-        {"rsa", "rsapss.pub.pem", PUBLIC, PEM, -300, other + "912' is not the expected type '6'! ["},
         {"rsa", "rsa.pem", TCRYPTO_KEY_SYMMETRIC, RAW, -304, "tc_openssl: invalid key type ["},
         {"rsa", "rsa.pem", PRIVATE, RAW, -303, "tc_openssl: invalid key format ["},
         {"symmetric", "junk", TCRYPTO_KEY_SYMMETRIC, DER, -303, "tc_openssl: invalid key format ["},

@@ -141,30 +141,35 @@ TEST(Slist, RefusesWhatIsMissingOrForeign) {
     th_slist_destroy(&l.other, nullptr);
 }
 
-TEST(Slist, FindsOnFromTheCursor) {
+TEST(Slist, FindsOnFromTheCursorAndAnswersForNull) {
     lists l;
     append(l.own, ABSENT);
     append(l.own, 20);
-    const struct {
-        th_slist_compare compare;
+    const std::pair<th_slist_compare, words> rows[] = {{th_slist_compare_u32_data, {20, ABSENT, 20}},
+                                                       {U64, {20, 20}},
+                                                       {th_slist_compare_vp_data, {20, 20}},
+                                                       {by_last_digit, {10, 20, 30, 20}}};
+    for (const auto &[compare, expected] : rows) {
         words found;
-    } rows[] = {{th_slist_compare_u32_data, {20, ABSENT, 20}},
-                {U64, {20, 20}},
-                {th_slist_compare_vp_data, {20, 20}},
-                {by_last_digit, {10, 20, 30, 20}}};
-    for (const auto &r : rows) {
-        words found;
-        for (l.cursor = nullptr; th_slist_find(l.own, &TWENTY, r.compare, &l.cursor) == 0;)
+        for (l.cursor = nullptr; th_slist_find(l.own, &TWENTY, compare, &l.cursor) == 0;)
             found.push_back(th_slist_get_data_u64(l.cursor));
-        EXPECT_EQ(found, r.found);
+        EXPECT_EQ(found, expected);
         EXPECT_EQ(l.cursor, th_slist_get_last(l.own)) << "which stays";
-        EXPECT_TRUE(r.compare(l.twenty, &TWENTY) == 0 && r.compare(l.twenty, &NEW) != 0);
+        EXPECT_TRUE(compare(l.twenty, &TWENTY) == 0 && compare(l.twenty, &NEW) != 0);
     }
     EXPECT_EQ(th_slist_get_previous(l.own, l.thirty), l.twenty);
-    EXPECT_TRUE(!th_slist_get_previous(l.own, l.ten) && !th_slist_get_previous(l.own, l.foreign));
-    EXPECT_TRUE(!th_slist_get_previous(nullptr, l.thirty) && !th_slist_get_previous(l.own, nullptr));
-    EXPECT_TRUE(!th_slist_get_first(nullptr) && !th_slist_get_last(nullptr) && !th_slist_get_next(nullptr));
-    EXPECT_TRUE(!th_slist_get_data(nullptr) && !th_slist_get_data_vp(nullptr));
+    const void *const none[] = {
+        th_slist_get_previous(l.own, l.ten),
+        th_slist_get_previous(l.own, l.foreign),
+        th_slist_get_previous(nullptr, l.thirty),
+        th_slist_get_previous(l.own, nullptr),
+        th_slist_get_first(nullptr),
+        th_slist_get_last(nullptr),
+        th_slist_get_next(nullptr),
+        th_slist_get_data(nullptr),
+        th_slist_get_data_vp(nullptr),
+    };
+    EXPECT_THAT(none, testing::Each(nullptr));
     EXPECT_EQ(th_slist_get_count(nullptr) | th_slist_get_data_u32(nullptr) | th_slist_get_data_u64(nullptr),
               0U);
     EXPECT_EQ(th_slist_get_data_u32(th_slist_get_next(l.thirty)), 20U);
@@ -175,15 +180,11 @@ TEST(Slist, FindsOnFromTheCursor) {
     th_slist_destroy(nullptr, nullptr);
     EXPECT_EQ(errno, EIO);
     th_slist_destroy(&l.other, nullptr);
-}
-
-TEST(Slist, FreesWhatNodesPointAt) {
     const std::size_t before = mallinfo2().hblks;  // mappings: an allocation of this size has its own
-    for (const th_slist_release release :
-         {th_slist_free_vp, th_slist_release([](th_slist_node *node) { th_slist_free_vp(node); })}) {
-        th_slist *list = make();
-        append(list, th_slist_word(std::malloc(1U << 26)));
-        th_slist_destroy(&list, release);
+    const th_slist_release call = [](th_slist_node *node) { th_slist_free_vp(node); };
+    for (const auto release : {th_slist_release(th_slist_free_vp), call}) {
+        append(l.own = make(), th_slist_word(std::malloc(1U << 26)));
+        th_slist_destroy(&l.own, release);
     }
     EXPECT_EQ(mallinfo2().hblks, before);
 }

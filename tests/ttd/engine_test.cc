@@ -142,28 +142,23 @@ TEST(Caches, KeepPinnedBuffersAndGiveTheOthersBack) {
 // No more slots than the blocks that are there can need, whatever the superblock says.
 TEST(Caches, AreMadeWholeOrNotAtAll) {
     engine_image image;
-    image.ctx.info.present_blocks = 160;
+    ttd_ctx &ctx = image.ctx;
+    ctx.info.present_blocks = 160;
     image.begin(1000);
-    EXPECT_EQ(ttd_lru_cache_slots(image.ctx.block_cache), 2U * 10 + TTD_MAX_LEVELS);
-    EXPECT_EQ(ttd_lru_cache_slots(image.ctx.hash_cache), 2U * 10 + TTD_MAX_LEVELS);
-    ttd_free_caches(&image.ctx);
-    ttd_free_slabs(&image.ctx);
-    image.log.clear();
+    for (const auto *cache : {ctx.block_cache, ctx.hash_cache})
+        EXPECT_EQ(ttd_lru_cache_slots(cache), 2U * 10 + TTD_MAX_LEVELS);
+    EXPECT_TRUE(talg_slab_elemsize(ctx.hash_slab) == 32 && talg_slab_elemsize(ctx.block_slab) == 512);
+    const auto forget = [&] { ttd_free_caches(&ctx), ttd_free_slabs(&ctx); };
+    forget();
     const int calls = fail_each_call([&] {
-        const bool made = ttd_create_slabs(&image.ctx, 3) == 0;
-        EXPECT_TRUE(made ? image.ctx.hash_slab && image.ctx.block_slab
-                         : !image.ctx.hash_slab && !image.ctx.block_slab);
-        const bool cached = made && ttd_create_caches(&image.ctx, 3) == 0;
-        EXPECT_EQ(cached, image.ctx.hash_cache && image.ctx.block_cache);
-        EXPECT_EQ(cached, image.ctx.hash_cache || image.ctx.block_cache);
-        ttd_free_caches(&image.ctx);
-        ttd_free_slabs(&image.ctx);
-        return cached;
+        const bool slabs = ttd_create_slabs(&ctx, 3) == 0, made = slabs && ttd_create_caches(&ctx, 3) == 0;
+        EXPECT_TRUE(!!ctx.hash_slab == slabs && !!ctx.block_slab == slabs);
+        EXPECT_TRUE(!!ctx.hash_cache == made && !!ctx.block_cache == made);
+        forget();
+        return made;
     });
     EXPECT_GE(calls, 10);
-    ASSERT_EQ(ttd_create_slabs(&image.ctx, 3), 0);
-    EXPECT_EQ(talg_slab_elemsize(image.ctx.hash_slab), 32U);
-    EXPECT_EQ(talg_slab_elemsize(image.ctx.block_slab), 512U);
+    ASSERT_EQ(ttd_create_slabs(&ctx, 3), 0);
 }
 
 TEST(Log, WritesBytesAsHexadecimal) {
@@ -490,58 +485,43 @@ TEST(Hash, TheZeroHashIsForZeroDataBlocksOnly) {
         }
 }
 
-// What the workers do in common is what the caller does alone.
+// What the workers do in common is what the caller does alone, where he finds no memory for them.
 TEST(Verify, WorkersShareARangeOfManyPieces) {
-    constexpr std::uint32_t count = 1300;  // of 4096 bytes, in pieces of 512
-    engine_image image({.size = count * 4096, .block = 4096});
-    talg_workers *const workers = talg_workers_create(3);
-    ASSERT_NE(workers, nullptr);
-    for (const std::uint32_t damaged : {0U, 511U, 512U, 900U, 1299U})
-        image.bytes[std::size_t{damaged} * 4096] ^= 1;
+    static constexpr std::uint32_t FIRST = 7, COUNT = 1300;  // of 4096 bytes, in pieces of 512
     struct told_blocks {
-        std::mutex lock;
-        std::vector<int> hashed = std::vector<int>(count);
-        std::uint32_t passed = 7;
+        std::atomic<int> hashed[COUNT] = {};
+        std::uint32_t passed = FIRST;
     };
-    // Without digests or memory the caller goes on alone, if at all.
-    for (int call = 0; call < 40; ++call)
-        for (const bool given : {true, false}) {
-            SCOPED_TRACE(call);
-            told_blocks told;
-            ttd_range range = {
-                .first = 7, .end = count, .passed_arg = &told, .workers = workers, .worker_count = 3};
-            range.hashed = [](void *arg, std::uint32_t first, std::uint32_t blocks) {
-                auto &all = *static_cast<told_blocks *>(arg);
-                const std::lock_guard guard(all.lock);
-                for (std::uint32_t i = first; i < first + blocks; ++i)
-                    ++all.hashed[i];
-            };
-            range.passed = [](void *arg, std::uint32_t first, std::uint32_t blocks) {
-                auto &all = *static_cast<told_blocks *>(arg);
-                EXPECT_EQ(all.passed, first);
-                all.passed = first + blocks;
-            };
-            image.begin(0);
-            const std::uint8_t *data = given ? &image.bytes[7 * 4096] : nullptr;
-            fails_at = call;
-            EXPECT_EQ(ttd_verify_range(&image.ctx, &range, image.digest, data, nullptr, nullptr), EIO);
-            const bool failed = call != 0 && fails_at == 0;
-            fails_at = 0;
-            EXPECT_EQ(told.passed, count);
-            EXPECT_EQ(told.hashed, [] {
-                std::vector<int> once(count, 1);
-                std::fill_n(once.begin(), 7, 0);
-                return once;
-            }());
-            std::string bits(count, '.');
-            const std::string found = image.bits();
-            for (const std::uint32_t bad : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 511U, 512U, 900U, 1299U})
-                bits[bad] = 'X';
-            int differing = 0;
-            for (std::uint32_t i = 0; i < count; ++i)
-                differing += found[i] != bits[i];
-            EXPECT_LE(differing, failed ? 1 : 0) << "the block whose turn it was";
-        }
+    engine_image image({.size = COUNT * 4096, .block = 4096});
+    talg_workers *const workers = talg_workers_create(3);
+    std::string bits(FIRST, 'X');
+    bits.append(COUNT - FIRST, '.');
+    for (const std::uint32_t damaged : {511U, 512U, 900U, 1299U}) {
+        image.bytes[std::size_t{damaged} * 4096] ^= 1;
+        bits[damaged] = 'X';
+    }
+    for (const auto &[call, given] :
+         {std::pair{0, true}, {0, false}, {1, false}, {2, true}, {3, false}, {5, false}}) {
+        SCOPED_TRACE(call);
+        told_blocks told;
+        ttd_range range = {
+            .first = FIRST, .end = COUNT, .passed_arg = &told, .workers = workers, .worker_count = 3};
+        range.hashed = [](void *arg, std::uint32_t first, std::uint32_t count) {
+            for (std::uint32_t i = first; i < first + count; ++i)
+                ++static_cast<told_blocks *>(arg)->hashed[i];
+        };
+        range.passed = [](void *arg, std::uint32_t first, std::uint32_t count) {
+            EXPECT_EQ(std::exchange(static_cast<told_blocks *>(arg)->passed, first + count), first);
+        };
+        image.begin(0);
+        fails_at = call;
+        const std::uint8_t *data = given ? &image.bytes[FIRST * 4096] : nullptr;
+        EXPECT_EQ(ttd_verify_range(&image.ctx, &range, image.digest, data, nullptr, nullptr), EIO);
+        EXPECT_EQ(std::exchange(fails_at, 0), 0);
+        EXPECT_EQ(told.passed, COUNT);
+        EXPECT_EQ(std::count(told.hashed, told.hashed + COUNT, 1), COUNT - FIRST);
+        EXPECT_EQ(image.bits(), bits);
+    }
     talg_workers_destroy(workers);
 }
 
