@@ -450,39 +450,4 @@ TEST(Workers, TakeEveryPieceOnceAllOfThem) {
     EXPECT_EQ(sum, 45U) << "alone";
 }
 
-TEST(Threads, ShareSlabCacheAndBitmap) {
-    static talg_slab *slab;  // of keyed records
-    static constexpr std::uint32_t ROUNDS = 1000, THREADS = 4;
-    talg_lru_cache *cache = nullptr;
-    talg_bitmap *bitmap = nullptr;
-    ASSERT_EQ(talg_slab_create(&slab, sizeof(keyed_record), 1, 0), 0);
-    ASSERT_EQ(talg_bitmap_create(&bitmap, ROUNDS * THREADS), 0);
-    const auto give_back = [](talg_hash_node *node, void *) { talg_slab_free(slab, record_of(node)); };
-    ASSERT_EQ(talg_lru_cache_create(&cache, masked_hash, compare_keys, give_back, 3, 20, 0), 0);
-    std::vector<std::thread> threads;
-    for (std::uint32_t thread = 0; thread < THREADS; ++thread)
-        threads.emplace_back([=] {
-            for (std::uint32_t i = 0; i < ROUNDS; ++i) {
-                const std::uint32_t key = i * 7 % 50;
-                talg_list_node *found = nullptr;
-                if (talg_lru_cache_get(cache, &found, &key) != 0) {
-                    auto *record = new (talg_slab_alloc(slab)) keyed_record{key};
-                    EXPECT_EQ(talg_lru_cache_set(cache, &record->entry, &record->key), 0);
-                }
-                for (const auto change : {talg_bitmap_set, talg_bitmap_toggle, talg_bitmap_toggle})
-                    EXPECT_EQ(change(bitmap, i * THREADS + thread), 0);
-                static_cast<void>(talg_bitmap_isset(bitmap, i * THREADS));
-            }
-        });
-    for (std::thread &thread : threads)
-        thread.join();
-    for (std::uint64_t i = 0; i < ROUNDS * THREADS; ++i)
-        ASSERT_TRUE(talg_bitmap_isset(bitmap, i));
-    talg_lru_cache_destroy(cache);
-    const talg_slab_lists *const lists = talg_slab_get_lists(slab);
-    EXPECT_TRUE(!lists->partial.head && !lists->full.head);
-    talg_slab_destroy(slab);
-    talg_bitmap_destroy(bitmap);
-}
-
 }  // namespace

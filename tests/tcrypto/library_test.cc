@@ -144,6 +144,17 @@ TEST_F(Library, RequestsAnswerByKindAndExactName) {
     EXPECT_EQ(tcrypto_find_keygen_by_alg(99, th_out(ctx), nullptr), TCRYPTO_E_NO_ALGORITHM);
 }
 
+TEST_F(Library, EveryErrorHasItsNumberAndText) {
+    std::uint64_t sum = 14695981039346656037U;
+    for (int code = 0; code > -1000; --code)
+        for (const char *text = tcrypto_strerror(code); *text; ++text)
+            sum = (sum ^ static_cast<unsigned char>(*text) ^ static_cast<std::uint64_t>(-code)) *
+                  1099511628211U;
+    EXPECT_EQ(sum, 11596823601401614148U) << "of all numbers and texts";
+    EXPECT_STREQ(tcrypto_strerror(TCRYPTO_E_STATE), "invalid operation in current algorithm state");
+    EXPECT_STREQ(tcrypto_strerror(1), "unknown tcrypto error");
+}
+
 TEST_F(Library, TagLists) {
     static constexpr struct {
         const char *tags;

@@ -525,43 +525,4 @@ TEST(Verify, WorkersShareARangeOfManyPieces) {
     talg_workers_destroy(workers);
 }
 
-[[gnu::format(printf, 2, 3)]] int ignore_message(int, const char *, ...) {
-    return 0;
-}
-
-// Another program reads on demand: threads with random ranges, some of them over
-// damage, on one context.
-TEST(Verify, ThreadsShareOneContext) {
-    engine_image image;
-    constexpr std::uint32_t damaged = 150;
-    image.bytes[damaged * 512] ^= 1;
-    for (const std::size_t slots : {0UL, 1UL, 8UL, 100UL}) {
-        SCOPED_TRACE(slots);
-        image.begin(slots);
-        ttd_register_log_fct(ignore_message);
-        std::atomic<int> wrong = 0;
-        const auto reader = [&](unsigned seed) {
-            std::mt19937 random(seed);
-            tcrypto_ctx *digest = nullptr;
-            wrong += ttd_hash_init(&image.ctx, &digest) != 0;
-            for (int i = 0; i < 150; ++i) {
-                ttd_range range;
-                range.first = static_cast<std::uint32_t>(random() % BLOCKS);
-                range.end = std::min(BLOCKS, range.first + static_cast<std::uint32_t>(random() % 40));
-                const bool bad = range.first <= damaged && damaged < range.end;
-                wrong += ttd_verify_range(&image.ctx, &range, digest, nullptr, nullptr, nullptr) !=
-                         (bad ? EIO : 0);
-            }
-            ttd_hash_done(digest);
-        };
-        std::vector<std::thread> threads;
-        for (unsigned i = 0; i < 4; ++i)
-            threads.emplace_back(reader, i);
-        for (std::thread &thread : threads)
-            thread.join();
-        EXPECT_EQ(wrong, 0);
-        EXPECT_EQ(image.bits()[damaged], 'X');
-    }
-}
-
 }  // namespace
