@@ -58,7 +58,7 @@ struct row {
     words after = {10, 20, 30};
 };
 // clang-format off
-#define CALL(call, ...) {#call, []([[maybe_unused]] lists &l) { return th_slist_##call; }, ##__VA_ARGS__}
+#define CALL(call, ...) {#call, []([[maybe_unused]] lists &l) { return th_slist_##call; }, __VA_ARGS__}
 // clang-format on
 
 const row ROWS[] = {
