@@ -175,6 +175,8 @@ TEST_F(Reader, TellsHolesThatAreProven) {
     int zeros = 0;
     EXPECT_EQ(ttd_reader_extent(reader.get(), 303104, inner_.size() - 303104, &length, &zeros), 0);
     EXPECT_TRUE(zeros == 1 && length == HOLE) << zeros << ' ' << length;
+    EXPECT_EQ(ttd_reader_extent(reader.get(), 303104, 700, &length, &zeros), 0);
+    EXPECT_TRUE(zeros == 1 && length == 700) << zeros << ' ' << length;
     EXPECT_EQ(ttd_reader_extent(reader.get(), 0, 303104 + 700, &length, &zeros), 0);
     EXPECT_TRUE(zeros == 0 && length == 303104) << zeros << ' ' << length;
     EXPECT_EQ(ttd_reader_extent(reader.get(), 303105, 9, &length, &zeros), 0);

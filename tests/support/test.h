@@ -17,7 +17,6 @@
 #include <new>
 #include <optional>
 #include <random>
-#include <ranges>
 #include <set>
 #include <string>
 #include <sys/stat.h>
