@@ -1,13 +1,11 @@
 #include "th/log_template.h"
 
+#include <functional>
+
 namespace {
 
-// FNV-1a.
 std::size_t list_index(std::string_view name) {
-    std::uint32_t hash = 2166136261u;
-    for (const char c : name)
-        hash = (hash ^ static_cast<unsigned char>(c)) * 16777619u;
-    return hash % std::tuple_size_v<decltype(th_log_templates::lists)>;
+    return std::hash<std::string_view>{}(name) % std::tuple_size_v<decltype(th_log_templates::lists)>;
 }
 
 }  // namespace

@@ -1,12 +1,12 @@
 #include "acl/check.h"
 #include "acl/short_text.h"
+#include "support/failing_calls.h"
+#include "support/test.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <string>
-#include <vector>
+// clang-format off
+FAILING_IF(fails() && (errno = ENOMEM), void *, malloc, nullptr, (std::size_t size), size)
+FAILING_IF(fails() && (errno = ENOMEM), void *, realloc, nullptr, (void *memory, std::size_t size), memory, size)
+// clang-format on
 
 namespace {
 
@@ -75,6 +75,25 @@ TEST(Acl, GrowsBy32AndHoldsAtMost65535Entries) {
     EXPECT_EQ(tvo_acl_get_entry(acl, TVO_ACL_FIRST_ENTRY, &entry), 1);
     EXPECT_EQ(entry->qualifier, 1U);
     tvo_acl_free(acl);
+}
+
+TEST(Acl, TellWhenMemoryIsOut) {
+    std::set<std::string> messages;
+    const int calls = fail_each_call([&] {
+        tvo_acl_ptr acl, completed;
+        std::uint32_t mode = 0;
+        const char *message = nullptr;
+        errno = 0;
+        bool done = tvo_acl_from_short_text(th_out(acl), "u::r,g::r,o::r,u:7:r", &message) == 0;
+        done = done && tvo_acl_complete(acl.get(), th_out(completed), &mode, &message) == 0;
+        EXPECT_EQ(errno, done ? 0 : ENOMEM);
+        EXPECT_EQ(completed != nullptr, done);
+        messages.insert(message);
+        return done;
+    });
+    EXPECT_EQ(calls, 2);
+    EXPECT_THAT(messages, testing::Contains("ACL duplication failed"));
+    EXPECT_EQ(messages.size(), 3U);
 }
 
 TEST(Acl, EntriesRefuseUnknownTagsBitsAndNamelessQualifiers) {

@@ -1,22 +1,13 @@
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <iterator>
-#include <memory>
-#include <random>
-#include <string>
-#include <thread>
-#include <vector>
-
+#include "support/failing_calls.h"
 #include "support/temp_dir.h"
+#include "support/test.h"
+#include "ttd/format.h"
 #include "ttd/reader.h"
-#include "gtest/gtest.h"
+#include <sys/mman.h>
+
+// clang-format off
+FAILING(void *, _ZnamRKSt9nothrow_t, nullptr, (std::size_t size, const std::nothrow_t &tag), size, tag)
+// clang-format on
 
 namespace {
 
@@ -27,14 +18,14 @@ std::string contents_of(const std::string &path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// Images of 512-byte blocks: 16 hashes in a hash block, four levels over 600,064 bytes.
+// Images of 512-byte blocks: 16 hashes in a hash block, four levels over 1,185,792 bytes.
 class Reader : public testing::Test {
 protected:
     void SetUp() override {
-        // Random bytes with a hole of 128 KiB.
+        // Random bytes with a hole of 700 KiB.
         const std::string command =
             "cd " + dir_.path() +
-            " && head -c 300032 /dev/urandom >in && truncate -s 431104 in && "
+            " && head -c 300032 /dev/urandom >in && truncate -s 1016832 in && "
             "head -c 168960 /dev/urandom >>in && " MKTFS_PROGRAM " ttd -H sha256 -B 512 -S ed"
             "dsa-25519 -K " MKTFS_TEST_DATA "/ed25519.pem -R 5 -o image in >/dev/null";
         ASSERT_EQ(std::system(command.c_str()), 0);
@@ -42,10 +33,12 @@ protected:
         image_ = dir_.path() + "/image";
         options_.size = sizeof options_;
         options_.key_path = MKTFS_TEST_DATA "/ed25519.pub.pem";
-        options_.on_mismatch = [](void *arg, const ttd_reader_mismatch *) {
-            ++*static_cast<std::atomic<int> *>(arg);
+        options_.on_mismatch = [](void *arg, const ttd_reader_mismatch *mismatch) {
+            static_cast<Reader *>(arg)->last_ = *mismatch;
+            ++static_cast<Reader *>(arg)->mismatches_;
         };
-        options_.arg = &mismatches_;
+        options_.on_log = [](void *arg, const char *line) { static_cast<Reader *>(arg)->log_ += line; };
+        options_.arg = this;
     }
 
     reader_ptr open() {
@@ -84,6 +77,8 @@ protected:
     std::string image_;
     ttd_reader_options options_ = {};
     std::atomic<int> mismatches_ = 0;
+    ttd_reader_mismatch last_ = {};
+    std::string log_;
 };
 
 TEST_F(Reader, HandsOutEveryRangeOfTheInnerImage) {
@@ -102,24 +97,41 @@ TEST_F(Reader, HandsOutEveryRangeOfTheInnerImage) {
 }
 
 TEST_F(Reader, TellsWhatTheSuperblockSaysAndWhatItDid) {
+    flip(contents_of(image_).size() - 4096 + offsetof(ttd_superblock, flags) + 1);
+    options_.key_path = nullptr;
+    options_.without_signature_check = 1;
     const reader_ptr reader = open();
+    const std::string bytes = contents_of(image_);
+    ttd_superblock superblock;
+    std::memcpy(&superblock, &bytes[bytes.size() - 4096], sizeof superblock);
     ttd_reader_info info = {};
     info.size = sizeof info;
     ASSERT_EQ(ttd_reader_get_info(reader.get(), &info), 0);
+    EXPECT_EQ(info.size, sizeof info);
     EXPECT_EQ(info.image_size, inner_.size());
     EXPECT_EQ(info.block_size, 512U);
+    EXPECT_EQ(info.flags, 256U);
     EXPECT_EQ(info.rollback, 5U);
+    EXPECT_EQ(info.format_version, 1U);
     EXPECT_EQ(info.root_hash_size, 32U);
+    EXPECT_EQ(std::memcmp(info.root_hash, superblock.roothash, 32), 0);
     char block[512];
-    EXPECT_EQ(ttd_reader_read(reader.get(), block, sizeof block, 0), 0);
+    flip(0);
+    for (const std::uint64_t at : {0, 512, 1024, 600})
+        EXPECT_EQ(ttd_reader_read(reader.get(), block, at == 600 ? 424 : 512, at), at == 0 ? -EIO : 0);
+    std::filesystem::resize_file(image_, 9000);
+    EXPECT_EQ(ttd_reader_read(reader.get(), block, 512, 9216), -EIO);
     ttd_reader_statistics done = {};
     done.size = sizeof done;
     ASSERT_EQ(ttd_reader_get_statistics(reader.get(), &done), 0);
-    EXPECT_EQ(done.proven, 1U);
+    EXPECT_EQ(done.proven, 3U);
+    EXPECT_EQ(done.refused, 2U);
     EXPECT_EQ(done.loaded, 3U);
+    EXPECT_EQ(done.cached, 3U);
     done.size = info.size = 8;
     EXPECT_EQ(ttd_reader_get_statistics(reader.get(), &done), -EINVAL);
     EXPECT_EQ(ttd_reader_get_info(reader.get(), &info), -EINVAL);
+    EXPECT_EQ(ttd_reader_get_info(reader.get(), nullptr), -EINVAL);
 }
 
 TEST_F(Reader, RefusesExactlyWhatLiesBeneathADamagedByte) {
@@ -127,11 +139,12 @@ TEST_F(Reader, RefusesExactlyWhatLiesBeneathADamagedByte) {
     const std::size_t tree_end = contents_of(image_).size() - 4096;
     const struct {
         std::size_t offset, first, count;
+        std::uint32_t is_data, level;
     } rows[] = {
-        {512 * 700 + 3, 700, 1},                                   // in the hole: data
-        {5 * 512, 5, 1},                                           // data
-        {tree_end - (level_0 - 3) * 512, 3 * 16, 16},              // a hash block of level 0
-        {tree_end - (level_0 + level_1 - 2) * 512, 2 * 256, 256},  // of level 1
+        {512 * 700, 700, 1, 1, 0},                                       // in the hole: data
+        {5 * 512, 5, 1, 1, 0},                                           // data
+        {tree_end - (level_0 - 3) * 512, 3 * 16, 16, 0, 0},              // a hash block of level 0
+        {tree_end - (level_0 + level_1 - 2) * 512, 2 * 256, 256, 0, 1},  // of level 1
     };
     const std::string good = contents_of(image_);
     for (const auto &row : rows) {
@@ -146,17 +159,24 @@ TEST_F(Reader, RefusesExactlyWhatLiesBeneathADamagedByte) {
             ASSERT_EQ(std::memcmp(block, bad ? std::string(512, '\0').data() : &inner_[i * 512], 512), 0);
         }
         EXPECT_EQ(mismatches_.exchange(0), static_cast<int>(row.count));
+        EXPECT_EQ(last_.offset, row.offset);
+        EXPECT_EQ(last_.block, row.first + row.count - 1);
+        EXPECT_EQ(last_.is_data, row.is_data);
+        EXPECT_EQ(last_.level, row.level);
     }
 }
 
 TEST_F(Reader, TellsHolesThatAreProven) {
+    constexpr std::uint64_t HOLE = 712704;
     const int file = ::open(image_.c_str(), O_RDWR);  // some file systems fill small holes
-    ASSERT_EQ(::fallocate(file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 303104, 126976), 0);
+    ASSERT_EQ(::fallocate(file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 303104, HOLE), 0);
     const reader_ptr reader = open();
     std::uint64_t length = 0;
     int zeros = 0;
     EXPECT_EQ(ttd_reader_extent(reader.get(), 303104, inner_.size() - 303104, &length, &zeros), 0);
-    EXPECT_TRUE(zeros == 1 && length == 126976) << zeros << ' ' << length;
+    EXPECT_TRUE(zeros == 1 && length == HOLE) << zeros << ' ' << length;
+    EXPECT_EQ(ttd_reader_extent(reader.get(), 303104, 700, &length, &zeros), 0);
+    EXPECT_TRUE(zeros == 1 && length == 700) << zeros << ' ' << length;
     EXPECT_EQ(ttd_reader_extent(reader.get(), 0, 303104 + 700, &length, &zeros), 0);
     EXPECT_TRUE(zeros == 0 && length == 303104) << zeros << ' ' << length;
     EXPECT_EQ(ttd_reader_extent(reader.get(), 303105, 9, &length, &zeros), 0);
@@ -167,46 +187,126 @@ TEST_F(Reader, TellsHolesThatAreProven) {
     EXPECT_EQ(ttd_reader_extent(reader.get(), 0, 4096, &length, &zeros), 0);
     EXPECT_TRUE(zeros == 0 && length >= 512 && mismatches_ > 0);
     EXPECT_EQ(ttd_reader_extent(reader.get(), inner_.size(), 1, &length, &zeros), -EINVAL);
+    EXPECT_EQ(ttd_reader_extent(reader.get(), 0, 0, &length, &zeros), -EINVAL);
 }
 
 TEST_F(Reader, RefusesImagesAndOptions) {
-    options_.size -= 1;
-    EXPECT_EQ(open_error(), -EINVAL);
-    options_.size += 1;
-    options_.without_signature_check = 1;
-    EXPECT_EQ(open_error(), -EINVAL) << "both";
-    options_.key_path = nullptr;
-    EXPECT_EQ(open_error(), 0);
-    options_.without_signature_check = 0;
-    EXPECT_EQ(open_error(), -EINVAL) << "neither";
-    for (const char *key : {MKTFS_TEST_DATA "/rsa.pub.pem", "/no/key"}) {
-        options_.key_path = key;
-        EXPECT_EQ(open_error(), -EINVAL);
+    const std::string good = image_, short_file = dir_.file("short", std::string(4095, '\0'));
+    const struct {
+        void (*spoil)(ttd_reader_options &options);
+        int err;
+        const char *log = "";
+        std::string image = {};
+    } rows[] = {
+        {[](auto &) {}, 0},
+        {[](auto &options) { options.min_rollback = 5; }, 0},
+        {[](auto &options) { options.size -= 1; }, -EINVAL},
+        {[](auto &options) { options.without_signature_check = 1; }, -EINVAL},
+        {[](auto &options) { options.key_path = nullptr; }, -EINVAL},
+        {[](auto &options) { options.key_path = nullptr, options.without_signature_check = 1; }, 0},
+        {[](auto &options) { options.key_path = MKTFS_TEST_DATA "/rsa.pub.pem"; }, -EINVAL,
+         "failed to load key"},
+        {[](auto &options) { options.key_path = "/no/key"; }, -EINVAL, "failed to load key"},
+        {[](auto &options) { options.min_rollback = 6; }, -EINVAL, "the anti-rollback version is too low"},
+        {[](auto &options) { options.cache = "lots"; }, -EINVAL, "the cache size is none"},
+        {[](auto &) {}, -EISDIR, "", dir_.path()},
+        {[](auto &) {}, -EINVAL, "", "/dev/null"},
+        {[](auto &) {}, -ENOENT, "", "/no/image"},
+        {[](auto &) {}, -EINVAL, "", short_file},
+        {[](auto &) {}, -EINVAL, "not a ttd image of a known version", dir_.path() + "/in"},
+        {[](auto &) {}, -EINVAL, "not a ttd image of a known version",
+         dir_.file("zeros", std::string(4096, '\0'))},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(&row - rows);
+        const ttd_reader_options before = options_;
+        row.spoil(options_);
+        image_ = row.image.empty() ? good : row.image;
+        log_.clear();
+        EXPECT_EQ(open_error(), row.err);
+        EXPECT_TRUE(log_.find(row.log) != log_.npos && log_.empty() == (*row.log == 0)) << log_;
+        options_ = before;
     }
-    options_.key_path = MKTFS_TEST_DATA "/ed25519.pub.pem";
-    options_.min_rollback = 6;
-    EXPECT_EQ(open_error(), -EINVAL);
-    options_.min_rollback = 5;
-    options_.cache = "lots";
-    EXPECT_EQ(open_error(), -EINVAL);
-    options_.cache = nullptr;
+    image_ = good;
+    options_.key_path = nullptr;
+    options_.without_signature_check = 1;
+    const char *const unknown = "not a ttd image of a known version", *const no_size =
+                                                                          "the block size is none";
+    for (const auto &[at, line] : {std::pair{offsetof(ttd_superblock, magic), unknown},
+                                   {offsetof(ttd_superblock, version), unknown},
+                                   {offsetof(ttd_superblock, blksize), no_size}}) {
+        log_.clear();
+        flip(contents_of(image_).size() - 4096 + at);
+        EXPECT_EQ(open_error(), -EINVAL);
+        EXPECT_EQ(log_, line);
+        flip(contents_of(image_).size() - 4096 + at);
+    }
+    flip(contents_of(image_).size() - 4096 + offsetof(ttd_superblock, sig));
     EXPECT_EQ(open_error(), 0);
-    image_ = dir_.path();
-    EXPECT_EQ(open_error(), -EISDIR);
-    image_ += "/in";
+    options_.key_path = MKTFS_TEST_DATA "/ed25519.pub.pem";
+    options_.without_signature_check = 0;
+    log_.clear();
     EXPECT_EQ(open_error(), -EINVAL);
+    EXPECT_EQ(log_, "the signature of the superblock does not prove");
     ttd_reader *reader = nullptr;
+    EXPECT_THAT(with_each_null(ttd_reader_open, image_.c_str(), &options_, &reader),
+                testing::ElementsAre(-EINVAL));
     EXPECT_EQ(ttd_reader_open_fd(-1, &options_, &reader), -EBADF);
 }
 
+TEST_F(Reader, KeepsAFileOfItsOwnForReading) {
+    const int file = ::open(image_.c_str(), O_RDONLY);
+    ttd_reader *reader = nullptr;
+    ASSERT_EQ(ttd_reader_open_fd(file, &options_, &reader), 0);
+    const reader_ptr given(reader, ttd_reader_close), named = open();
+    ::close(file);
+    read_at_random(reader, 1, 10);
+    int found = 0;
+    for (int own = 3; own < 100; ++own) {
+        std::error_code none;
+        if (std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(own), none) == image_) {
+            EXPECT_EQ(::fcntl(own, F_GETFL) & O_ACCMODE, O_RDONLY);
+            EXPECT_EQ(::fcntl(own, F_GETFD), FD_CLOEXEC);
+            ++found;
+        }
+    }
+    EXPECT_EQ(found, 2);
+}
+
+// Each step that needs memory works or tells.
+TEST_F(Reader, SaysSoWithoutMemory) {
+    std::set<int> opens, reads, extents;
+    for (int call = 1; call < 300; ++call) {
+        fails_at = call;
+        opens.insert(open_error());
+        fails_at = 0;
+        if (call > 30)
+            continue;
+        const reader_ptr reader = open();
+        std::string data(700, '?');
+        std::uint64_t length = 0;
+        int zeros = 0;
+        fails_at = call;
+        extents.insert(ttd_reader_extent(reader.get(), 0, 9, &length, &zeros));
+        fails_at = call;
+        const int err = *reads.insert(ttd_reader_read(reader.get(), data.data(), data.size(), 5)).first;
+        fails_at = 0;
+        EXPECT_EQ(data, err == 0 ? inner_.substr(5, 700) : std::string(700, '\0'));
+    }
+    for (const auto &results : {opens, reads})
+        EXPECT_THAT(results, testing::IsSupersetOf({0, -ENOMEM}));
+}
+
 TEST_F(Reader, ServesManyThreadsAtOnce) {
-    options_.cache = "5%";
-    const reader_ptr reader = open();
-    std::vector<std::thread> threads;
-    for (unsigned i = 0; i < 8; ++i)
-        threads.emplace_back([&, i] { read_at_random(reader.get(), i + 1, 100); });
-    for (std::thread &thread : threads)
-        thread.join();
+    for (const char *cache : {"0", "1", "8", "5%", "max"}) {
+        options_.cache = cache;
+        const reader_ptr reader = open();
+        std::vector<std::thread> threads;
+        for (unsigned i = 0; i < 8; ++i)
+            threads.emplace_back([&, i] { read_at_random(reader.get(), i + 1, 40); });
+        for (std::thread &thread : threads)
+            thread.join();
+    }
     EXPECT_EQ(mismatches_, 0);
 }
 

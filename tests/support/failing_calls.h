@@ -1,8 +1,9 @@
-// Calls of the code under test that fail when they are told to.  For one source of a
-// program whose CMake file has the linker turn calls of NAME into __wrap_NAME, operator
+// Calls of the code under test that fail when they are told to.  For a program
+// whose CMake file has the linker turn calls of NAME into __wrap_NAME, operator
 // new (nothrow) among them.
 #pragma once
 
+#include <atomic>
 #include <new>
 
 #include <gtest/gtest.h>
@@ -10,12 +11,16 @@
 inline int fails_at = 0;  // counts down to the failing call; 0: none fails
 
 inline bool fails() {
-    return fails_at != 0 && --fails_at == 0;
+    const std::atomic_ref<int> calls(fails_at);
+    int left = calls;
+    while (left != 0 && !calls.compare_exchange_weak(left, left - 1)) {
+    }
+    return left == 1;
 }
 
 #define FAILING_IF(condition, result, name, failure, parameters, ...)                                        \
     extern "C" result __real_##name parameters;                                                              \
-    extern "C" result __wrap_##name parameters;                                                              \
+    extern "C" [[gnu::weak]] result __wrap_##name parameters;                                                \
     extern "C" result __wrap_##name parameters {                                                             \
         return (condition) ? failure : __real_##name(__VA_ARGS__);                                           \
     }

@@ -1,7 +1,10 @@
-// The calls of OpenSSL that a build or a verification makes, each of which fails when
-// fails() says so.  CMake's mktfs_fail_openssl() reads the names below.
+// The calls of OpenSSL and libb2 that our code makes, each of which fails when fails()
+// says so, with an error in OpenSSL's queue.  CMake's mktfs_fail_openssl() reads the names
+// below.
 #pragma once
 
+#include <blake2.h>
+#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
@@ -11,6 +14,15 @@
 
 using uchar = unsigned char;
 using md_name = const char *;
+
+inline bool fails_with_reason() {
+    const bool failing = fails();
+    if (failing)
+        ERR_raise(ERR_LIB_USER, 7);
+    return failing;
+}
+#undef FAILING
+#define FAILING(...) FAILING_IF(fails_with_reason(), __VA_ARGS__)
 
 // A line each, as CMake reads them.
 // clang-format off

@@ -1,26 +1,29 @@
 #include "support/failing_calls.h"
-
-#include "support/stderr_of.h"
+#include "support/test.h"
 #include "talg/bitmap.h"
 #include "talg/lru_cache.h"
 #include "talg/memalign.h"
 #include "talg/slab.h"
-
-#include <cerrno>
-#include <cstring>
-#include <random>
-#include <thread>
-
-#include <gmock/gmock.h>
+#include "talg/workers.h"
+#include <barrier>
+#include <numeric>
 #include <pthread.h>
 
-static bool lock_fails = false, unlock_fails = false;
+static bool lock_fails = false, unlock_fails = false, signals_fail = false;
+static std::atomic<int> live = 0;  // mutexes, conditions and attributes
 
 // clang-format off
 FAILING(void *, _ZnamRKSt9nothrow_t, nullptr, (std::size_t size, const std::nothrow_t &tag), size, tag)
 FAILING(void *, calloc, nullptr, (std::size_t count, std::size_t size), count, size)
 FAILING(int, mprotect, -1, (void *memory, std::size_t size, int protection), memory, size, protection)
-FAILING(int, pthread_mutex_init, EAGAIN, (pthread_mutex_t * mutex, const pthread_mutexattr_t *kind), mutex, kind)
+FAILING(int, pthread_mutexattr_init, EAGAIN, (pthread_mutexattr_t * kind), (++live, kind))
+FAILING(int, pthread_mutexattr_settype, EINVAL, (pthread_mutexattr_t * kind, int type), kind, type)
+FAILING(int, pthread_mutex_init, EAGAIN, (pthread_mutex_t * mutex, const pthread_mutexattr_t *kind), (++live, mutex), kind)
+FAILING(int, pthread_create, EAGAIN, (pthread_t * a, const pthread_attr_t *b, void *(*c)(void *), void *d), a, b, c, d)
+FAILING_IF(signals_fail, int, pthread_sigmask, EINVAL, (int a, const sigset_t *b, sigset_t *c), a, b, c)
+FAILING_IF((--live, false), int, pthread_mutexattr_destroy, 0, (pthread_mutexattr_t * kind), kind)
+FAILING_IF((--live, false), int, pthread_mutex_destroy, 0, (pthread_mutex_t * mutex), mutex)
+FAILING_IF((--live, false), int, pthread_cond_destroy, 0, (pthread_cond_t * condition), condition)
 FAILING_IF(lock_fails, int, pthread_mutex_lock, EAGAIN, (pthread_mutex_t * mutex), mutex)
 FAILING_IF(unlock_fails, int, pthread_mutex_unlock, EPERM, (pthread_mutex_t * mutex), mutex)
 // clang-format on
@@ -90,6 +93,10 @@ TEST_F(HashTable, KeepsTheNewestOfAKeyAndAWalkMayRemoveNodes) {
     numbers keys;
     EXPECT_EQ(talg_hash_table_foreach(table, collect_key, &keys), 0);
     EXPECT_EQ(keys, (numbers{4, 0, 1, 6, 2}));
+    const auto call_again = [](talg_hash_node *node, void *owner) {
+        return talg_hash_table_get(static_cast<talg_hash_table *>(owner), &node, &record_of(node)->key);
+    };
+    EXPECT_EQ(talg_hash_table_foreach(table, call_again, table), 0);
     EXPECT_EQ(set(records[2]), 0) << "once more";
     EXPECT_EQ(destroyed, numbers{});
     EXPECT_EQ(set(equal), 0);
@@ -150,6 +157,11 @@ TEST_F(LruCache, AFailedSetLeavesTheEntryAndTheCacheAlone) {
                   cache, [](talg_list_node *, void *) { return 9; }, nullptr),
               9);
     EXPECT_EQ(order(), numbers{0});
+    const auto call_again = [](talg_list_node *, void *owner) {
+        numbers keys;
+        return talg_lru_cache_foreach(static_cast<talg_lru_cache *>(owner), collect_key, &keys);
+    };
+    EXPECT_EQ(talg_lru_cache_foreach(cache, call_again, cache), 0);
 }
 
 TEST_F(LruCache, EvictsTheLeastRecentlyUsedEntry) {
@@ -286,6 +298,13 @@ TEST_F(Slab, KeepsTheBytesOfEveryElementAndGrowsOnlyWhenFull) {
     EXPECT_EQ(lengths(), (numbers{1, 0, 1}));
     talg_slab_free(slab, last);
     EXPECT_EQ(lengths(), (numbers{1, 1, 0}));
+    testing::internal::CaptureStdout();
+    talg_slab_print(slab);
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                testing::MatchesRegex(
+                    "slab allocator 0x[0-9a-f]+: 62 elements of 32 bytes per slab of 2048 bytes, unit "
+                    "4096 bytes\nempty slabs:\n  0x[0-9a-f]+: 62 free .mask 0x3fffffffffffffff.\n"
+                    "partly used slabs:\n  0x[0-9a-f]+: 1 free .mask 0x2000000000000000.\nfull slabs:\n"));
     EXPECT_EQ(talg_slab_alloc(slab), last);
 }
 
@@ -342,10 +361,16 @@ int make_slab(talg_slab **out) {
 }
 
 TEST(FailingCallsDeathTest, FailTheirCallerOrAbortWhenALockFails) {
+    live = 0;
     const auto make_bitmap = [](talg_bitmap **out) { return talg_bitmap_create(out, 9); };
     EXPECT_EQ(fail_each_call([&] { return works<talg_bitmap>(make_bitmap, talg_bitmap_destroy); }), 2);
-    EXPECT_EQ(fail_each_call([] { return works(make_cache, talg_lru_cache_destroy); }), 4);
-    stderr_of([] { EXPECT_EQ(fail_each_call([] { return works(make_slab, talg_slab_destroy); }), 4); });
+    const auto make_table = [](talg_hash_table **out) {
+        return talg_hash_table_create(out, masked_hash, compare_keys, nullptr, 4, 0);
+    };
+    EXPECT_EQ(fail_each_call([] { return works(make_cache, talg_lru_cache_destroy); }), 6);
+    EXPECT_EQ(fail_each_call([&] { return works<talg_hash_table>(make_table, talg_hash_table_destroy); }), 5);
+    stderr_of([] { EXPECT_EQ(fail_each_call([] { return works(make_slab, talg_slab_destroy); }), 6); });
+    EXPECT_EQ(live, 0) << "mutexes";
     talg_slab *slab = nullptr;
     ASSERT_EQ(make_slab(&slab), 0);
     for (int i = 0; i < 63; ++i)
@@ -372,48 +397,57 @@ TEST(FailingCallsDeathTest, FailTheirCallerOrAbortWhenALockFails) {
     talg_lru_cache_destroy(cache);
 }
 
-constexpr unsigned THREADS = 4;
-constexpr std::uint32_t ROUNDS = 2000;
-
-talg_slab *shared_slab;  // of keyed records
-talg_lru_cache *shared_cache;
-talg_bitmap *shared_bitmap;
-
-void use_all(unsigned thread) {
-    for (std::uint32_t i = 0; i < ROUNDS; ++i) {
-        const std::uint32_t key = i * 7 % 50;
-        talg_list_node *found = nullptr;
-        if (talg_lru_cache_get(shared_cache, &found, &key) != 0) {
-            auto *record = new (talg_slab_alloc(shared_slab)) keyed_record{key};
-            EXPECT_EQ(talg_lru_cache_set(shared_cache, &record->entry, &record->key), 0);
-        }
-        numbers keys;
-        EXPECT_EQ(talg_lru_cache_foreach(shared_cache, collect_key, &keys), 0);
-        EXPECT_LE(keys.size(), 20u);
-        const std::uint64_t bit = std::uint64_t{i} * THREADS + thread;
-        for (const auto change : {talg_bitmap_set, talg_bitmap_toggle, talg_bitmap_toggle})
-            EXPECT_EQ(change(shared_bitmap, bit), 0);
-        static_cast<void>(talg_bitmap_isset(shared_bitmap, bit ^ 1));
-    }
+// Every worker waits for the others in a piece of its own, so all of them have to be there.
+struct worker_round {
+    explicit worker_round(unsigned count) : all_there(count) {}
+    std::barrier<> all_there;
+    std::mutex lock;
+    std::set<std::size_t> pieces, workers;
+    sigset_t blocked{};
+};
+void take_piece(void *arg, std::size_t piece, unsigned worker) {
+    auto &round = *static_cast<worker_round *>(arg);
+    round.all_there.arrive_and_wait();
+    const std::lock_guard guard(round.lock);
+    round.pieces.insert(piece);
+    round.workers.insert(worker);
+    if (worker != 0)
+        pthread_sigmask(SIG_BLOCK, nullptr, &round.blocked);
 }
 
-TEST(Threads, ShareSlabCacheAndBitmap) {
-    ASSERT_EQ(talg_slab_create(&shared_slab, sizeof(keyed_record), 1, 0), 0);
-    ASSERT_EQ(talg_bitmap_create(&shared_bitmap, std::uint64_t{ROUNDS} * THREADS), 0);
-    const auto give_back = [](talg_hash_node *node, void *) { talg_slab_free(shared_slab, record_of(node)); };
-    ASSERT_EQ(talg_lru_cache_create(&shared_cache, masked_hash, compare_keys, give_back, 3, 20, 0), 0);
-    std::vector<std::thread> threads;
-    for (unsigned t = 0; t < THREADS; ++t)
-        threads.emplace_back(use_all, t);
-    for (std::thread &t : threads)
-        t.join();
-    for (std::uint64_t i = 0; i < talg_bitmap_capacity(shared_bitmap); ++i)
-        ASSERT_TRUE(talg_bitmap_isset(shared_bitmap, i));
-    talg_lru_cache_destroy(shared_cache);
-    EXPECT_EQ(talg_slab_get_lists(shared_slab)->partial.head, nullptr);
-    EXPECT_EQ(talg_slab_get_lists(shared_slab)->full.head, nullptr);
-    talg_slab_destroy(shared_slab);
-    talg_bitmap_destroy(shared_bitmap);
+TEST(Workers, TakeEveryPieceOnceAllOfThem) {
+    const struct {
+        unsigned wanted, failing, found;  // the call that fails: memory, then a thread
+    } rows[] = {{0, 0, 1}, {1, 0, 1}, {2, 0, 2},  {4, 4, 3},
+                {2, 2, 1}, {2, 1, 1}, {2, 99, 1}, {1000, 0, TALG_MAX_WORKERS}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::to_string(row.wanted) + ", failing " + std::to_string(row.failing));
+        fails_at = static_cast<int>(row.failing);
+        signals_fail = row.failing == 99;
+        talg_workers *const workers = talg_workers_create(row.wanted);
+        fails_at = signals_fail = false;
+        EXPECT_EQ(workers == nullptr, row.wanted < 2 || row.failing == 1);
+        live = workers ? 3 : 0;
+        for (int i = 0; i < 3; ++i) {
+            worker_round round(row.found);
+            talg_workers_run(workers, take_piece, &round, row.found);
+            for (const auto &found : {round.pieces, round.workers})
+                EXPECT_TRUE(found.size() == row.found && *found.rbegin() == row.found - 1);
+            for (const int signal : {SIGINT, SIGTERM, SIGXFSZ, SIGSEGV, SIGBUS})
+                EXPECT_EQ(sigismember(&round.blocked, signal),
+                          row.found > 1 && (signal == SIGINT || signal == SIGTERM));
+        }
+        sigset_t now;
+        EXPECT_EQ(pthread_sigmask(SIG_BLOCK, nullptr, &now) + sigismember(&now, SIGINT), 0);
+        talg_workers_destroy(workers);
+        EXPECT_EQ(live, 0);
+    }
+    std::size_t sum = 0;
+    const auto add = [](void *arg, std::size_t piece, unsigned) {
+        *static_cast<std::size_t *>(arg) += piece;
+    };
+    talg_workers_run(nullptr, add, &sum, 10);
+    EXPECT_EQ(sum, 45U) << "alone";
 }
 
 }  // namespace

@@ -1,14 +1,4 @@
-#include <errno.h>
-
-#include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "support/stderr_of.h"
+#include "support/test.h"
 #include "tcrypto/context.h"
 #include "tcrypto/plugin.h"
 #include "tcrypto/provider.h"
@@ -20,7 +10,7 @@ namespace {
 using testing::HasSubstr;
 
 std::atomic<int> live_states;
-int create_result, cleanups, uninits;
+int create_result, uninits;
 bool destroyed_late;
 
 int create_state(const tcrypto_algorithm *, void **state) {
@@ -64,7 +54,7 @@ constexpr tcrypto_provider NEWER = provider(register_first, 2), REENTRANT = prov
 class Library : public testing::Test {
 protected:
     void SetUp() override {
-        create_result = provider_result = cleanups = uninits = 0;
+        create_result = provider_result = uninits = 0;
         ASSERT_EQ(tcrypto_init(0, nullptr), 0);
     }
     void TearDown() override {
@@ -111,9 +101,7 @@ TEST_F(Library, RequestsAnswerByKindAndExactName) {
         {TCRYPTO_DIGEST, "sha256", "any", "openssl"},
         {TCRYPTO_DIGEST, "SHA256", nullptr, "-400"},
         {TCRYPTO_RNG, "sha256", nullptr, "-400"},
-        {TCRYPTO_MAC, "hmac-sha3-512", nullptr, "openssl"},
-        {TCRYPTO_KDF, "hkdf-sha1", nullptr, "openssl"},
-        {TCRYPTO_X509, "x509", nullptr, "openssl"},
+        {0, "sha256", nullptr, "-401"},
         {9, "sha256", nullptr, "-401"},
         {TCRYPTO_DIGEST, nullptr, nullptr, "-1"},
     };
@@ -123,10 +111,48 @@ TEST_F(Library, RequestsAnswerByKindAndExactName) {
         const int rc = tcrypto_request_algorithm(c.kind, c.name, c.plugin, 0, nullptr);
         EXPECT_EQ(rc == 0 ? "openssl" : std::to_string(rc), c.answer) << "asked without a context";
     }
+    static constexpr struct {
+        std::uint32_t kind;
+        const char *name;
+        int (*request)(const char *name, const char *plugin, std::uint32_t flags, tcrypto_ctx **out);
+        int (*supported)(const char *name, const char *plugin, std::uint32_t flags);
+    } KINDS[] = {
+        {TCRYPTO_DIGEST, "sha1", tcrypto_digest_request, tcrypto_digest_supported},
+        {TCRYPTO_RNG, "drbg-ctr-192", tcrypto_rng_request, tcrypto_rng_supported},
+        {TCRYPTO_KEYGEN, "dh", tcrypto_keygen_request, tcrypto_keygen_supported},
+        {TCRYPTO_SIGNATURE, "dsa-with-sha1", tcrypto_signature_request, tcrypto_signature_supported},
+        {TCRYPTO_CIPHER, "aes-256-xts", tcrypto_cipher_request, nullptr},
+        {TCRYPTO_MAC, "hmac-sha3-512", tcrypto_mac_request, nullptr},
+        {TCRYPTO_KDF, "hkdf-sha1", tcrypto_kdf_request, nullptr},
+        {TCRYPTO_X509, "x509", tcrypto_x509_request, nullptr},
+    };
     tcrypto_ctx_ptr ctx;
-    ASSERT_EQ(tcrypto_find_keygen_by_alg(5, th_out(ctx), nullptr), 0);
-    EXPECT_STREQ(ctx->algorithm->name, "ec");
+    for (const auto &row : KINDS) {
+        ASSERT_EQ(row.request(row.name, nullptr, 0, th_out(ctx)), 0) << row.name;
+        EXPECT_EQ(ctx->algorithm->kind, row.kind);
+        EXPECT_EQ(row.request("none", nullptr, 0, th_out(ctx)), TCRYPTO_E_NO_ALGORITHM);
+        EXPECT_EQ(row.supported ? row.supported("none", nullptr, 0) : -400, TCRYPTO_E_NO_ALGORITHM);
+        EXPECT_EQ(row.supported ? row.supported(row.name, nullptr, 0) : 0, 0);
+    }
+    const char *plugin = "*", *const generators[] = {"symmetric", "rsa",     "dsa",  "dh",
+                                                     "ec",        "ed25519", "ed448"};
+    for (std::uint32_t id = 1; id <= std::size(generators); ++id) {
+        ASSERT_EQ(tcrypto_find_keygen_by_alg(id, th_out(ctx), &plugin), 0);
+        EXPECT_STREQ(ctx->algorithm->name, generators[id - 1]);
+        EXPECT_STREQ(plugin, "openssl");
+    }
     EXPECT_EQ(tcrypto_find_keygen_by_alg(99, th_out(ctx), nullptr), TCRYPTO_E_NO_ALGORITHM);
+}
+
+TEST_F(Library, EveryErrorHasItsNumberAndText) {
+    std::uint64_t sum = 14695981039346656037U;
+    for (int code = 0; code > -1000; --code)
+        for (const char *text = tcrypto_strerror(code); *text; ++text)
+            sum = (sum ^ static_cast<unsigned char>(*text) ^ static_cast<std::uint64_t>(-code)) *
+                  1099511628211U;
+    EXPECT_EQ(sum, 11596823601401614148U) << "of all numbers and texts";
+    EXPECT_STREQ(tcrypto_strerror(TCRYPTO_E_STATE), "invalid operation in current algorithm state");
+    EXPECT_STREQ(tcrypto_strerror(1), "unknown tcrypto error");
 }
 
 TEST_F(Library, TagLists) {
@@ -230,38 +256,29 @@ TEST_F(Library, UnusableDescriptorsAndOperationsThatOneLacksAreRefused) {
     EXPECT_EQ(tcrypto_rng_instantiate(ctx.get(), nullptr, 0), TCRYPTO_E_ALGORITHM_TYPE);
 }
 
-TEST_F(Library, UninitFreesContextsThatAreStillAlive) {
-    tcrypto_plugin *const plugin = add("first", "ours", &FIRST);
-    tcrypto_ctx *released = nullptr, *kept = nullptr, *newest = nullptr;
-    ASSERT_EQ(tcrypto_request_algorithm(TCRYPTO_MAC, "both", "ours", 0, &kept), 0);
-    ASSERT_EQ(tcrypto_get_algorithm(plugin, TCRYPTO_MAC, "both", &released), 0);
-    ASSERT_EQ(tcrypto_request_algorithm(TCRYPTO_MAC, "both", "ours", 0, &newest), 0);
-    EXPECT_EQ(live_states, 3);
-    kept->cleanup = [](tcrypto_ctx *) { ++cleanups; };
-    tcrypto_release_ctx(released);
-    EXPECT_EQ(tcrypto_uninit(), 0);
-    EXPECT_EQ(live_states, 0);
-    EXPECT_EQ(cleanups, 1);
-    EXPECT_EQ(uninits, 1);
-}
-
 TEST_F(Library, UninitTakesContextsThatHoldOthersOfAnyProvider) {
     static tcrypto_ctx *held;
     for (const bool older_holds : {true, false}) {
         SCOPED_TRACE(older_holds);
         uninits = 0;
         destroyed_late = false;
-        add("first", "ours", &FIRST);
+        tcrypto_plugin *const first = add("first", "ours", &FIRST);
         add("second", "theirs", &SECOND);
-        tcrypto_ctx *older = nullptr, *newer = nullptr, *third = nullptr;
+        tcrypto_ctx *older = nullptr, *newer = nullptr, *third = nullptr, *released = nullptr,
+                    *newest = nullptr;
         ASSERT_EQ(tcrypto_request_algorithm(TCRYPTO_MAC, "both", "ours", 0, &older), 0);
         ASSERT_EQ(tcrypto_request_algorithm(TCRYPTO_MAC, "both", older_holds ? "ours" : "theirs", 0, &newer),
                   0);
         ASSERT_EQ(tcrypto_request_algorithm(TCRYPTO_MAC, "both", "ours", 0, &third), 0);
+        ASSERT_EQ(tcrypto_request_algorithm(TCRYPTO_MAC, "both", "ours", 0, &released), 0);
+        ASSERT_EQ(tcrypto_get_algorithm(first, TCRYPTO_MAC, "both", &newest), 0);
+        EXPECT_EQ(live_states, 5);
+        tcrypto_release_ctx(released);
         held = older_holds ? newer : older;
         (older_holds ? older : newer)->cleanup = [](tcrypto_ctx *) { tcrypto_release_ctx(held); };
         EXPECT_EQ(tcrypto_uninit(), 0);
         EXPECT_EQ(live_states, 0);
+        EXPECT_EQ(uninits, older_holds ? 1 : 2);
         EXPECT_FALSE(destroyed_late) << "by a provider that is gone";
         ASSERT_EQ(tcrypto_init(0, nullptr), 0);
     }

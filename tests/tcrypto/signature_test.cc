@@ -1,4 +1,5 @@
 #include "key_fixture.h"
+#include "support/test.h"
 
 namespace {
 
@@ -74,6 +75,70 @@ TEST_F(signature_test, TellsWrongSignaturesFromUnreadableOnes) {
             EXPECT_EQ(log.substr(0, 36), expected == DIFFERS ? "" : "tc_openssl: failed to verify digest ");
         }
     }
+}
+
+// By the value of the digest and of the data in parts.
+TEST_F(signature_test, SignsAndVerifiesInEveryForm) {
+    const std::pair<const char *, const char *> rows[] = {
+        {"rsa-with-sha3-512", "rsa"}, {"dsa-with-sha256", "dsa"}, {"ecdsa-with-sha384", "ec"}};
+    for (const auto &[name, keys] : rows) {
+        SCOPED_TRACE(name);
+        const tcrypto_ctx_ptr ctx = request(name);
+        const tcrypto_ctx_ptr digest = key_test::request(TCRYPTO_DIGEST, std::strstr(name, "-with-") + 6);
+        const tcrypto_key_ptr secret = load(keys, keys + PEM), open_half = load(keys, keys + PUB);
+        std::uint8_t value[64], signed_value[256], signed_parts[256];
+        std::size_t size = 0, lengths[] = {256, 256};
+        int results[] = {0, 0};
+        EXPECT_EQ(tcrypto_digest(digest.get(), MESSAGE.data(), MESSAGE.size(), value, &size), 0);
+        const auto start_parts = [&](const tcrypto_key_ptr &key, const tcrypto_signature_params &params) {
+            start(ctx, key, params);
+            EXPECT_EQ(tcrypto_signature_update(ctx.get(), MESSAGE.data(), 5), 0);
+            EXPECT_EQ(tcrypto_signature_update(ctx.get(), MESSAGE.data() + 5, MESSAGE.size() - 5), 0);
+        };
+        start(ctx, secret, SIGN);
+        EXPECT_EQ(tcrypto_signature_sign_without_digest(ctx.get(), value, size, signed_value, &lengths[0]),
+                  0);
+        start_parts(secret, SIGN);
+        EXPECT_EQ(tcrypto_signature_sign(ctx.get(), signed_parts, &lengths[1]), 0);
+        start_parts(open_half, VERIFY);
+        EXPECT_EQ(tcrypto_signature_verify(ctx.get(), signed_value, lengths[0], &results[0]), 0);
+        start(ctx, open_half, VERIFY);
+        EXPECT_EQ(tcrypto_signature_verify_without_digest(ctx.get(), value, size, signed_parts, lengths[1],
+                                                          &results[1]),
+                  0);
+        EXPECT_EQ(results[0] + results[1], 2);
+    }
+}
+
+TEST_F(signature_test, RefusesWhatIsMissing) {
+    const tcrypto_ctx_ptr ctx = request("rsa-with-sha1");
+    tcrypto_key_ptr key = load("rsa", "rsa.pem");
+    bytes room(256, 0);
+    std::size_t length = room.size();
+    int result = 1;
+    EXPECT_EQ(with_each_null(tcrypto_signature_init, ctx.get(), key.get(), &SIGN), (std::set{-1, -300}));
+    tcrypto_signature_params params = SIGN;
+    const auto restart = [&] { start(ctx, key, params); };
+    const auto *in = MESSAGE.data();
+    std::uint8_t *out = room.data();
+    const std::set<int> signing[] = {
+        with_each_null(restart, tcrypto_signature_update, ctx.get(), in, 1),
+        with_each_null(restart, tcrypto_signature_sign, ctx.get(), out, &length),
+        with_each_null(restart, tcrypto_signature_sign_oneshot, ctx.get(), in, 1, out, &length),
+        with_each_null(restart, tcrypto_signature_sign_without_digest, ctx.get(), in, 20, out, &length),
+    };
+    key = load("rsa", "rsa.pub.pem");
+    params = VERIFY;
+    const std::set<int> verifying[] = {
+        with_each_null(restart, tcrypto_signature_verify, ctx.get(), out, 256, &result),
+        with_each_null(restart, tcrypto_signature_verify_oneshot, ctx.get(), in, 1, out, 256, &result),
+        with_each_null(restart, tcrypto_signature_verify_without_digest, ctx.get(), in, 20, out, 256,
+                       &result),
+    };
+    EXPECT_THAT(signing, testing::Each(std::set{-1}));
+    EXPECT_THAT(verifying, testing::Each(std::set{-1}));
+    EXPECT_EQ(tcrypto_signature_update(ctx.get(), in, 1), -412) << "the last one concluded";
+    EXPECT_EQ(tcrypto_signature_sigsize(nullptr) + tcrypto_signature_sigsize(keygen("rsa").get()), 0U);
 }
 
 TEST_F(signature_test, ChecksPaddingAndSaltOfRsa) {

@@ -1,11 +1,6 @@
+#include "support/test.h"
 #include "th/base.h"
 #include "th/error.h"
-
-#include <cerrno>
-#include <cstring>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <string>
 
 namespace {
 

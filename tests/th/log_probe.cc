@@ -6,14 +6,17 @@
 //   cl                  switches to command line mode
 //   show=NAME           prints destinations and the two levels that count
 //   full                sends standard output to a full device
+//   join                sends standard error to where standard output goes
 //   edges               logs before the contexts exist and after they are gone
 //   clash               registers alpha's variable under another name
-// A result that is not 0 is printed on standard error.
+// A result that is not 0 is printed on standard error.  FAIL in the environment numbers
+// the allocation that fails.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <map>
+#include <new>
 #include <string>
 #include <unistd.h>
 
@@ -75,6 +78,7 @@ const std::map<std::string, int (*)(const char *)> VERBS = {
     {"cl", [](const char *) { return th_log_set_cl_mode(); }},
     {"show", show},
     {"full", [](const char *) { return dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO) < 0 ? -1 : 0; }},
+    {"join", [](const char *) { return dup2(STDOUT_FILENO, STDERR_FILENO) < 0 ? -1 : 0; }},
     {"edges", [](const char *) { return 0; }},
     {"clash", [](const char *) { return th_log_registration("other", &alpha), 0; }},
 };
@@ -89,6 +93,14 @@ void run(const std::string &argument) {
 }
 
 }  // namespace
+
+// Linked with -Wl,--wrap: operator new (nothrow).
+extern "C" void *__real__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t &tag);
+extern "C" void *__wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t &tag);
+extern "C" void *__wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t &tag) {
+    static int left = std::getenv("FAIL") ? std::atoi(std::getenv("FAIL")) : 0;
+    return --left == 0 ? nullptr : __real__ZnwmRKSt9nothrow_t(size, tag);
+}
 
 int main(int argc, char **argv) {
     for (int i = 1; i < argc; i++)

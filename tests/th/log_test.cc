@@ -1,21 +1,21 @@
-#include "th/log.h"
-
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <string>
-#include <string_view>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include "support/stderr_of.h"
+#include "support/failing_calls.h"
 #include "support/temp_dir.h"
+#include "support/test.h"
+#include "th/log.h"
 
 TH_LOG_CONTEXT_DEFINE(test_log, "test");
 
+static bool lock_fails = false, unlock_fails = false, realloc_fails = false;
+
+// clang-format off
+FAILING_IF(realloc_fails, void *, realloc, nullptr, (void *memory, std::size_t size), memory, size)
+FAILING_IF(lock_fails, int, pthread_mutex_lock, EAGAIN, (pthread_mutex_t * mutex), mutex)
+FAILING_IF(unlock_fails, int, pthread_mutex_unlock, EPERM, (pthread_mutex_t * mutex), mutex)
+// clang-format on
+
 namespace {
+
+const char *const no_format = nullptr;
 
 // The numbers of threads, and of lines in other files, become N.
 std::string without_numbers(std::string text) {
@@ -88,8 +88,6 @@ TEST(Log, EnvironmentThenUpdatesThenCommandLineMode) {
         {"template of its own name before the one of all", "",
          "update=all:stderr=info;new:stderr=debug1|new=new|show=new|show=alpha|show=all",
          "0x200000 7 5\n0x200000 6 5\n0x200000 6 5\n", ""},
-        {"names of one hash list", "", "update=bb:stderr=debug2;eg:stderr=info|new=eg|show=eg|show=bb",
-         "0x200000 6 5\n0x200000 8 5\n", ""},
         {"back to the default context, not by a faulty update", "",
          "update=alpha:stdout=info,~stderr=none;default:stdout=debug1|show=alpha|update=alpha:stderr=default|"
          "show=alpha|update=alpha:default;new:stdout;beta:stdout=x|show=alpha|show=new|update=alpha:default|"
@@ -103,8 +101,10 @@ TEST(Log, EnvironmentThenUpdatesThenCommandLineMode) {
          "update=default:stderr=error;new:stderr,stdout|new=new|show=new", "0x300000 3 5\n", ""},
         {"names are cut at 32 characters, their NUL included", "",
          "new=" + NAME_31 + "XYZ|show=" + NAME_31 + "|show=" + NAME_31 + "X", "0x200000 5 5\n", "= 2\n"},
-        {"names are cleaned", "", "new=all|update=_ll:stdout|show=_ll|new=a b|show=a_b", "0x300000 5 5\n",
-         "= 17\n= 2\n"},
+        {"names are cleaned", "", "new=all|update=_ll:stdout|show=_ll|new=_ll|new=a b|show=a_b",
+         "0x300000 5 5\n", "= 17\n= 2\n"},
+        {"what is on its way goes first", "", "show=alpha|join|alpha:3:bad",
+         "0x200000 5 5\nalpha: bad [probe.cc(7)]\n", ""},
         {"a variable in force locks", "TH_LOG_CONFIG_CTX=alpha:stdout",
          "update=alpha:stdout=all|update=?|show=alpha", "0x300000 5 5\n", "= 1\n= 1\n"},
         {"unless told otherwise", "TH_LOG_CONFIG_CTX=alpha:stdout|TH_LOG_CONFIG_LOCKED=0",
@@ -142,6 +142,19 @@ TEST(Log, RefusedVariablesBringTheDefaultsBack) {
            "0x200000 5 5\n",
            "th: TH_LOG_CONFIG_CTX__th_log_probe environment variable error ('?') (22, Invalid argument) "
            "[log_state.cc(N)]\n"});
+}
+
+TEST(Log, AbortsWithoutMemoryToStart) {
+    for (int call = 1; call <= 10; ++call) {
+        const probe_result result =
+            run_probe("FAIL=" + std::to_string(call) + "|TH_LOG_CONFIG_CTX=alpha", "");
+        EXPECT_EQ(WTERMSIG(result.status), SIGABRT) << call;
+        const std::string reason = "(12, Cannot allocate memory)";
+        const std::string variable =
+            "th: TH_LOG_CONFIG_CTX environment variable error ('alpha') " + reason + " [log_state.cc(N)]\n";
+        EXPECT_EQ(result.err,
+                  (call > 5 ? variable : "") + "OOM initializing logging config, aborting " + reason + "\n");
+    }
 }
 
 TEST(Log, AbortsWhenTwoNamesShareAVariable) {
@@ -195,7 +208,75 @@ TEST(Log, WritesMessagesOfEveryLengthWhole) {
     const std::string line = stderr_of([&] { th_log_bin_ex(&site, bytes.data(), bytes.size(), "key\n"); });
     EXPECT_TRUE(line.starts_with("test: key a5a5") && line.ends_with("a5a5 [f.cc(1)]\n"));
     EXPECT_EQ(line.size(), 2 * bytes.size() + 21);
-    EXPECT_EQ(th_log_bin_ex(&site, nullptr, 1, "x"), EINVAL);
+    errno = EIO;
+    EXPECT_EQ(stderr_of([&] {
+                  EXPECT_EQ(th_log_bin_ex(&site, nullptr, 1, "x"), EINVAL);
+                  EXPECT_EQ(th_log_bin_ex(&site, nullptr, 0, "x"), 0);
+                  EXPECT_EQ(th_log_bin_ex(&site, "", 0, no_format), EINVAL);
+                  EXPECT_EQ(th_log_ex(&site, no_format), EINVAL);
+                  EXPECT_EQ(th_log_ex(&site, "%ls", L"\xd800"), EILSEQ);
+              }),
+              "test: x [f.cc(1)]\n");
+    realloc_fails = true;
+    const std::string cut = stderr_of([&] { EXPECT_EQ(th_log_ex(&site, "%200000d", 1), ENOMEM); });
+    realloc_fails = false;
+    EXPECT_EQ(cut, "test: " + std::string(1017, ' ') + "\n");
+    EXPECT_EQ(errno, EIO) << "as ever";
+}
+
+TEST(Log, RefusesWhatIsMissingOrUnknown) {
+    th_log_context *nobody = nullptr;
+    std::int32_t level = 0;
+    std::uint32_t bits = 0;
+    char name[] = "default a(Z)#+-.<>[]_09/~", again[] = "th", empty[] = "";
+    const std::set<int> results[] = {
+        with_each_null(th_log_context_create, "x", &nobody),
+        with_each_null(th_log_context_destroy, &nobody),
+        with_each_null(th_log_context_normalize_name, name),
+        with_each_null(th_log_update_config, "test"),
+        with_each_null(th_log_get_verbosity, &test_log, TH_LOG_STDERR, &level),
+        with_each_null(th_log_get_verbosity_by_name, "test", TH_LOG_STDERR, &level),
+        with_each_null(th_log_get_destinations_by_name, "test", &bits),
+        with_each_null(th_log_dump_context_config, "title", &test_log),
+        {th_log_context_create("", &nobody), th_log_context_normalize_name(empty)},
+    };
+    EXPECT_THAT(results, testing::Each(std::set{EINVAL}));
+    const int unknown[] = {th_log_get_verbosity(&nobody, TH_LOG_STDERR, &level),
+                           th_log_get_verbosity_by_name("nobody", TH_LOG_STDERR, &level),
+                           th_log_get_destinations_by_name("nobody", &bits),
+                           th_log_dump_context_config("title", &nobody)};
+    EXPECT_THAT(unknown, testing::Each(ENOENT));
+    EXPECT_EQ(th_log_context_normalize_name(name) + th_log_context_normalize_name(again), 0);
+    EXPECT_EQ(name + std::string(again), "default_a(Z)#+-.<>[]_09___h");
+    EXPECT_EQ(th_log_context_create("a context", &nobody), 0);
+    EXPECT_EQ(th_log_context_create("a_context", &nobody), 0) << "the same";
+    for (const auto *context : {"a_context", "nobody"})
+        EXPECT_EQ(th_log_get_destinations_by_name(context, &bits), context[1] == '_' ? 0 : ENOENT);
+    EXPECT_EQ(th_log_context_destroy(&nobody), 0);
+    EXPECT_EQ(nobody, nullptr);
+    EXPECT_EQ(th_log_context_destroy(&nobody), 0) << "nothing to do";
+    EXPECT_EQ(th_log_get_destinations_by_name("a_context", &bits), ENOENT);
+}
+
+// Without memory nothing of a text is applied, and no context made.
+TEST(Log, TakesAllOfATextOrNothing) {
+    int round = 0;
+    const int calls = fail_each_call([&] {
+        const std::string name = "late" + std::to_string(++round);
+        th_log_context *late = nullptr;
+        std::int32_t level = 0;
+        const bool updated =
+            th_log_update_config((name + ":stderr=info;default:stderr=info;o" + name).c_str()) == 0;
+        EXPECT_EQ(th_log_get_verbosity_by_name("default", TH_LOG_STDERR, &level), 0);
+        EXPECT_EQ(level, updated ? TH_LOG_INFO : TH_LOG_NOTICE);
+        const bool created = updated && th_log_context_create(name.c_str(), &late) == 0;
+        EXPECT_EQ(th_log_get_verbosity(&late, TH_LOG_STDERR, &level), created ? 0 : ENOENT);
+        const int left = std::exchange(fails_at, 0);
+        EXPECT_EQ(th_log_context_destroy(&late) | th_log_update_config("default:stderr=notice"), 0);
+        fails_at = left;
+        return created;
+    });
+    EXPECT_GT(calls, 10);
 }
 
 TEST(Log, ChecksAndReadsBackWithoutWriting) {
@@ -211,10 +292,14 @@ TEST(Log, ChecksAndReadsBackWithoutWriting) {
     EXPECT_EQ(th_log_get_verbosity(&test_log, TH_LOG_XLOG2, &level), 0);
     EXPECT_EQ(level, TH_LOG_NOTICE);
     EXPECT_EQ(th_log_get_verbosity(&test_log, TH_LOG_ALL_DESTINATIONS, &level), EINVAL);
-    th_log_context *nobody = nullptr;
-    EXPECT_EQ(th_log_get_verbosity(&nobody, TH_LOG_STDERR, &level), ENOENT);
     EXPECT_EQ(stderr_of([] { th_log_dump_context_config("new context", &test_log); }),
               "new context: test:xlog=default,xlog2=default,stderr=default,stdout=default\n");
+}
+
+TEST(Log, AbortsWhenALockFails) {
+    const auto log_when = [](bool &failing) { failing = true, th_log_ex(nullptr, "x"); };
+    EXPECT_DEATH(log_when(lock_fails), "^Failed to lock mutex, aborting \\(11, ");
+    EXPECT_DEATH(log_when(unlock_fails), "^Failed to unlock mutex, aborting \\(1, ");
 }
 
 TEST(Log, AbortsOnErrno) {

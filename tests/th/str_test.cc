@@ -1,12 +1,5 @@
+#include "support/test.h"
 #include "th/str.h"
-
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <gtest/gtest.h>
-#include <optional>
-#include <string>
 
 namespace {
 
@@ -72,6 +65,7 @@ TEST(Str, ConvertsToTheWholeRangeAndNoFurther) {
         {"signal", signal, "io", 0, 29},
         {"signal", signal, "IOT", 0, 6},
         {"signal", signal, "0", ERANGE, 1},
+        {"signal", signal, "-1", ERANGE, 1},
         {"signal", signal, "66", ERANGE, 65},
         {"signal", signal, "15 ", EINVAL, UNCHANGED},
         {"uid", uid, "root", 0, 0},

@@ -1,13 +1,11 @@
 // The engine as a library: superblocks, caches, ranges, single blocks and many
 // threads on one image.
-#include <openssl/evp.h>
-
-#include <atomic>
-#include <thread>
-
 #include "support/failing_calls.h"
+#include "support/test.h"
+#include "talg/workers.h"
 #include "ttd/path.h"
 #include "ttd/test_image.h"
+#include <openssl/evp.h>
 
 // The next digest of these bytes fails, or the call that fails() counts.
 static image_bytes fails_on;
@@ -20,6 +18,7 @@ static bool digest_fails(const void *data, std::size_t length) {
 }
 
 // clang-format off
+FAILING(void *, _ZnamRKSt9nothrow_t, nullptr, (std::size_t size, const std::nothrow_t &tag), size, tag)
 FAILING(int, EVP_DigestInit_ex, 0, (EVP_MD_CTX * a, const EVP_MD *b, ENGINE *c), a, b, c)
 FAILING_IF(digest_fails(b, c), int, EVP_DigestUpdate, 0, (EVP_MD_CTX * a, const void *b, size_t c), a, b, c)
 FAILING(int, EVP_DigestFinal_ex, 0, (EVP_MD_CTX * a, unsigned char *b, unsigned *c), a, b, c)
@@ -102,6 +101,77 @@ TEST(Caches, OptionTexts) {
     }
 }
 
+TEST(Caches, KeepPinnedBuffersAndGiveTheOthersBack) {
+    talg_slab *slab = nullptr;
+    ttd_lru_cache *cache = nullptr;
+    ASSERT_EQ(talg_slab_create(&slab, 32, 1, 0) + ttd_lru_cache_create(&cache, 1), 0);
+    const auto fresh = [&] { return static_cast<std::uint8_t *>(ttd_slab_alloc(slab)); };
+    std::uint8_t *const first = fresh(), *const second = fresh();
+    ttd_cache_entry *one = nullptr, *two = nullptr, *again = nullptr, *none = nullptr;
+    ASSERT_EQ(ttd_lru_cache_add(cache, 1, first, slab, &one), 0);
+    ASSERT_EQ(ttd_lru_cache_get(cache, 1, &again), 0);
+    EXPECT_EQ(again, one);
+    ttd_cache_unpin(again);
+    EXPECT_FALSE(ttd_cache_is_proven(one));
+    ttd_cache_set_proven(one);
+    EXPECT_TRUE(ttd_cache_is_proven(one));
+    ASSERT_EQ(ttd_lru_cache_add(cache, 2, second, slab, &two), 0) << "which takes the place of 1";
+    none = two;
+    EXPECT_EQ(ttd_lru_cache_get(cache, 1, &none), ENOENT);
+    EXPECT_EQ(none, nullptr);
+    EXPECT_EQ(ttd_cache_buffer(one), first) << "still pinned";
+    std::uint8_t *const third = fresh();
+    EXPECT_TRUE(third != first && third != second);
+    ttd_cache_unpin(one);
+    EXPECT_EQ(fresh(), first) << "given back";
+    ttd_cache_unpin(two);
+    EXPECT_NE(fresh(), second) << "the cache has it";
+    EXPECT_EQ(ttd_lru_cache_hits(cache), 1U);
+    EXPECT_EQ(ttd_lru_cache_slots(cache), 1U);
+    fails_at = 1;
+    EXPECT_EQ(ttd_lru_cache_add(cache, 3, third, slab, &none), ENOMEM);
+    EXPECT_EQ(ttd_lru_cache_get(cache, 2, &two), 0) << "stays";
+    ttd_cache_unpin(two);
+    ttd_lru_cache_destroy(cache);
+    EXPECT_EQ(fresh(), second);
+    ttd_cache_unpin(nullptr);
+    EXPECT_EQ(ttd_lru_cache_hits(nullptr) + ttd_lru_cache_slots(nullptr), 0U);
+    talg_slab_destroy(slab);
+}
+
+// No more slots than the blocks that are there can need, whatever the superblock says.
+TEST(Caches, AreMadeWholeOrNotAtAll) {
+    engine_image image;
+    ttd_ctx &ctx = image.ctx;
+    ctx.info.present_blocks = 160;
+    image.begin(1000);
+    for (const auto *cache : {ctx.block_cache, ctx.hash_cache})
+        EXPECT_EQ(ttd_lru_cache_slots(cache), 2U * 10 + TTD_MAX_LEVELS);
+    EXPECT_TRUE(talg_slab_elemsize(ctx.hash_slab) == 32 && talg_slab_elemsize(ctx.block_slab) == 512);
+    const auto forget = [&] { ttd_free_caches(&ctx), ttd_free_slabs(&ctx); };
+    forget();
+    const int calls = fail_each_call([&] {
+        const bool slabs = ttd_create_slabs(&ctx, 3) == 0, made = slabs && ttd_create_caches(&ctx, 3) == 0;
+        EXPECT_TRUE(!!ctx.hash_slab == slabs && !!ctx.block_slab == slabs);
+        EXPECT_TRUE(!!ctx.hash_cache == made && !!ctx.block_cache == made);
+        forget();
+        return made;
+    });
+    EXPECT_GE(calls, 10);
+    ASSERT_EQ(ttd_create_slabs(&ctx, 3), 0);
+}
+
+TEST(Log, WritesBytesAsHexadecimal) {
+    const log_capture log;
+    const std::uint8_t bytes[] = {0x00, 0x1f, 0xa9};
+    ttd_register_log_fct(mktfs_log);
+    ttd_register_log_fct(nullptr);
+    ttd_print_hex_data("label", bytes, 3);
+    EXPECT_EQ(log.text(), "label: 001fa9\n");
+    ttd_register_log_fct(ttd_log_default);
+    EXPECT_EQ(stderr_of([] { EXPECT_EQ(ttd_log(TTD_LOG_PLAIN, "%d", 10), 2); }), "10");
+}
+
 TEST(Range, CutsAtTheDataEndAndAtTheMaximum) {
     engine_image image({.size = 5120});
     const struct {
@@ -125,6 +195,8 @@ TEST(Range, CutsAtTheDataEndAndAtTheMaximum) {
         EXPECT_EQ(range.first, c.first);
         EXPECT_EQ(range.end, c.end);
         EXPECT_EQ(range.skip, c.skip);
+        EXPECT_EQ(range.aligned_offset, std::uint64_t{c.first} * 512);
+        EXPECT_EQ(range.aligned_length, std::min(c.maximum, std::uint64_t{c.end - c.first} * 512));
         EXPECT_EQ(range.count, c.count);
     }
     ttd_range untouched = {.first = 7, .end = 7, .count = 7};
@@ -413,43 +485,44 @@ TEST(Hash, TheZeroHashIsForZeroDataBlocksOnly) {
         }
 }
 
-[[gnu::format(printf, 2, 3)]] int ignore_message(int, const char *, ...) {
-    return 0;
-}
-
-// Another program reads on demand: threads with random ranges, some of them over
-// damage, on one context.
-TEST(Verify, ThreadsShareOneContext) {
-    engine_image image;
-    constexpr std::uint32_t damaged = 150;
-    image.bytes[damaged * 512] ^= 1;
-    for (const std::size_t slots : {0UL, 1UL, 8UL, 100UL}) {
-        SCOPED_TRACE(slots);
-        image.begin(slots);
-        ttd_register_log_fct(ignore_message);
-        std::atomic<int> wrong = 0;
-        const auto reader = [&](unsigned seed) {
-            std::mt19937 random(seed);
-            tcrypto_ctx *digest = nullptr;
-            wrong += ttd_hash_init(&image.ctx, &digest) != 0;
-            for (int i = 0; i < 150; ++i) {
-                ttd_range range;
-                range.first = static_cast<std::uint32_t>(random() % BLOCKS);
-                range.end = std::min(BLOCKS, range.first + static_cast<std::uint32_t>(random() % 40));
-                const bool bad = range.first <= damaged && damaged < range.end;
-                wrong += ttd_verify_range(&image.ctx, &range, digest, nullptr, nullptr, nullptr) !=
-                         (bad ? EIO : 0);
-            }
-            ttd_hash_done(digest);
-        };
-        std::vector<std::thread> threads;
-        for (unsigned i = 0; i < 4; ++i)
-            threads.emplace_back(reader, i);
-        for (std::thread &thread : threads)
-            thread.join();
-        EXPECT_EQ(wrong, 0);
-        EXPECT_EQ(image.bits()[damaged], 'X');
+// What the workers do in common is what the caller does alone, where he finds no memory for them.
+TEST(Verify, WorkersShareARangeOfManyPieces) {
+    static constexpr std::uint32_t FIRST = 7, COUNT = 1300;  // of 4096 bytes, in pieces of 512
+    struct told_blocks {
+        std::atomic<int> hashed[COUNT] = {};
+        std::uint32_t passed = FIRST;
+    };
+    engine_image image({.size = COUNT * 4096, .block = 4096});
+    talg_workers *const workers = talg_workers_create(3);
+    std::string bits(FIRST, 'X');
+    bits.append(COUNT - FIRST, '.');
+    for (const std::uint32_t damaged : {511U, 512U, 900U, 1299U}) {
+        image.bytes[std::size_t{damaged} * 4096] ^= 1;
+        bits[damaged] = 'X';
     }
+    for (const auto &[call, given] :
+         {std::pair{0, true}, {0, false}, {1, false}, {2, true}, {3, false}, {5, false}}) {
+        SCOPED_TRACE(call);
+        told_blocks told;
+        ttd_range range = {
+            .first = FIRST, .end = COUNT, .passed_arg = &told, .workers = workers, .worker_count = 3};
+        range.hashed = [](void *arg, std::uint32_t first, std::uint32_t count) {
+            for (std::uint32_t i = first; i < first + count; ++i)
+                ++static_cast<told_blocks *>(arg)->hashed[i];
+        };
+        range.passed = [](void *arg, std::uint32_t first, std::uint32_t count) {
+            EXPECT_EQ(std::exchange(static_cast<told_blocks *>(arg)->passed, first + count), first);
+        };
+        image.begin(0);
+        fails_at = call;
+        const std::uint8_t *data = given ? &image.bytes[FIRST * 4096] : nullptr;
+        EXPECT_EQ(ttd_verify_range(&image.ctx, &range, image.digest, data, nullptr, nullptr), EIO);
+        EXPECT_EQ(std::exchange(fails_at, 0), 0);
+        EXPECT_EQ(told.passed, COUNT);
+        EXPECT_EQ(std::count(told.hashed, told.hashed + COUNT, 1), COUNT - FIRST);
+        EXPECT_EQ(image.bits(), bits);
+    }
+    talg_workers_destroy(workers);
 }
 
 }  // namespace

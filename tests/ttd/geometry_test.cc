@@ -1,9 +1,5 @@
+#include "support/test.h"
 #include "ttd/geometry.h"
-
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <vector>
 
 namespace {
 

@@ -1,15 +1,9 @@
 // Images that the model makes, in memory, and the engine on one of them.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <cerrno>
-#include <cstdlib>
-#include <random>
-
 #include "support/image_model.h"
 #include "support/log_capture.h"
+#include "support/test.h"
 #include "ttd/caches.h"
 #include "ttd/engine_log.h"
 #include "ttd/hash.h"

@@ -1,0 +1,209 @@
+// Every call of OpenSSL and libb2 and every allocation fails once: what was asked for
+// then fails as well, and the library goes on afterwards.
+#include "key_fixture.h"
+#include "support/failing_openssl.h"
+#include "support/test.h"
+#include "tcrypto/context.h"
+
+static std::multiset<std::size_t> wiped;  // bytes
+
+// What the next `left` calls of `call` answer.
+static struct {
+    std::string call;
+    int left, answer, error;
+} trouble;
+
+static bool waits;  // whether the last read was one that waits
+
+static bool in_trouble(const char *call) {
+    errno = trouble.call == call && trouble.left != 0 ? trouble.error : errno;
+    return trouble.call == call && trouble.left-- > 0;
+}
+
+// clang-format off
+FAILING_IF(in_trouble("fstat64"), int, fstat64, trouble.answer, (int a, struct stat64 *b), a, b)
+FAILING_IF(in_trouble("fchmod"), int, fchmod, trouble.answer, (int a, mode_t b), a, b)
+FAILING_IF((waits = (fcntl(a, F_GETFL) & O_NONBLOCK) == 0, in_trouble("read")), ssize_t, read, trouble.answer, (int a, void *b, size_t c), a, b, c)
+FAILING_IF(in_trouble("write"), ssize_t, write, trouble.answer, (int a, const void *b, size_t c), a, b, c)
+FAILING_IF(in_trouble("close"), int, close, (__real_close(a), trouble.answer), (int a), a)
+FAILING_IF((wiped.insert(b), false), void, explicit_bzero, static_cast<void>(0), (void *a, size_t b), a, b)
+// clang-format on
+
+namespace {
+
+class failing_calls : public key_test {
+protected:
+    // `make` gets the address for a key.
+    template <class Make>
+    static tcrypto_key_ptr key_of(Make make) {
+        tcrypto_key *key = nullptr;
+        const int rc = make(&key);
+        EXPECT_EQ(rc == 0, key != nullptr);
+        return tcrypto_key_ptr(key);
+    }
+    static bool digests(const char *name) {
+        const tcrypto_ctx_ptr ctx = request(TCRYPTO_DIGEST, name);
+        tcrypto_ctx *copy = nullptr;
+        std::uint8_t out[128];
+        const bool copied = ctx && tcrypto_digest_init(ctx.get()) == 0 &&
+                            tcrypto_digest_update(ctx.get(), "a", 1) == 0 &&
+                            tcrypto_digest_copy(ctx.get(), &copy) == 0;
+        const tcrypto_ctx_ptr owner(copy);
+        return copied && tcrypto_digest_final(copy, out, nullptr) == 0 &&
+               tcrypto_digest(ctx.get(), "a", 1, out, nullptr) == 0 &&
+               tcrypto_digest_blocks(ctx.get(), {"s", 1}, {"ab", 1, 2}, out) == 0;
+    }
+    static bool draws() {
+        const tcrypto_ctx_ptr ctx = request(TCRYPTO_RNG, "drbg-ctr-128");
+        std::uint8_t out[8];
+        return ctx && tcrypto_rng_instantiate(ctx.get(), nullptr, 0) == 0 &&
+               tcrypto_rng_instantiate(ctx.get(), "afresh", 6) == 0 &&
+               tcrypto_rng_reseed(ctx.get(), nullptr, 0) == 0 &&
+               tcrypto_rng_generate(ctx.get(), out, 8) == 0 && tcrypto_random_bytes(out, 8) == 0;
+    }
+    static bool keeps_symmetric_keys() {
+        const tcrypto_ctx_ptr ctx = request(TCRYPTO_KEYGEN, "symmetric");
+        return ctx && key_of([&](auto out) { return tcrypto_generate_key(ctx.get(), 128, out); }) &&
+               key_of([&](auto out) { return tcrypto_key_from_mem(ctx.get(), out, "key", 3); });
+    }
+    static bool signs(const std::string &name, const char *signature, tcrypto_signature_params params) {
+        const tcrypto_ctx_ptr keys = request(TCRYPTO_KEYGEN, name);
+        const tcrypto_key_ptr secret = keys ? load(name, name + ".pem") : nullptr;
+        const tcrypto_key_ptr open_half = secret ? load(name, name + ".pub.pem") : nullptr;
+        const tcrypto_ctx_ptr ctx = open_half ? request(TCRYPTO_SIGNATURE, signature) : nullptr;
+        std::uint8_t out[512];
+        std::size_t length = sizeof out;
+        int matches = 0;
+        if (!ctx ||
+            !key_of([&](auto to) { return tcrypto_pubkey_from_privkey(keys.get(), secret.get(), to); }) ||
+            tcrypto_privkey_to_file(secret.get(), (folder() / "out").c_str(), TCRYPTO_FORMAT_PEM) != 0)
+            return false;
+        const auto fails_without_key = [&](int err) {
+            EXPECT_TRUE(err == 0 || ctx->algorithm->signature.signature_size(ctx->private_state) == 0);
+            return err != 0;
+        };
+        if (fails_without_key(tcrypto_signature_init(ctx.get(), secret.get(), &params)) ||
+            tcrypto_signature_sign_oneshot(ctx.get(), "m", 1, out, &length) != 0)
+            return false;
+        params.operation = TCRYPTO_VERIFY;
+        return !fails_without_key(tcrypto_signature_init(ctx.get(), open_half.get(), &params)) &&
+               tcrypto_signature_verify_oneshot(ctx.get(), "m", 1, out, length, &matches) == 0 &&
+               matches == 1;
+    }
+    static bool all_work() {
+        const bool worked = tcrypto_init(2, nullptr) == 0 && digests("md5") && digests("blake2s128") &&
+                            draws() && keeps_symmetric_keys() &&
+                            signs("rsa", "rsa-with-sha256", {.padding = TCRYPTO_PADDING_PSS}) &&
+                            signs("ed448", "eddsa-pure", {});
+        tcrypto_uninit();
+        EXPECT_EQ(ERR_peek_error(), 0U);
+        return worked;
+    }
+};
+
+TEST_F(failing_calls, FailWhatNeedsThem) {
+    tcrypto_uninit();  // so that every round binds the provider again
+    ASSERT_TRUE(all_work());
+    stderr_of([] { EXPECT_GT(fail_each_call(all_work), 100); });
+    EXPECT_TRUE(all_work());
+}
+
+// OpenSSL's reason comes first, but none from before, and nothing is left in its queue.
+TEST_F(failing_calls, LogOpensslsReason) {
+    const tcrypto_ctx_ptr keys = keygen("rsa"), symmetric = keygen("symmetric");
+    const tcrypto_ctx_ptr rsa = request(TCRYPTO_SIGNATURE, "rsa-with-sha1");
+    const tcrypto_ctx_ptr eddsa = request(TCRYPTO_SIGNATURE, "eddsa-pure");
+    const tcrypto_key_ptr secret = load("rsa", "rsa.pem");
+    const tcrypto_key_ptr raw =
+        key_of([&](auto out) { return tcrypto_generate_key(symmetric.get(), 8, out); });
+    tcrypto_key *key = nullptr;
+    std::size_t length = 0;
+    const tcrypto_signature_params sign = {};
+    tcrypto_ctx_ptr ctx;
+    const char *const reason = "tc_openssl: error:[0-9A-F]+:[A-Z]+ routines:[^\n]*\n"
+                               "tc_openssl: failed to convert raw key into EVP_PKEY [^\n]*\n";
+    const auto import = [&](const auto &generator, std::uint32_t type, std::uint32_t format) {
+        return tcrypto_load_key_from_mem(generator.get(), &key, "junk", 4, type, format);
+    };
+    constexpr auto PRIVATE = TCRYPTO_KEY_PRIVATE, SYMMETRIC = TCRYPTO_KEY_SYMMETRIC;
+    constexpr auto PEM = TCRYPTO_FORMAT_PEM, RAW = TCRYPTO_FORMAT_RAW;
+    const std::pair<std::function<int()>, int> calls[] = {
+        {[&] { return import(keys, PRIVATE, PEM); }, -403},
+        {[&] { return import(keys, PRIVATE, RAW); }, -303},
+        {[&] { return import(symmetric, SYMMETRIC, PEM); }, -303},
+        {[&] { return import(symmetric, PRIVATE, RAW); }, -304},
+        {[&] { return tcrypto_pubkey_from_privkey(keys.get(), raw.get(), &key); }, -303},
+        {[&] { return tcrypto_privkey_to_mem(secret.get(), nullptr, &length, RAW); }, -303},
+        {[&] { return tcrypto_key_to_mem(raw.get(), nullptr, &length); }, 0},
+        {[&] { return tcrypto_generate_key(symmetric.get(), 1, &key); }, -302},
+        {[&] { return tcrypto_signature_init(rsa.get(), raw.get(), &sign); }, -303},
+        {[&] { return tcrypto_signature_init(eddsa.get(), raw.get(), &sign); }, -303},
+        {[&] { return tcrypto_signature_request("eddsa-pure", nullptr, 0, th_out(ctx)); }, 0},
+    };
+    for (const auto &[call, code] : calls) {
+        SCOPED_TRACE(&call - &calls[0].first);
+        ERR_raise(ERR_LIB_USER, 7);
+        const std::string log = stderr_of([&, wanted = code, &run = call] { EXPECT_EQ(run(), wanted); });
+        EXPECT_EQ(ERR_peek_error(), 0U);
+        EXPECT_THAT(log, testing::MatchesRegex(code == -403 ? reason : "(tc_openssl: invalid [^\n]*\n)?"));
+    }
+}
+
+TEST_F(failing_calls, OfFilesFailOrGoOn) {
+    const struct {
+        const char *call;
+        int times, answer, error, load_code, write_code;
+    } rows[] = {
+        {"fstat64", 1, -1, EIO, -7, -5}, {"fchmod", 1, -1, EPERM, 0, -5}, {"read", 1, -1, EIO, -5, 0},
+        {"read", 3, -1, EINTR, 0, 0},    {"read", 1, 0, 0, -5, 0},        {"write", 1, -1, EIO, 0, -5},
+        {"write", 3, -1, EINTR, 0, 0},   {"write", 1, 0, 0, 0, -5},       {"close", 1, -1, EIO, 0, -5},
+    };
+    const tcrypto_key_ptr good = load("rsa", "rsa.pem");
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.call) + ", error " + std::to_string(row.error));
+        tcrypto_key_ptr key;
+        const std::string path = key_file("rsa.pem"), out = folder() / "out";
+        const auto load_and_write = [&] {
+            trouble = {row.call, row.times, row.answer, row.error};
+            EXPECT_EQ(
+                tcrypto_privkey_from_file(keygen("rsa").get(), th_out(key), path.c_str(), TCRYPTO_FORMAT_PEM),
+                row.load_code);
+            trouble = {row.call, row.times, row.answer, row.error};
+            EXPECT_EQ(tcrypto_privkey_to_file(good.get(), out.c_str(), TCRYPTO_FORMAT_PEM), row.write_code);
+            trouble = {};
+        };
+        const std::string log = stderr_of(load_and_write);
+        EXPECT_EQ(log.find(path) != log.npos, row.load_code != 0);
+        EXPECT_EQ(log.find(out) != log.npos, row.write_code != 0);
+        EXPECT_TRUE(row.write_code != 0 || read_file(out) == read_file(path));
+    }
+}
+
+TEST_F(failing_calls, ReadAPipeToItsEnd) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const std::string text = read_file(key_file("rsa.pem")), path = "/dev/fd/" + std::to_string(ends[0]);
+    EXPECT_EQ(write(ends[1], text.data(), text.size()) + close(ends[1]), std::ssize(text));
+    trouble = {"read", 1, -1, EINTR};
+    tcrypto_key_ptr key;
+    EXPECT_EQ(tcrypto_privkey_from_file(keygen("rsa").get(), th_out(key), path.c_str(), TCRYPTO_FORMAT_PEM),
+              0);
+    EXPECT_TRUE(waits) << "for whoever writes";
+    close(ends[0]);
+}
+
+TEST_F(failing_calls, WipeWhatIsSecret) {
+    wiped.clear();
+    tcrypto_key_ptr key = load("rsa", "rsa.pem");
+    tcrypto_ctx_ptr ctx = request(TCRYPTO_DIGEST, "blake2s128");
+    const std::size_t text = read_file(key_file("rsa.pem")).size(), bytes = key->record.length;
+    EXPECT_EQ(wiped.count(text), 1U) << "what was read";
+    wiped.clear();
+    key = nullptr;
+    EXPECT_EQ(wiped, (std::multiset<std::size_t>{bytes, sizeof(tcrypto_key)}));
+    wiped.clear();
+    ctx = nullptr;
+    EXPECT_EQ(wiped.size(), 2U) << "context and state";
+}
+
+}  // namespace
