@@ -122,7 +122,7 @@ static int ttd_yes(void *handle) {
 static int ttd_block_size(void *handle, uint32_t *minimum, uint32_t *preferred, uint32_t *maximum) {
     (void)handle;
     *minimum = 1;
-    *preferred = info.block_size < 512 ? 512 : info.block_size;
+    *preferred = info.block_size;
     *maximum = 32 * 1024 * 1024;
     return 0;
 }

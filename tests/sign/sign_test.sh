@@ -126,13 +126,11 @@ for size in 514048 513024 513536; do
     for call in pwrite64 fsync ftruncate lseek copy_file_range ioctl fchown fchmod rename; do
         for fault in signal=KILL:when=1 signal=TERM:when=1 error=EIO:when={1..6} retval=0:when=1; do
             case $call:$fault in (pwrite64:r* | copy_file_range:r* | *:[se]*1 | lseek:e*) ;; (*) continue ;; esac
-            cp -p k.ttd try.ttd
-            resign_try strace -o log -e trace=$call -e inject=$call:$fault >out 2>&1
-            status=$?
+            rm -f try.ttd.* && cp -p k.ttd try.ttd
+            resign_try strace -o log -e trace=$call -e inject=$call:$fault >out 2>&1; status=$?
             { [ $status -ne 0 ] && cmp -s k.ttd try.ttd; } || proven new.pub try.ttd || fail "half an image: $call:$fault at size $size"
             [ $fault = signal=KILL:when=1 ] || ! compgen -G 'try.ttd.*' || fail "$call:$fault leaves a file"
             [[ $fault = s* || $status -eq 0 ]] || [[ $status -eq 5 && $(<out) == 'ttdsign: try.ttd: Input/output error'* ]] || fail "$call:$fault: $status $(<out)"
-            rm -f try.ttd.*
         done
     done
 done
