@@ -335,6 +335,10 @@ TEST(Verify, EveryWayFailsWhatIsBeneathAndTellsTheSame) {
             }
     for (const way &w : ways) {
         EXPECT_EQ(verify_all(image, w), 0) << w.name;
+        for (const char *part :
+             {"hash block index (lvl 0, nblk 9, lhblk 1): 1 (disk offset: ", "hblk: ", "data: ",
+              "hashing disk block 9 (disk offset: 4608)\n", "disk hash: ", "calc hash: "})
+            EXPECT_EQ(image.log.text().find(part) != std::string::npos, w.verbosity > 2) << part;
         EXPECT_EQ(image.bits(), std::string(FEW, '.')) << w.name;
     }
 }
