@@ -117,7 +117,7 @@ TEST_F(Reader, TellsWhatTheSuperblockSaysAndWhatItDid) {
     EXPECT_EQ(std::memcmp(info.root_hash, superblock.roothash, 32), 0);
     char block[512];
     flip(0);
-    for (const std::uint64_t at : {0, 512, 1024, 600})
+    for (const std::uint64_t at : {0U, 512U, 1024U, 600U})
         EXPECT_EQ(ttd_reader_read(reader.get(), block, at == 600 ? 424 : 512, at), at == 0 ? -EIO : 0);
     std::filesystem::resize_file(image_, 9000);
     EXPECT_EQ(ttd_reader_read(reader.get(), block, 512, 9216), -EIO);

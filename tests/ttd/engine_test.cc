@@ -17,7 +17,10 @@ static bool digest_fails(const void *data, std::size_t length) {
     return true;
 }
 
+static pid_t thread_id = 0;  // 0: the real one
+
 // clang-format off
+FAILING_IF(thread_id != 0, pid_t, gettid, thread_id, ())
 FAILING(void *, _ZnamRKSt9nothrow_t, nullptr, (std::size_t size, const std::nothrow_t &tag), size, tag)
 FAILING(int, EVP_DigestInit_ex, 0, (EVP_MD_CTX * a, const EVP_MD *b, ENGINE *c), a, b, c)
 FAILING_IF(digest_fails(b, c), int, EVP_DigestUpdate, 0, (EVP_MD_CTX * a, const void *b, size_t c), a, b, c)
@@ -335,6 +338,10 @@ TEST(Verify, EveryWayFailsWhatIsBeneathAndTellsTheSame) {
             }
     for (const way &w : ways) {
         EXPECT_EQ(verify_all(image, w), 0) << w.name;
+        for (const char *part :
+             {"hash block index (lvl 0, nblk 9, lhblk 1): 1 (disk offset: ", "hblk: ", "data: ",
+              "hashing disk block 9 (disk offset: 4608)\n", "disk hash: ", "calc hash: "})
+            EXPECT_EQ(image.log.text().find(part) != std::string::npos, w.verbosity > 2) << part;
         EXPECT_EQ(image.bits(), std::string(FEW, '.')) << w.name;
     }
 }
@@ -467,6 +474,24 @@ TEST(Verify, KnownBlocksAreNotReadAgain) {
     }
     EXPECT_EQ(image.bits(), "....X...............");
     talg_bitmap_destroy(known);
+}
+
+TEST(Hash, ThreadsOfSmallIdsKeepTheirDigestUntilTheEnd) {
+    thread_id = TTD_DIGEST_SLOTS - 1;
+    {
+        engine_image image;
+        for (int round = 0; round < 2; ++round) {
+            tcrypto_ctx *again = nullptr;
+            EXPECT_EQ(ttd_hash_init(&image.ctx, &again), 0);
+            EXPECT_EQ(again, image.digest);
+            ttd_hash_done(again);
+            EXPECT_EQ(image.verify(0, 20), 0);
+            image.close();
+            EXPECT_EQ(image.ctx.crypto.slots[thread_id], nullptr);
+            image.open({});
+        }
+    }
+    thread_id = 0;
 }
 
 TEST(Hash, TheZeroHashIsForZeroDataBlocksOnly) {
