@@ -144,8 +144,7 @@ TEST_F(Library, TagLists) {
         {",alpha,,beta,", 0, "beta", "alph"},
         {"alpha,*", 0, "whatever", nullptr},
         {nullptr, 0, nullptr, "alpha"},
-        {"alpha,b*", TCRYPTO_E_CONFIG, nullptr, "alpha"},
-    };
+        {"alpha,b*", TCRYPTO_E_CONFIG, nullptr, "alpha"}};
     for (const auto &[tags, code, served, unserved] : CASES) {
         tcrypto_uninit();  // also of "openssl", which would serve every tag
         tcrypto_plugin *plugin = nullptr, *found = nullptr;
@@ -279,7 +278,7 @@ TEST_F(Library, ThreadsShareTheLibrary) {
             EXPECT_EQ(tcrypto_uninit(), 0);
         }
     };
-    const std::jthread first(work), second(work), third(work);
+    const std::jthread first(work), second(work), third(work), fourth(work);
 }
 
 }  // namespace
