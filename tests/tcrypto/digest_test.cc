@@ -133,34 +133,29 @@ TEST_F(Digest, BlocksEqualTheOneByOneResult) {
 }
 
 TEST(Kernels, AreUsedWhereTheProcessorHasThemAndTheyAreAllowed) {
-    const std::vector<std::string> vectors = {"avx512bw", "avx2"}, all = {"sha_ni", "avx512bw", "avx2"};
-    const std::map<std::string, std::vector<std::string>> digests = {
-        {"sha1", {"sha_ni"}},    {"sha224", all},         {"sha256", all},         {"sha384", vectors},
-        {"sha512", vectors},     {"sha512-256", vectors}, {"blake2b256", vectors}, {"blake2b512", vectors},
-        {"blake2s256", vectors}, {"sha3-256", {}},
-    };
+    const std::map<std::string, std::string> kernels = {{"sha1", "sha_ni "},
+                                                        {"sha256", "sha_ni avx512bw avx2 "},
+                                                        {"blake2b256", "avx512bw avx2 "},
+                                                        {"sha3-256", ""}};
     const std::pair<const char *, std::set<std::string>> cases[] = {
         {"", {"avx512bw", "avx2", "sha_ni"}},
-        {"avx2,sha_ni", {"avx2", "sha_ni"}},
+        {"x,,avx512bw,sha_ni", {"avx512bw", "sha_ni"}},
         {"avx2", {"avx2"}},
-        {"x,,avx512bw", {"avx512bw"}},
         {"off", {}},
-        {"avx,avx22,sha_ni ", {}},
-    };
+        {"avx,avx22,sha_ni ", {}}};
     std::ifstream cpuinfo("/proc/cpuinfo");
     const std::set<std::string> flags(std::istream_iterator<std::string>(cpuinfo), {});
     for (const auto &[value, allowed] : cases) {
         setenv("TCRYPTO_KERNELS", value, 1);
-        for (const auto &[digest, sets] : digests) {
-            SCOPED_TRACE(digest + " allowed: " + value);
-            std::vector<std::string> expected, found;
-            for (const std::string &set : sets)
-                if (flags.contains(set) && allowed.contains(set))
-                    expected.push_back(set);
+        for (const auto &[digest, sets] : kernels) {
+            std::string expected, found;
+            std::istringstream words(sets);
+            for (std::string set; words >> set;)
+                expected += flags.contains(set) && allowed.contains(set) ? set + ' ' : "";
             for (const digest_kernel *kernel : digest_kernels_for(digest.c_str()).fastest_first)
-                if (kernel && (found.empty() || found.back() != kernel->needs->name))
-                    found.push_back(kernel->needs->name);
-            EXPECT_EQ(found, expected);
+                if (kernel && !found.ends_with(kernel->needs->name + std::string(" ")))
+                    found += kernel->needs->name + std::string(" ");
+            EXPECT_EQ(found, expected) << digest << " allowed: " << value;
         }
     }
     unsetenv("TCRYPTO_KERNELS");
@@ -176,9 +171,9 @@ TEST_F(Digest, GeneratorsWorkOnlyWhenInstantiated) {
         EXPECT_EQ(tcrypto_rng_generate(ctx.get(), first.data(), first.size()), TCRYPTO_E_STATE);
         EXPECT_EQ(tcrypto_rng_reseed(ctx.get(), nullptr, 0), TCRYPTO_E_STATE);
         EXPECT_EQ(tcrypto_rng_instantiate(ctx.get(), "me", 2), 0);
-        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), first.data(), first.size()), 0);
-        EXPECT_EQ(tcrypto_rng_reseed(ctx.get(), "more", 4), 0);
         EXPECT_EQ(tcrypto_rng_generate(ctx.get(), second.data(), second.size()), 0);
+        EXPECT_EQ(tcrypto_rng_reseed(ctx.get(), "more", 4), 0);
+        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), first.data(), first.size()), 0);
         EXPECT_NE(first, second);
         EXPECT_NE(bytes(first.end() - 32, first.end()), bytes(32)) << "filled to its end";
         const std::set<int> missing[] = {with_each_null(tcrypto_rng_instantiate, ctx.get(), "me", 2),

@@ -103,33 +103,27 @@ TEST_F(failing_calls, FailWhatNeedsThem) {
 TEST_F(failing_calls, LogOpensslsReason) {
     const tcrypto_ctx_ptr keys = keygen("rsa"), symmetric = keygen("symmetric");
     const tcrypto_ctx_ptr rsa = request(TCRYPTO_SIGNATURE, "rsa-with-sha1");
-    const tcrypto_ctx_ptr eddsa = request(TCRYPTO_SIGNATURE, "eddsa-pure");
     const tcrypto_key_ptr secret = load("rsa", "rsa.pem");
     tcrypto_key_ptr raw;
     ASSERT_EQ(tcrypto_generate_key(symmetric.get(), 8, th_out(raw)), 0);
     tcrypto_key *key = nullptr;
     std::size_t length = 0;
     const tcrypto_signature_params sign = {};
-    tcrypto_ctx_ptr ctx;
+    tcrypto_ctx_ptr eddsa;
     const char *const reason = "tc_openssl: error:[0-9A-F]+:[A-Z]+ routines:[^\n]*\n"
                                "tc_openssl: failed to convert raw key into EVP_PKEY [^\n]*\n";
     const auto import = [&](const auto &generator, std::uint32_t type, std::uint32_t format) {
         return tcrypto_load_key_from_mem(generator.get(), &key, "junk", 4, type, format);
     };
-    constexpr auto PRIVATE = TCRYPTO_KEY_PRIVATE, SYMMETRIC = TCRYPTO_KEY_SYMMETRIC;
     constexpr auto PEM = TCRYPTO_FORMAT_PEM, RAW = TCRYPTO_FORMAT_RAW;
     const std::pair<std::function<int()>, int> calls[] = {
-        {[&] { return import(keys, PRIVATE, PEM); }, -403},
-        {[&] { return import(keys, PRIVATE, RAW); }, -303},
-        {[&] { return import(symmetric, SYMMETRIC, PEM); }, -303},
-        {[&] { return import(symmetric, PRIVATE, RAW); }, -304},
+        {[&] { return import(keys, TCRYPTO_KEY_PRIVATE, PEM); }, -403},
+        {[&] { return import(symmetric, TCRYPTO_KEY_SYMMETRIC, PEM); }, -303},
         {[&] { return tcrypto_pubkey_from_privkey(keys.get(), raw.get(), &key); }, -303},
         {[&] { return tcrypto_privkey_to_mem(secret.get(), nullptr, &length, RAW); }, -303},
-        {[&] { return tcrypto_key_to_mem(raw.get(), nullptr, &length); }, 0},
         {[&] { return tcrypto_generate_key(symmetric.get(), 1, &key); }, -302},
         {[&] { return tcrypto_signature_init(rsa.get(), raw.get(), &sign); }, -303},
-        {[&] { return tcrypto_signature_init(eddsa.get(), raw.get(), &sign); }, -303},
-        {[&] { return tcrypto_signature_request("eddsa-pure", nullptr, 0, th_out(ctx)); }, 0},
+        {[&] { return tcrypto_signature_request("eddsa-pure", nullptr, 0, th_out(eddsa)); }, 0},
     };
     for (const auto &[call, code] : calls) {
         SCOPED_TRACE(&call - &calls[0].first);
@@ -152,15 +146,14 @@ TEST_F(failing_calls, OfFilesFailOrGoOn) {
         SCOPED_TRACE(std::string(call) + ", error " + std::to_string(error));
         tcrypto_key_ptr key;
         int loaded = 0, written = 0;
-        const auto load_and_write = [&, set = decltype(trouble){call, times, answer, error}] {
+        const std::string log = stderr_of([&, set = decltype(trouble){call, times, answer, error}] {
+            const tcrypto_ctx_ptr rsa = keygen("rsa");
             trouble = set;
-            loaded =
-                tcrypto_privkey_from_file(keygen("rsa").get(), th_out(key), path.c_str(), TCRYPTO_FORMAT_PEM);
+            loaded = tcrypto_privkey_from_file(rsa.get(), th_out(key), path.c_str(), TCRYPTO_FORMAT_PEM);
             trouble = set;
             written = tcrypto_privkey_to_file(good.get(), out.c_str(), TCRYPTO_FORMAT_PEM);
             trouble = {};
-        };
-        const std::string log = stderr_of(load_and_write);
+        });
         EXPECT_EQ(std::pair(loaded, written), std::pair(load_code, write_code));
         EXPECT_EQ(log.find(path) != log.npos, load_code != 0);
         EXPECT_EQ(log.find(out) != log.npos, write_code != 0);
@@ -170,7 +163,7 @@ TEST_F(failing_calls, OfFilesFailOrGoOn) {
 
 TEST_F(failing_calls, FillAPipeAndReadItToItsEnd) {
     int ends[2];
-    tcrypto_key_ptr key = load("rsa", "rsa.pem");
+    const tcrypto_key_ptr key = load("rsa", "rsa.pem");
     struct stat info {};
     ASSERT_EQ(pipe2(ends, O_CLOEXEC) + fchmod(ends[1], 0644), 0);
     const auto path = [&](int end) { return "/dev/fd/" + std::to_string(end); };
@@ -178,9 +171,8 @@ TEST_F(failing_calls, FillAPipeAndReadItToItsEnd) {
     ASSERT_EQ(fstat(ends[1], &info) + close(ends[1]), 0);
     EXPECT_EQ(info.st_mode & 07777U, 0644U) << "kept by what is no regular file";
     trouble = {"read", 1, -1, EINTR};
-    EXPECT_EQ(tcrypto_privkey_from_file(keygen("rsa").get(), th_out(key), path(ends[0]).c_str(),
-                                        TCRYPTO_FORMAT_PEM),
-              0);
+    folder().link("pipe.end", path(ends[0]));
+    EXPECT_NE(load("rsa", "pipe.end"), nullptr);
     EXPECT_TRUE(waits) << "for whoever writes";
     close(ends[0]);
 }
@@ -188,14 +180,13 @@ TEST_F(failing_calls, FillAPipeAndReadItToItsEnd) {
 TEST_F(failing_calls, WipeWhatIsSecret) {
     wiped.clear();
     tcrypto_key_ptr key = load("rsa", "rsa.pem");
-    tcrypto_ctx_ptr ctx = request(TCRYPTO_DIGEST, "blake2s128");
     const std::size_t text = read_file(key_file("rsa.pem")).size(), bytes = key->record.length;
     EXPECT_EQ(wiped.count(text), 1U) << "what was read";
     wiped.clear();
     key = nullptr;
     EXPECT_EQ(wiped, (std::multiset<std::size_t>{bytes, sizeof(tcrypto_key)}));
     wiped.clear();
-    ctx = nullptr;
+    request(TCRYPTO_DIGEST, "blake2s128");
     EXPECT_EQ(wiped.size(), 2U) << "context and state";
 }
 
