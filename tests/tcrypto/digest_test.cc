@@ -164,22 +164,20 @@ TEST(Kernels, AreUsedWhereTheProcessorHasThemAndTheyAreAllowed) {
 TEST_F(Digest, GeneratorsWorkOnlyWhenInstantiated) {
     for (const std::uint32_t strength : {128U, 192U, 256U}) {
         tcrypto_ctx_ptr ctx;
-        const std::string name = "drbg-ctr-" + std::to_string(strength);
-        ASSERT_EQ(tcrypto_rng_request(name.c_str(), nullptr, 0, th_out(ctx)), 0);
-        bytes first(100000), second(100000);
+        ASSERT_EQ(
+            tcrypto_rng_request(("drbg-ctr-" + std::to_string(strength)).c_str(), nullptr, 0, th_out(ctx)),
+            0);
+        bytes out(100000);
         EXPECT_EQ(tcrypto_rng_strength(ctx.get()), strength);
-        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), first.data(), first.size()), TCRYPTO_E_STATE);
+        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), out.data(), out.size()), TCRYPTO_E_STATE);
         EXPECT_EQ(tcrypto_rng_reseed(ctx.get(), nullptr, 0), TCRYPTO_E_STATE);
         EXPECT_EQ(tcrypto_rng_instantiate(ctx.get(), "me", 2), 0);
-        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), second.data(), second.size()), 0);
-        EXPECT_EQ(tcrypto_rng_reseed(ctx.get(), "more", 4), 0);
-        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), first.data(), first.size()), 0);
-        EXPECT_NE(first, second);
-        EXPECT_NE(bytes(first.end() - 32, first.end()), bytes(32)) << "filled to its end";
-        const std::set<int> missing[] = {with_each_null(tcrypto_rng_instantiate, ctx.get(), "me", 2),
-                                         with_each_null(tcrypto_rng_reseed, ctx.get(), "me", 2),
-                                         with_each_null(tcrypto_rng_generate, ctx.get(), first.data(), 1)};
-        EXPECT_THAT(missing, testing::Each(std::set{int{TCRYPTO_E_PARAMETERS}}));
+        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), out.data(), out.size()), 0);
+        EXPECT_NE(bytes(out.end() - 32, out.end()), bytes(32)) << "filled to its end";
+        for (const auto &codes : {with_each_null(tcrypto_rng_instantiate, ctx.get(), "me", 2),
+                                  with_each_null(tcrypto_rng_reseed, ctx.get(), "me", 2),
+                                  with_each_null(tcrypto_rng_generate, ctx.get(), out.data(), 1)})
+            EXPECT_EQ(codes, std::set{int{TCRYPTO_E_PARAMETERS}});
     }
     bytes out(48);
     EXPECT_EQ(tcrypto_uninit() + tcrypto_random_bytes(out.data(), out.size()), 0) << "needs no library";

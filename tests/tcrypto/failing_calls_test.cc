@@ -99,41 +99,6 @@ TEST_F(failing_calls, FailWhatNeedsThem) {
     EXPECT_TRUE(all_work());
 }
 
-// OpenSSL's reason comes first, but none from before, and nothing is left in its queue.
-TEST_F(failing_calls, LogOpensslsReason) {
-    const tcrypto_ctx_ptr keys = keygen("rsa"), symmetric = keygen("symmetric");
-    const tcrypto_ctx_ptr rsa = request(TCRYPTO_SIGNATURE, "rsa-with-sha1");
-    const tcrypto_key_ptr secret = load("rsa", "rsa.pem");
-    tcrypto_key_ptr raw;
-    ASSERT_EQ(tcrypto_generate_key(symmetric.get(), 8, th_out(raw)), 0);
-    tcrypto_key *key = nullptr;
-    std::size_t length = 0;
-    const tcrypto_signature_params sign = {};
-    tcrypto_ctx_ptr eddsa;
-    const char *const reason = "tc_openssl: error:[0-9A-F]+:[A-Z]+ routines:[^\n]*\n"
-                               "tc_openssl: failed to convert raw key into EVP_PKEY [^\n]*\n";
-    const auto import = [&](const auto &generator, std::uint32_t type, std::uint32_t format) {
-        return tcrypto_load_key_from_mem(generator.get(), &key, "junk", 4, type, format);
-    };
-    constexpr auto PEM = TCRYPTO_FORMAT_PEM, RAW = TCRYPTO_FORMAT_RAW;
-    const std::pair<std::function<int()>, int> calls[] = {
-        {[&] { return import(keys, TCRYPTO_KEY_PRIVATE, PEM); }, -403},
-        {[&] { return import(symmetric, TCRYPTO_KEY_SYMMETRIC, PEM); }, -303},
-        {[&] { return tcrypto_pubkey_from_privkey(keys.get(), raw.get(), &key); }, -303},
-        {[&] { return tcrypto_privkey_to_mem(secret.get(), nullptr, &length, RAW); }, -303},
-        {[&] { return tcrypto_generate_key(symmetric.get(), 1, &key); }, -302},
-        {[&] { return tcrypto_signature_init(rsa.get(), raw.get(), &sign); }, -303},
-        {[&] { return tcrypto_signature_request("eddsa-pure", nullptr, 0, th_out(eddsa)); }, 0},
-    };
-    for (const auto &[call, code] : calls) {
-        SCOPED_TRACE(&call - &calls[0].first);
-        ERR_raise(ERR_LIB_USER, 7);
-        const std::string log = stderr_of([&, wanted = code, &run = call] { EXPECT_EQ(run(), wanted); });
-        EXPECT_EQ(ERR_peek_error(), 0U);
-        EXPECT_THAT(log, testing::MatchesRegex(code == -403 ? reason : "(tc_openssl: invalid [^\n]*\n)?"));
-    }
-}
-
 TEST_F(failing_calls, OfFilesFailOrGoOn) {
     const std::tuple<const char *, int, int, int, int, int> rows[] = {
         {"fstat64", 1, -1, EIO, -7, -5}, {"fchmod", 1, -1, EPERM, 0, -5}, {"read", 1, -1, EIO, -5, 0},

@@ -1,6 +1,7 @@
 #include "key_fixture.h"
 #include "support/test.h"
 #include "tcrypto/provider.h"
+#include <openssl/err.h>
 
 namespace {
 
@@ -56,7 +57,7 @@ TEST_F(key_test, KeepsOneEncodingOfEveryFormThatItReads) {
     }
 }
 
-// At once: nobody writes to the pipe.
+// At once: nobody writes to the pipe.  OpenSSL's reason comes first, but none from before.
 TEST_F(key_test, RefusesEverythingElseAtOnce) {
     EXPECT_TRUE(run("rm -f pipe && mkfifo pipe && mkdir -p directory && truncate -s 1048577 large"));
     const std::string no_key = "tc_openssl: failed to convert raw key into EVP_PKEY [keygen.cc(";
@@ -76,9 +77,14 @@ TEST_F(key_test, RefusesEverythingElseAtOnce) {
         const std::string path = file[0] == '/' ? file : key_file(file);
         auto *key = reinterpret_cast<tcrypto_key *>(this);
         testing::internal::CaptureStderr();
+        ERR_raise(ERR_LIB_USER, 7);
         EXPECT_EQ(tcrypto_load_key_from_file(keygen("rsa").get(), &key, path.c_str(), type, format), code);
         EXPECT_EQ(key, nullptr);
-        EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr(message)) << file;
+        const std::string log = testing::internal::GetCapturedStderr();
+        EXPECT_THAT(log, testing::HasSubstr(message)) << file;
+        EXPECT_EQ(log.starts_with("tc_openssl: error:0480006C:PEM routines:"), code == -403) << log;
+        EXPECT_EQ(log.find("error:40"), log.npos) << log;
+        EXPECT_TRUE(code == -5 || ERR_peek_error() == 0U) << file;
     }
 }
 

@@ -135,7 +135,6 @@ TEST_F(Library, EveryErrorHasItsNumberAndText) {
             sum = (sum ^ static_cast<unsigned char>(*text) ^ static_cast<std::uint64_t>(-code)) *
                   1099511628211U;
     EXPECT_EQ(sum, 11596823601401614148U) << "of all numbers and texts";
-    EXPECT_STREQ(tcrypto_strerror(TCRYPTO_E_STATE), "invalid operation in current algorithm state");
     EXPECT_STREQ(tcrypto_strerror(1), "unknown tcrypto error");
 }
 
@@ -258,10 +257,10 @@ TEST_F(Library, ListingShowsTagsStatusAndAlgorithms) {
     ASSERT_EQ(tcrypto_bind_plugins(1) + th_log_update_config("tcrypto_plugin:stdout=info"), 0);
     testing::internal::CaptureStdout();
     tcrypto_print_plugins();
-    const std::string text = testing::internal::GetCapturedStdout();
-    for (const char *part : {": Plugin: openssl [", ": \tStatus: active [", ": \tDescription: ",
-                             "digest: blake3 [", ": \tTags: x y [", ": \tStatus: inactive ["})
-        EXPECT_THAT(text, HasSubstr(part));
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                testing::AllOf(HasSubstr(": Plugin: openssl ["), HasSubstr(": \tStatus: active ["),
+                               HasSubstr(": \tDescription: "), HasSubstr("digest: blake3 ["),
+                               HasSubstr(": \tTags: x y ["), HasSubstr(": \tStatus: inactive [")));
 }
 
 TEST_F(Library, ThreadsShareTheLibrary) {
