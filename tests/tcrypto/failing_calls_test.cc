@@ -5,7 +5,7 @@
 #include "support/test.h"
 #include "tcrypto/context.h"
 
-static std::multiset<std::size_t> wiped;  // bytes
+static thread_local std::multiset<std::size_t> wiped;  // bytes
 
 // What the next `left` calls of `call` answer.
 static struct {
