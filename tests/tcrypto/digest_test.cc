@@ -33,7 +33,7 @@ protected:
         EXPECT_EQ(tcrypto_digest_request(name, nullptr, 0, th_out(ctx)), 0) << name;
         return ctx;
     }
-    static bytes digest_of(tcrypto_ctx *ctx, const bytes &message) {
+    static bytes digest_of(tcrypto_ctx *ctx, std::string_view message) {
         bytes out(tcrypto_digestsize(ctx));
         std::size_t length = 0;
         EXPECT_EQ(tcrypto_digest(ctx, message.data(), message.size(), out.data(), &length), 0);
@@ -49,18 +49,17 @@ protected:
 
 TEST_F(Digest, OperationsKeepTheStateOrder) {
     for (const char *name : {"sha256", "blake3"}) {
-        SCOPED_TRACE(name);
         const tcrypto_ctx_ptr ctx = request(name);
         bytes out(32);
         tcrypto_ctx *copy = ctx.get();
-        EXPECT_EQ(tcrypto_digest_update(ctx.get(), "a", 1), TCRYPTO_E_STATE);
-        EXPECT_EQ(tcrypto_digest_final(ctx.get(), out.data(), nullptr), TCRYPTO_E_STATE);
-        EXPECT_EQ(tcrypto_digest_copy(ctx.get(), &copy), TCRYPTO_E_STATE);
-        EXPECT_EQ(tcrypto_digest_init(ctx.get()), 0);
-        EXPECT_EQ(tcrypto_digest_update(ctx.get(), nullptr, 0), 0);
-        EXPECT_EQ(tcrypto_digest_final(ctx.get(), out.data(), nullptr), 0);
-        EXPECT_EQ(tcrypto_digest_update(ctx.get(), "a", 1), TCRYPTO_E_STATE);
-        EXPECT_EQ(tcrypto_digest_init(ctx.get()), 0);
+        for (int round = 0; round < 2; ++round) {
+            EXPECT_EQ(tcrypto_digest_update(ctx.get(), "a", 1), TCRYPTO_E_STATE);
+            EXPECT_EQ(tcrypto_digest_final(ctx.get(), out.data(), nullptr), TCRYPTO_E_STATE);
+            EXPECT_EQ(tcrypto_digest_copy(ctx.get(), &copy), TCRYPTO_E_STATE);
+            EXPECT_EQ(tcrypto_digest_init(ctx.get()), 0);
+            EXPECT_EQ(tcrypto_digest_update(ctx.get(), nullptr, 0), 0);
+            EXPECT_EQ(tcrypto_digest_final(ctx.get(), out.data(), nullptr), 0);
+        }
         const auto restart = [&] { EXPECT_EQ(tcrypto_digest_init(ctx.get()), 0); };
         const std::set<int> missing[] = {
             with_each_null(tcrypto_digest_init, ctx.get()),
@@ -84,89 +83,79 @@ TEST_F(Digest, ACopyGoesOnOnItsOwn) {
         EXPECT_EQ(ctx->algorithm->digest.block_size, static_cast<std::uint32_t>(block_size));
         const bool is_blake2 = std::string_view(name).starts_with("blake2");  // whose length is in its name
         EXPECT_EQ(8 * tcrypto_digestsize(ctx.get()),
-                  is_blake2 ? std::stoul(name + 7) : 8 * digest_of(ctx.get(), {}).size());
+                  is_blake2 ? std::stoul(name + 7) : 8 * digest_of(ctx.get(), "").size());
         ASSERT_EQ(tcrypto_digest_init(ctx.get()), 0);
         ASSERT_EQ(tcrypto_digest_update(ctx.get(), "one", 3), 0);
         tcrypto_ctx_ptr copy;
         ASSERT_EQ(tcrypto_digest_copy(ctx.get(), th_out(copy)), 0);
         ASSERT_EQ(tcrypto_digest_update(copy.get(), "two", 3), 0);
         EXPECT_STREQ(tcrypto_plugin_name(copy.get()), "openssl");
-        EXPECT_EQ(final_of(copy.get()), digest_of(request(name).get(), {'o', 'n', 'e', 't', 'w', 'o'}));
-        EXPECT_EQ(final_of(ctx.get()), digest_of(request(name).get(), {'o', 'n', 'e'}));
+        EXPECT_EQ(final_of(copy.get()), digest_of(request(name).get(), "onetwo"));
+        EXPECT_EQ(final_of(ctx.get()), digest_of(request(name).get(), "one"));
     }
 }
 
-void expect_blocks(tcrypto_ctx *ctx, tcrypto_ctx *single, std::size_t salt_length, std::size_t length,
-                   std::size_t count) {
+void expect_blocks(tcrypto_ctx *ctx, std::size_t salt_length, std::size_t length, std::size_t count) {
     SCOPED_TRACE("salt " + std::to_string(salt_length) + ", " + std::to_string(count) + " blocks of " +
                  std::to_string(length));
     const std::size_t size = tcrypto_digestsize(ctx);
-    const bytes salt = pattern(salt_length);
-    const bytes data = pattern(length * count + 1);  // read from an odd address
+    const bytes salt = pattern(salt_length), data = pattern(length * count + 1);  // read from an odd address
     bytes expected(size * count), out(size * count);
-    for (std::size_t i = 0; i < count; ++i) {
-        ASSERT_EQ(tcrypto_digest_init(single), 0);
-        ASSERT_EQ(tcrypto_digest_update(single, salt.data(), salt.size()), 0);
-        ASSERT_EQ(tcrypto_digest_update(single, &data[1 + i * length], length), 0);
-        ASSERT_EQ(tcrypto_digest_final(single, &expected[i * size], nullptr), 0);
-    }
     ASSERT_EQ(tcrypto_digest_blocks(ctx, {salt.data(), salt_length}, {&data[1], length, count}, &out[0]), 0);
+    for (std::size_t i = 0; i < count; ++i) {
+        ASSERT_EQ(tcrypto_digest_init(ctx), 0);
+        ASSERT_EQ(tcrypto_digest_update(ctx, salt.data(), salt.size()), 0);
+        ASSERT_EQ(tcrypto_digest_update(ctx, &data[1 + i * length], length), 0);
+        ASSERT_EQ(tcrypto_digest_final(ctx, &expected[i * size], nullptr), 0);
+    }
     EXPECT_EQ(out, expected);
 }
 
 TEST_F(Digest, BlocksEqualTheOneByOneResult) {
-    const auto check = [](const char *name) {
-        const tcrypto_ctx_ptr ctx = request(name), single = request(name);
-        for (const std::size_t salt : sizes{0, 1, 33, 64, 127, 128, 201, 1024, 1025})
-            for (const std::size_t length : sizes{0, 1, 512, 4099})
-                for (const std::size_t count : sizes{1, 3, 21})
-                    expect_blocks(ctx.get(), single.get(), salt, length, count);
-        for (std::size_t length = 0; length <= 260; ++length)
-            for (const std::size_t salt : {length * 5 % 129, std::size_t{32}})
-                expect_blocks(ctx.get(), single.get(), salt, length, 1 + length % 17);
-        expect_blocks(ctx.get(), single.get(), 100, 70000, 1);
-        expect_blocks(ctx.get(), single.get(), 70000, 100, 1);
-        EXPECT_EQ(tcrypto_digest_blocks(ctx.get(), {}, {nullptr, 1, 0}, nullptr), 0);
-    };
-    for (const char *name : DIGESTS) {
-        for (const char *kernels : {"off", "avx2", "avx512bw", "sha_ni", ""}) {
-            SCOPED_TRACE(name + (" allowed: " + std::string(kernels)));
-            setenv("TCRYPTO_KERNELS", kernels, 1);
-            check(name);
+    for (const std::string name : DIGESTS) {
+        for (const std::string kernels : {"off", "avx2", "avx512bw", "sha_ni", ""}) {
+            SCOPED_TRACE(name + " allowed: " + kernels);
+            setenv("TCRYPTO_KERNELS", kernels.c_str(), 1);
+            const tcrypto_ctx_ptr ctx = request(name.c_str());
+            for (const std::size_t salt : sizes{0, 1, 33, 64, 127, 128, 201, 1024, 1025})
+                for (const std::size_t length : sizes{0, 1, 512, 4099})
+                    for (const std::size_t count : sizes{1, 3, 21})
+                        expect_blocks(ctx.get(), salt, length, count);
+            for (std::size_t length = 0; length <= 260; ++length)
+                for (const std::size_t salt : {length * 5 % 129, std::size_t{32}})
+                    expect_blocks(ctx.get(), salt, length, 1 + length % 17);
+            expect_blocks(ctx.get(), 100, 70000, 1);
+            expect_blocks(ctx.get(), 70000, 100, 1);
+            EXPECT_EQ(tcrypto_digest_blocks(ctx.get(), {}, {nullptr, 1, 0}, nullptr), 0);
         }
     }
     unsetenv("TCRYPTO_KERNELS");
 }
 
 TEST(Kernels, AreUsedWhereTheProcessorHasThemAndTheyAreAllowed) {
-    const std::vector<std::string> vectors = {"avx512bw", "avx2"}, all = {"sha_ni", "avx512bw", "avx2"};
-    const std::map<std::string, std::vector<std::string>> digests = {
-        {"sha1", {"sha_ni"}},    {"sha224", all},         {"sha256", all},         {"sha384", vectors},
-        {"sha512", vectors},     {"sha512-256", vectors}, {"blake2b256", vectors}, {"blake2b512", vectors},
-        {"blake2s256", vectors}, {"sha3-256", {}},
-    };
+    const std::map<std::string, std::string> kernels = {{"sha1", "sha_ni "},
+                                                        {"sha256", "sha_ni avx512bw avx2 "},
+                                                        {"blake2b256", "avx512bw avx2 "},
+                                                        {"sha3-256", ""}};
     const std::pair<const char *, std::set<std::string>> cases[] = {
         {"", {"avx512bw", "avx2", "sha_ni"}},
-        {"avx2,sha_ni", {"avx2", "sha_ni"}},
+        {"x,,avx512bw,sha_ni", {"avx512bw", "sha_ni"}},
         {"avx2", {"avx2"}},
-        {"x,,avx512bw", {"avx512bw"}},
         {"off", {}},
-        {"avx,avx22,sha_ni ", {}},
-    };
+        {"avx,avx22,sha_ni ", {}}};
     std::ifstream cpuinfo("/proc/cpuinfo");
     const std::set<std::string> flags(std::istream_iterator<std::string>(cpuinfo), {});
     for (const auto &[value, allowed] : cases) {
         setenv("TCRYPTO_KERNELS", value, 1);
-        for (const auto &[digest, sets] : digests) {
-            SCOPED_TRACE(digest + " allowed: " + value);
-            std::vector<std::string> expected, found;
-            for (const std::string &set : sets)
-                if (flags.contains(set) && allowed.contains(set))
-                    expected.push_back(set);
+        for (const auto &[digest, sets] : kernels) {
+            std::string expected, found;
+            std::istringstream words(sets);
+            for (std::string set; words >> set;)
+                expected += flags.contains(set) && allowed.contains(set) ? set + ' ' : "";
             for (const digest_kernel *kernel : digest_kernels_for(digest.c_str()).fastest_first)
-                if (kernel && (found.empty() || found.back() != kernel->needs->name))
-                    found.push_back(kernel->needs->name);
-            EXPECT_EQ(found, expected);
+                if (kernel && !found.ends_with(kernel->needs->name + std::string(" ")))
+                    found += kernel->needs->name + std::string(" ");
+            EXPECT_EQ(found, expected) << digest << " allowed: " << value;
         }
     }
     unsetenv("TCRYPTO_KERNELS");
@@ -175,22 +164,20 @@ TEST(Kernels, AreUsedWhereTheProcessorHasThemAndTheyAreAllowed) {
 TEST_F(Digest, GeneratorsWorkOnlyWhenInstantiated) {
     for (const std::uint32_t strength : {128U, 192U, 256U}) {
         tcrypto_ctx_ptr ctx;
-        const std::string name = "drbg-ctr-" + std::to_string(strength);
-        ASSERT_EQ(tcrypto_rng_request(name.c_str(), nullptr, 0, th_out(ctx)), 0);
-        bytes first(100000), second(100000);
+        ASSERT_EQ(
+            tcrypto_rng_request(("drbg-ctr-" + std::to_string(strength)).c_str(), nullptr, 0, th_out(ctx)),
+            0);
+        bytes out(100000);
         EXPECT_EQ(tcrypto_rng_strength(ctx.get()), strength);
-        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), first.data(), first.size()), TCRYPTO_E_STATE);
+        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), out.data(), out.size()), TCRYPTO_E_STATE);
         EXPECT_EQ(tcrypto_rng_reseed(ctx.get(), nullptr, 0), TCRYPTO_E_STATE);
         EXPECT_EQ(tcrypto_rng_instantiate(ctx.get(), "me", 2), 0);
-        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), first.data(), first.size()), 0);
-        EXPECT_EQ(tcrypto_rng_reseed(ctx.get(), "more", 4), 0);
-        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), second.data(), second.size()), 0);
-        EXPECT_NE(first, second);
-        EXPECT_NE(bytes(first.end() - 32, first.end()), bytes(32)) << "filled to its end";
-        const std::set<int> missing[] = {with_each_null(tcrypto_rng_instantiate, ctx.get(), "me", 2),
-                                         with_each_null(tcrypto_rng_reseed, ctx.get(), "me", 2),
-                                         with_each_null(tcrypto_rng_generate, ctx.get(), first.data(), 1)};
-        EXPECT_THAT(missing, testing::Each(std::set{int{TCRYPTO_E_PARAMETERS}}));
+        EXPECT_EQ(tcrypto_rng_generate(ctx.get(), out.data(), out.size()), 0);
+        EXPECT_NE(bytes(out.end() - 32, out.end()), bytes(32)) << "filled to its end";
+        for (const auto &codes : {with_each_null(tcrypto_rng_instantiate, ctx.get(), "me", 2),
+                                  with_each_null(tcrypto_rng_reseed, ctx.get(), "me", 2),
+                                  with_each_null(tcrypto_rng_generate, ctx.get(), out.data(), 1)})
+            EXPECT_EQ(codes, std::set{int{TCRYPTO_E_PARAMETERS}});
     }
     bytes out(48);
     EXPECT_EQ(tcrypto_uninit() + tcrypto_random_bytes(out.data(), out.size()), 0) << "needs no library";

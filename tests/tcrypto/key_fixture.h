@@ -1,5 +1,5 @@
-// Keys for the crypto tests: files that the openssl command makes, each when it
-// is first asked for, and verbs that load them.
+// Keys for the crypto tests: files that the openssl command makes, each when it is first
+// asked for, and verbs that load them.
 #pragma once
 
 #include "support/temp_dir.h"
@@ -18,8 +18,7 @@ protected:
 
     // Runs a command in the folder of the key files.
     static bool run(const std::string &command) {
-        const std::string prefix = "cd '" + folder().path() + "' && exec >/dev/null 2>&1 && ";
-        return std::system((prefix + command).c_str()) == 0;
+        return std::system(("exec >/dev/null 2>&1; cd " + folder().path() + " && " + command).c_str()) == 0;
     }
 
     // STEM.pem and further names have a recipe, which finds STEM.pem there;
@@ -36,7 +35,6 @@ protected:
             {"other448.pem", "genpkey -algorithm ED448"},
             {"rsa.pkcs1.pem", "rsa -traditional -in rsa.pem"},
             {"rsa.pkcs1.der", "rsa -traditional -outform DER -in rsa.pem"},
-            {"rsa.locked8.pem", "pkey -aes128 -passout pass:word -in rsa.pem"},
             {"rsa.cert.pem", "req -x509 -subj /CN=x -key rsa.pem"},
             {"ec.sec1.der", "ec -outform DER -in ec.pem"},
             {"ec.parameters.pem", "ecparam -name prime256v1; openssl ec -in ec.pem"},
@@ -61,19 +59,15 @@ protected:
         return ctx;
     }
     static tcrypto_ctx_ptr keygen(const std::string &name) { return request(TCRYPTO_KEYGEN, name); }
-    static tcrypto_key_ptr load(const std::string &generator, const std::string &name, std::uint32_t type,
-                                std::uint32_t format) {
+    // The public half for a name with ".pub.", else the private one.
+    static tcrypto_key_ptr load(const std::string &generator, const std::string &name) {
+        const auto from_file =
+            name.find(".pub.") != name.npos ? tcrypto_pubkey_from_file : tcrypto_privkey_from_file;
         const std::string path = key_file(name);
         const tcrypto_ctx_ptr ctx = keygen(generator);
         tcrypto_key_ptr key;
-        const int rc =
-            !ctx ? -1 : tcrypto_load_key_from_file(ctx.get(), th_out(key), path.c_str(), type, format);
+        const int rc = !ctx ? -1 : from_file(ctx.get(), th_out(key), path.c_str(), TCRYPTO_FORMAT_PEM);
         EXPECT_EQ(rc == 0, key != nullptr) << name;
         return key;
-    }
-    // The public half for a name with ".pub.", else the private one.
-    static tcrypto_key_ptr load(const std::string &generator, const std::string &name) {
-        const auto type = name.find(".pub.") != name.npos ? TCRYPTO_KEY_PUBLIC : TCRYPTO_KEY_PRIVATE;
-        return load(generator, name, type, TCRYPTO_FORMAT_PEM);
     }
 };
