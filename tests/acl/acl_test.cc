@@ -64,12 +64,14 @@ TEST(Acl, GrowsBy32AndHoldsAtMost65535Entries) {
     tvo_acl *acl = tvo_acl_init(31);
     EXPECT_EQ(acl->capacity, 32U);
     tvo_acl_entry *entry = nullptr;
-    for (int id = 0; id < 65535; ++id)
+    for (std::uint32_t id = 0; id < 65535; ++id, entry->qualifier = id)
         ASSERT_EQ(tvo_acl_create_entry(&acl, &entry), 0);
     EXPECT_EQ(tvo_acl_create_entry(&acl, &entry), -1);
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_EQ(acl->capacity, 65536U);
     EXPECT_EQ(tvo_acl_size(acl), 8 + 8 * 65535);
+    EXPECT_EQ(tvo_acl_get_entry(acl, TVO_ACL_FIRST_ENTRY, &entry), 1);
+    EXPECT_EQ(entry->qualifier, 1U);
     tvo_acl_free(acl);
 }
 
