@@ -39,13 +39,11 @@ TEST(Acl, ShortTextGivesEntriesInItsOrderOrTheReasonOfItsRefusal) {
         // clang-format off
         {"u::rw-,g::r--,o::r--", "Ok", "1.6 3.4 6.4"}, {"u:1000:rwx,g:100:r-x", "Ok", "2.7.1000 4.5.100"},
         {"u::,g:4294967295:,u:010:r-x,", "Ok", "1.0 4.0.4294967295 2.5.10"},
-        {"u:4294967296:r", "Qualifier conversion failed", ""},
-        {"u:99999999999999999999:r", "Qualifier conversion failed", ""},
-        {"x::r", "Invalid ACL tag character", ""}, {"u", "Expecting ':'", ""}, {"u:5r", "Expecting ':'", ""},
-        {"g::r,g::r", "Basic permission defined more than once", ""},
+        {"u:4294967296:r", "Qualifier conversion failed", ""}, {"x::r", "Invalid ACL tag character", ""},
+        {"u:99999999999999999999:r", "Qualifier conversion failed", ""}, {"u", "Expecting ':'", ""},
+        {"u:5r", "Expecting ':'", ""}, {"g::r,g::r", "Basic permission defined more than once", ""},
         {"o:5:r", "Qualifier not allowed here", ""}, {"u::rr", "ACL permission repeated", ""},
-        {"u::r w", "Invalid ACL permission character", ""},
-        {"u::r\xe4", "Invalid ACL permission character", ""}, {"", "Ok", ""},
+        {"u::r w", "Invalid ACL permission character", ""}, {"", "Ok", ""},
         // clang-format on
     };
     for (const auto &row : rows) {
@@ -78,7 +76,7 @@ TEST(Acl, GrowsBy32AndHoldsAtMost65535Entries) {
 }
 
 TEST(Acl, TellWhenMemoryIsOut) {
-    std::set<std::string> messages;
+    std::string messages;
     const int calls = fail_each_call([&] {
         tvo_acl_ptr acl, completed;
         std::uint32_t mode = 0;
@@ -86,14 +84,12 @@ TEST(Acl, TellWhenMemoryIsOut) {
         errno = 0;
         bool done = tvo_acl_from_short_text(th_out(acl), "u::r,g::r,o::r,u:7:r", &message) == 0;
         done = done && tvo_acl_complete(acl.get(), th_out(completed), &mode, &message) == 0;
-        EXPECT_EQ(errno, done ? 0 : ENOMEM);
-        EXPECT_EQ(completed != nullptr, done);
-        messages.insert(message);
+        EXPECT_TRUE(errno == (done ? 0 : ENOMEM) && !!completed == done);
+        (messages += message) += '\n';
         return done;
     });
     EXPECT_EQ(calls, 2);
-    EXPECT_THAT(messages, testing::Contains("ACL duplication failed"));
-    EXPECT_EQ(messages.size(), 3U);
+    EXPECT_EQ(messages, "ACL initialization failed\nACL duplication failed\nOk - ACL valid\n");
 }
 
 TEST(Acl, EntriesRefuseUnknownTagsBitsAndNamelessQualifiers) {
@@ -155,8 +151,7 @@ TEST(Acl, ChecksEveryFieldOfAnExternalForm) {
 
 TEST(Acl, ValidityMaskAndCompletion) {
     const struct {
-        const char *text;  // null: no list
-        const char *masked, *sorted;
+        const char *text, *masked, *sorted;  // null: no list
         int valid;
         const char *completed;
         std::uint32_t mode;  // from 0751
@@ -185,7 +180,6 @@ TEST(Acl, ValidityMaskAndCompletion) {
         EXPECT_STREQ(message, row.message);
         EXPECT_EQ(mode, row.mode);
         EXPECT_EQ(completed ? show(completed.get()) : "none", row.completed);
-
         EXPECT_EQ(tvo_acl_calc_mask(&acl), acl ? 0 : -1);
         EXPECT_EQ(show(acl), row.masked);
         EXPECT_EQ(tvo_acl_calc_mask(&acl), acl ? 0 : -1);  // now into the entry that is there

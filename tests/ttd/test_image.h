@@ -104,8 +104,7 @@ public:
     [[nodiscard]] std::string bits() const {
         std::string all(ctx.info.raw_blocks, '.');
         for (std::uint32_t block = 0; block < all.size(); ++block)
-            if (!talg_bitmap_isset(ctx.verified, block))
-                all[block] = 'X';
+            all[block] = talg_bitmap_isset(ctx.verified, block) ? '.' : 'X';
         return all;
     }
 
