@@ -127,14 +127,12 @@ TEST(Slist, RefusesWhatIsMissingOrForeign) {
     EXPECT_THAT(missing, testing::Each(std::set{EINVAL}));
     EXPECT_EQ(th_slist_append(nullptr, &NEW, &l.made), EINVAL);
     EXPECT_EQ(l.made, nullptr);
-    const int foreign[] = {
-        th_slist_insert_after(l.own, &NEW, l.foreign),
-        th_slist_insert_before(l.own, &NEW, l.foreign),
-        th_slist_remove(l.own, l.foreign, note),
-        th_slist_find(l.own, &TWENTY, U64, &l.foreign),
-        th_slist_merge(l.own, &l.own),
-        th_slist_merge(l.own, &l.none),
-    };
+    const int foreign[] = {th_slist_insert_after(l.own, &NEW, l.foreign),
+                           th_slist_insert_before(l.own, &NEW, l.foreign),
+                           th_slist_remove(l.own, l.foreign, note),
+                           th_slist_find(l.own, &TWENTY, U64, &l.foreign),
+                           th_slist_merge(l.own, &l.own),
+                           th_slist_merge(l.own, &l.none)};
     EXPECT_THAT(foreign, testing::Each(EINVAL));
     EXPECT_EQ(content(l.own), (words{10, 20, 30}));
     th_slist_destroy(&l.own, nullptr);
@@ -158,17 +156,15 @@ TEST(Slist, FindsOnFromTheCursorAndAnswersForNull) {
         EXPECT_TRUE(compare(l.twenty, &TWENTY) == 0 && compare(l.twenty, &NEW) != 0);
     }
     EXPECT_EQ(th_slist_get_previous(l.own, l.thirty), l.twenty);
-    const void *const none[] = {
-        th_slist_get_previous(l.own, l.ten),
-        th_slist_get_previous(l.own, l.foreign),
-        th_slist_get_previous(nullptr, l.thirty),
-        th_slist_get_previous(l.own, nullptr),
-        th_slist_get_first(nullptr),
-        th_slist_get_last(nullptr),
-        th_slist_get_next(nullptr),
-        th_slist_get_data(nullptr),
-        th_slist_get_data_vp(nullptr),
-    };
+    const void *const none[] = {th_slist_get_previous(l.own, l.ten),
+                                th_slist_get_previous(l.own, l.foreign),
+                                th_slist_get_previous(nullptr, l.thirty),
+                                th_slist_get_previous(l.own, nullptr),
+                                th_slist_get_first(nullptr),
+                                th_slist_get_last(nullptr),
+                                th_slist_get_next(nullptr),
+                                th_slist_get_data(nullptr),
+                                th_slist_get_data_vp(nullptr)};
     EXPECT_THAT(none, testing::Each(nullptr));
     EXPECT_EQ(th_slist_get_count(nullptr) | th_slist_get_data_u32(nullptr) | th_slist_get_data_u64(nullptr),
               0U);
@@ -181,11 +177,8 @@ TEST(Slist, FindsOnFromTheCursorAndAnswersForNull) {
     EXPECT_EQ(errno, EIO);
     th_slist_destroy(&l.other, nullptr);
     const std::size_t before = mallinfo2().hblks;  // mappings: an allocation of this size has its own
-    const th_slist_release call = [](th_slist_node *node) { th_slist_free_vp(node); };
-    for (const auto release : {th_slist_release(th_slist_free_vp), call}) {
-        append(l.own = make(), th_slist_word(std::malloc(1U << 26)));
-        th_slist_destroy(&l.own, release);
-    }
+    append(l.own = make(), th_slist_word(std::malloc(1U << 26)));
+    th_slist_destroy(&l.own, th_slist_free_vp);
     EXPECT_EQ(mallinfo2().hblks, before);
 }
 
