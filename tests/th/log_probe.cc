@@ -1,16 +1,7 @@
-// A program that logs what its arguments say, so that tests can look at the
-// environment's effect from outside:
-//   CONTEXT:FLAGS:TEXT  logs, to alpha, beta, gamma, or null without call site
-//   new=NAME            registers the context gamma under this name
-//   update=TEXT         updates the configuration
-//   cl                  switches to command line mode
-//   show=NAME           prints destinations and the two levels that count
-//   full                sends standard output to a full device
-//   join                sends standard error to where standard output goes
-//   edges               logs before the contexts exist and after they are gone
-//   clash               registers alpha's variable under another name
-// A result that is not 0 is printed on standard error.  FAIL in the environment numbers
-// the allocation that fails.
+// A program that logs what its arguments say, so that tests can look at the environment's
+// effect from outside.  CONTEXT:FLAGS:TEXT logs, to alpha, beta, gamma, or null without call
+// site; VERB=VALUE does what VERBS says.  A result that is not 0 is printed on standard error.
+// FAIL in the environment numbers the allocation that fails.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -50,8 +41,6 @@ int log_message(const std::string &argument) {
     if (name == "null")
         return th_log_ex(nullptr, "%s\n", text);
     const th_log_call_site site = {
-        .line = 7,
-        .file = "some/dir/probe.cc",
         .flags = std::strtoull(argument.c_str() + first + 1, nullptr, 0),
         .context = name == "alpha"  ? &alpha
                    : name == "beta" ? &beta
@@ -62,8 +51,7 @@ int log_message(const std::string &argument) {
 
 int show(const char *name) {
     std::uint32_t bits = 0;
-    std::int32_t to_stderr = 0;
-    std::int32_t to_stdout = 0;
+    std::int32_t to_stderr = 0, to_stdout = 0;
     if (const int error = th_log_get_destinations_by_name(name, &bits); error != 0)
         return error;
     th_log_get_verbosity_by_name(name, TH_LOG_STDERR, &to_stderr);
@@ -76,11 +64,11 @@ const std::map<std::string, int (*)(const char *)> VERBS = {
     {"new", [](const char *name) { return th_log_context_create(name, &gamma_log); }},
     {"update", th_log_update_config},
     {"cl", [](const char *) { return th_log_set_cl_mode(); }},
-    {"show", show},
-    {"full", [](const char *) { return dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO) < 0 ? -1 : 0; }},
-    {"join", [](const char *) { return dup2(STDOUT_FILENO, STDERR_FILENO) < 0 ? -1 : 0; }},
-    {"edges", [](const char *) { return 0; }},
-    {"clash", [](const char *) { return th_log_registration("other", &alpha), 0; }},
+    {"show", show},  // prints destinations and the two levels that count
+    {"full", [](const char *) { return int(dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO) < 0); }},
+    {"join", [](const char *) { return int(dup2(STDOUT_FILENO, STDERR_FILENO) < 0); }},
+    {"edges", [](const char *) { return 0; }},  // logs before the contexts exist and after they are gone
+    {"clash", [](const char *) { return th_log_registration("other", &alpha), 0; }},  // alpha's variable
 };
 
 void run(const std::string &argument) {
