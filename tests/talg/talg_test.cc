@@ -86,10 +86,6 @@ TEST(HashTable, KeepsTheNewestOfAKeyAndAWalkMayRemoveNodes) {
     numbers keys;
     EXPECT_EQ(talg_hash_table_foreach(table, collect_key, &keys), 0);
     EXPECT_EQ(keys, (numbers{4, 0, 1, 6, 2}));
-    const auto call_again = [](talg_hash_node *node, void *owner) {
-        return talg_hash_table_get(static_cast<talg_hash_table *>(owner), &node, &record_of(node)->key);
-    };
-    EXPECT_EQ(talg_hash_table_foreach(table, call_again, table), 0);
     EXPECT_EQ(set(records[2]), 0) << "once more";
     EXPECT_EQ(destroyed, numbers{});
     EXPECT_EQ(set(equal), 0);
@@ -98,7 +94,10 @@ TEST(HashTable, KeepsTheNewestOfAKeyAndAWalkMayRemoveNodes) {
     EXPECT_EQ(get(2), 0);
     EXPECT_EQ(found, &equal.entry.hash_node);
     const auto remove_until_one = [](talg_hash_node *node, void *owner) {
-        talg_hash_table_remove(static_cast<talg_hash_table *>(owner), node);
+        auto *const from = static_cast<talg_hash_table *>(owner);
+        talg_hash_node *same = nullptr;
+        EXPECT_EQ(talg_hash_table_get(from, &same, &record_of(node)->key), 0) << "a call from within";
+        talg_hash_table_remove(from, node);
         return record_of(node)->key == 1 ? 77 : 0;
     };
     EXPECT_EQ(talg_hash_table_foreach(table, remove_until_one, table), 77);
@@ -106,29 +105,24 @@ TEST(HashTable, KeepsTheNewestOfAKeyAndAWalkMayRemoveNodes) {
     EXPECT_EQ(destroyed, (numbers{2, 4, 0, 1, 2, 6}));
 }
 
-struct LruCache : testing::Test {
-    int create(std::size_t capacity, unsigned order) {
+TEST(LruCache, EvictsTheLeastRecentlyUsedEntryAndAFailedSetChangesNothing) {
+    talg_lru_cache *cache = nullptr;
+    talg_list_node *node = nullptr;
+    keyed_record outsider{1};
+    const auto create = [&](std::size_t capacity, unsigned order) {
         talg_lru_cache_destroy(cache);
         destroyed.clear();
-        const auto destroy = [](talg_hash_node *node, void *) {
-            note(node, nullptr), delete record_of(node);
+        const auto destroy = [](talg_hash_node *gone, void *) {
+            note(gone, nullptr), delete record_of(gone);
         };
         return talg_lru_cache_create(&cache, masked_hash, compare_keys, destroy, order, capacity, 0);
-    }
-    int set(keyed_record *r) { return talg_lru_cache_set(cache, &r->entry, &r->key); }
-    numbers order() {
+    };
+    const auto set = [&](keyed_record *r) { return talg_lru_cache_set(cache, &r->entry, &r->key); };
+    const auto order = [&] {
         numbers keys;
         EXPECT_EQ(talg_lru_cache_foreach(cache, collect_key, &keys), 0);
         return keys;
-    }
-    void TearDown() override { talg_lru_cache_destroy(cache); }
-
-    talg_lru_cache *cache = nullptr;
-};
-
-TEST_F(LruCache, AFailedSetLeavesTheEntryAndTheCacheAlone) {
-    keyed_record outsider{1};
-    talg_list_node *node = nullptr;
+    };
     const int refused[] = {create(0, 0), create(1, 33), set(&outsider),
                            talg_lru_cache_get(cache, &node, &outsider.key),
                            talg_lru_cache_foreach(cache, collect_key, nullptr)};
@@ -144,9 +138,6 @@ TEST_F(LruCache, AFailedSetLeavesTheEntryAndTheCacheAlone) {
         return 9 + talg_lru_cache_foreach(static_cast<talg_lru_cache *>(owner), collect_key, &keys);
     };
     EXPECT_EQ(talg_lru_cache_foreach(cache, call_again, cache), 9);
-}
-
-TEST_F(LruCache, EvictsTheLeastRecentlyUsedEntry) {
     std::mt19937 random(7);
     for (const std::size_t capacity : {1u, 3u, 8u}) {
         ASSERT_EQ(create(capacity, 2), 0);
@@ -155,7 +146,8 @@ TEST_F(LruCache, EvictsTheLeastRecentlyUsedEntry) {
             const auto key = static_cast<std::uint32_t>(random() % 12);
             const bool present = std::erase(model, key) != 0;
             if (random() % 2 == 0) {
-                talg_list_node stale, *node = &stale;
+                talg_list_node stale;
+                node = &stale;
                 ASSERT_EQ(talg_lru_cache_get(cache, &node, &key), present ? 0 : ENOENT);
                 ASSERT_EQ(node != nullptr, present);
                 if (!node)
@@ -176,6 +168,7 @@ TEST_F(LruCache, EvictsTheLeastRecentlyUsedEntry) {
         }
         ASSERT_EQ(destroyed, model_destroyed);
     }
+    talg_lru_cache_destroy(cache);
 }
 
 TEST(Bitmap, WholeWordsAreReadableAndTheCapacityIsOutOfRange) {
@@ -209,7 +202,7 @@ TEST(Bitmap, WholeWordsAreReadableAndTheCapacityIsOutOfRange) {
     EXPECT_EQ(talg_bitmap_create(nullptr, 1), EINVAL);
 }
 
-struct Slab : testing::Test {
+struct SlabDeathTest : testing::Test {
     int create(std::size_t element_size, std::size_t initial_count = 1) {
         talg_slab_destroy(slab);
         slab = nullptr;
@@ -229,20 +222,16 @@ struct Slab : testing::Test {
 
     talg_slab *slab = nullptr;
 };
-using SlabDeathTest = Slab;
 
-TEST_F(Slab, RefusesBadSizes) {
+TEST_F(SlabDeathTest, KeepsTheBytesOfEveryElementAndGrowsOnlyWhenFull) {
     constexpr std::size_t huge = std::size_t{1} << 57;
     EXPECT_EQ(create(0), EINVAL);
     EXPECT_EQ(talg_slab_create(nullptr, 1, 1, 0), EINVAL);
     EXPECT_EQ(create(huge), EOVERFLOW);
-    const numbers cases[] = {{16, huge}, {16, SIZE_MAX / 16}, {16, SIZE_MAX}, {huge - 1, 1}};
-    for (const numbers &c : cases)
+    const numbers refused[] = {{16, huge}, {16, SIZE_MAX / 16}, {16, SIZE_MAX}, {huge - 1, 1}};
+    for (const numbers &c : refused)
         EXPECT_EQ(stderr_of([&] { EXPECT_EQ(create(c[0], c[1]), ENOMEM); }),
                   "failed to allocate slab block\n");
-}
-
-TEST_F(Slab, KeepsTheBytesOfEveryElementAndGrowsOnlyWhenFull) {
     std::mt19937 random(11);
     const std::size_t cases[][4] = {// size, first count, slabs of the first growth and of the next ones
                                     {1, 1, 64, 64},  {32, 124, 2, 2}, {32, 125, 2, 2},
@@ -283,10 +272,9 @@ TEST_F(Slab, KeepsTheBytesOfEveryElementAndGrowsOnlyWhenFull) {
     testing::internal::CaptureStdout();
     talg_slab_print(slab);
     EXPECT_THAT(testing::internal::GetCapturedStdout(),
-                testing::MatchesRegex(
-                    "slab allocator 0x[0-9a-f]+: 62 elements of 32 bytes per slab of 2048 bytes, unit "
-                    "4096 bytes\nempty slabs:\n  0x[0-9a-f]+: 62 free .mask 0x3fffffffffffffff.\n"
-                    "partly used slabs:\n  0x[0-9a-f]+: 1 free .mask 0x2000000000000000.\nfull slabs:\n"));
+                testing::ContainsRegex("^slab allocator 0x[0-9a-f]+: 62 elements of 32 bytes per slab of .*\n"
+                                       "partly used slabs:\n  0x[0-9a-f]+: 1 free .mask 0x2000000000000000.\n"
+                                       "full slabs:\n$"));
     EXPECT_EQ(talg_slab_alloc(slab), last);
 }
 
@@ -303,24 +291,22 @@ TEST_F(SlabDeathTest, AbortsOnWhatIsNoElementInUse) {
 }
 
 TEST(MemalignDeathTest, GivesZeroedPagesAtTheAlignmentOrWhyNot) {
-    const struct {
-        std::size_t size, alignment, found;
-        int error;
-    } cases[] = {
+    const std::size_t cases[][4] = {
+        // size, alignment, the one found, errno
         {1, 0, 4096, 0},   {4097, 32768, 32768, 0},  {4096, 1 << 20, 1 << 20, 0},       {1, 4097, 0, EINVAL},
         {0, 1, 0, EINVAL}, {SIZE_MAX, 1, 0, ENOMEM}, {SIZE_MAX - 4095, 8192, 0, ENOMEM}};
-    for (const auto &c : cases) {
+    for (const auto &[size, alignment, found, error] : cases) {
         errno = 0;
-        auto *memory = static_cast<unsigned char *>(talg_memalign_alloc(c.size, c.alignment));
-        EXPECT_EQ(errno, c.error) << c.size << " at " << c.alignment;
-        ASSERT_EQ(memory == nullptr, c.error != 0);
+        auto *memory = static_cast<unsigned char *>(talg_memalign_alloc(size, alignment));
+        EXPECT_EQ(static_cast<std::size_t>(errno), error) << size << " at " << alignment;
+        ASSERT_EQ(memory == nullptr, error != 0);
         if (memory == nullptr)
             continue;
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory) % c.found, 0u);
-        const std::size_t length = (c.size + 4095) / 4096 * 4096;
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory) % found, 0u);
+        const std::size_t length = (size + 4095) / 4096 * 4096;
         EXPECT_EQ(memory[0] | memory[length - 1], 0);
         std::memset(memory, 0xA5, length);
-        talg_memalign_free(memory, c.size);
+        talg_memalign_free(memory, size);
         EXPECT_DEATH(memory[length - 1] = 1, "") << "all of it is unmapped";
     }
     alignas(2) char unaligned[2];
@@ -399,26 +385,25 @@ void take_piece(void *arg, std::size_t piece, unsigned worker) {
 }
 
 TEST(Workers, TakeEveryPieceOnceAllOfThem) {
-    const struct {
-        unsigned wanted, failing, found;  // the call that fails: memory, then a thread
-    } rows[] = {{0, 0, 1}, {1, 0, 1}, {2, 0, 2},  {4, 4, 3},
-                {2, 2, 1}, {2, 1, 1}, {2, 99, 1}, {1000, 0, TALG_MAX_WORKERS}};
-    for (const auto &row : rows) {
-        SCOPED_TRACE(std::to_string(row.wanted) + ", failing " + std::to_string(row.failing));
-        fails_at = static_cast<int>(row.failing);
-        signals_fail = row.failing == 99;
-        talg_workers *const workers = talg_workers_create(row.wanted);
+    // Workers wanted, the call that fails (memory, then a thread), and workers there.
+    const unsigned rows[][3] = {{0, 0, 1}, {1, 0, 1}, {2, 0, 2},  {4, 4, 3},
+                                {2, 2, 1}, {2, 1, 1}, {2, 99, 1}, {1000, 0, TALG_MAX_WORKERS}};
+    for (const auto &[wanted, failing, there] : rows) {
+        SCOPED_TRACE(std::to_string(wanted) + ", failing " + std::to_string(failing));
+        fails_at = static_cast<int>(failing);
+        signals_fail = failing == 99;
+        talg_workers *const workers = talg_workers_create(wanted);
         fails_at = signals_fail = false;
-        EXPECT_EQ(workers == nullptr, row.wanted < 2 || row.failing == 1);
+        EXPECT_EQ(workers == nullptr, wanted < 2 || failing == 1);
         live = workers ? 3 : 0;
         for (int i = 0; i < 3; ++i) {
-            worker_round round(row.found);
-            talg_workers_run(workers, take_piece, &round, row.found);
+            worker_round round(there);
+            talg_workers_run(workers, take_piece, &round, there);
             for (const auto &found : {round.pieces, round.workers})
-                EXPECT_TRUE(found.size() == row.found && *found.rbegin() == row.found - 1);
+                EXPECT_TRUE(found.size() == there && *found.rbegin() == there - 1);
             for (const int signal : {SIGINT, SIGTERM, SIGXFSZ, SIGSEGV, SIGBUS})
                 EXPECT_EQ(sigismember(&round.blocked, signal),
-                          row.found > 1 && (signal == SIGINT || signal == SIGTERM));
+                          there > 1 && (signal == SIGINT || signal == SIGTERM));
         }
         sigset_t now;
         EXPECT_EQ(pthread_sigmask(SIG_BLOCK, nullptr, &now) + sigismember(&now, SIGINT), 0);

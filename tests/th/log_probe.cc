@@ -4,10 +4,10 @@
 // FAIL in the environment numbers the allocation that fails.
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <map>
 #include <new>
+#include <span>
 #include <string>
 #include <unistd.h>
 
@@ -19,34 +19,18 @@ TH_LOG_CONTEXT_DEFINE(beta, "beta");
 namespace {
 
 th_log_context *gamma_log = nullptr;
-bool log_at_the_end = false;
-
-// glibc passes the arguments to constructors; 101 is before every other one.
-[[gnu::constructor(101)]] void log_early(int argc, char **argv) {
-    log_at_the_end = argc > 1 && std::strcmp(argv[1], "edges") == 0;
-    if (log_at_the_end)
-        TH_LOG(alpha, TH_LOG_ERROR, "early\n");
-}
-
-[[gnu::destructor(101)]] void log_late() {
-    if (log_at_the_end)
-        TH_LOG(alpha, TH_LOG_ERROR, "late\n");
-}
 
 int log_message(const std::string &argument) {
-    const std::size_t first = argument.find(':');
-    const std::size_t second = argument.find(':', first + 1);
+    const std::size_t first = argument.find(':'), second = argument.find(':', first + 1);
     const std::string name = argument.substr(0, first);
     const char *text = argument.c_str() + second + 1;
-    if (name == "null")
-        return th_log_ex(nullptr, "%s\n", text);
     const th_log_call_site site = {
         .flags = std::strtoull(argument.c_str() + first + 1, nullptr, 0),
         .context = name == "alpha"  ? &alpha
                    : name == "beta" ? &beta
                                     : &gamma_log,
     };
-    return th_log_ex(&site, "%s\n", text);
+    return th_log_ex(name == "null" ? nullptr : &site, "%s\n", text);
 }
 
 int show(const char *name) {
@@ -67,18 +51,8 @@ const std::map<std::string, int (*)(const char *)> VERBS = {
     {"show", show},  // prints destinations and the two levels that count
     {"full", [](const char *) { return int(dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO) < 0); }},
     {"join", [](const char *) { return int(dup2(STDOUT_FILENO, STDERR_FILENO) < 0); }},
-    {"edges", [](const char *) { return 0; }},  // logs before the contexts exist and after they are gone
     {"clash", [](const char *) { return th_log_registration("other", &alpha), 0; }},  // alpha's variable
 };
-
-void run(const std::string &argument) {
-    const std::size_t equals = argument.find('=');
-    const auto verb = VERBS.find(argument.substr(0, equals));
-    const char *value = equals == argument.npos ? "" : argument.c_str() + equals + 1;
-    const int result = verb == VERBS.end() ? log_message(argument) : verb->second(value);
-    if (result != 0)
-        std::fprintf(stderr, "= %d\n", result);
-}
 
 }  // namespace
 
@@ -91,8 +65,14 @@ extern "C" void *__wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow
 }
 
 int main(int argc, char **argv) {
-    for (int i = 1; i < argc; i++)
-        run(argv[i]);
+    for (const std::string argument : std::span(argv, static_cast<std::size_t>(argc)).subspan(1)) {
+        const std::size_t equals = argument.find('=');
+        const auto verb = VERBS.find(argument.substr(0, equals));
+        const char *value = equals == argument.npos ? "" : argument.c_str() + equals + 1;
+        const int result = verb == VERBS.end() ? log_message(argument) : verb->second(value);
+        if (result != 0)
+            std::fprintf(stderr, "= %d\n", result);
+    }
     th_log_context_destroy(&gamma_log);
     return 0;
 }
