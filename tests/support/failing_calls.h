@@ -1,6 +1,5 @@
-// Calls of the code under test that fail when they are told to.  For a program
-// whose CMake file has the linker turn calls of NAME into __wrap_NAME, operator
-// new (nothrow) among them.
+// Calls of the code under test that fail when told to, where the CMake file has the linker turn
+// calls of NAME into __wrap_NAME, operator new (nothrow) among them.
 #pragma once
 
 #include <atomic>

@@ -1,13 +1,12 @@
-// What a signed superblock proves of its image, said once more without the engine:
-// the root hash is computed from the data up, recursively, and every hash on the way
-// must stand in the tree.
+// What a signed superblock proves of its image, without the engine: the root hash is computed
+// from the data up, and every hash on the way must stand in the tree.
 #pragma once
 
 #include <algorithm>
 #include <bit>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
+#include <span>
 #include <vector>
 
 #include "support/require.h"
@@ -60,8 +59,7 @@ private:
     }
 
     [[nodiscard]] bool is_sane() {
-        const bool partition = (sb_.flags & 1) != 0;
-        covered_ = partition ? sb_.totalsize : sb_.fssize;
+        covered_ = sb_.flags & 1 ? sb_.totalsize : sb_.fssize;  // a partition, or the inner image alone
         return sb_.magic == TTD_MAGIC && sb_.version == TTD_VERSION && hash_size_ > 0 &&
                sb_.saltsize >= hash_size_ && sb_.saltsize <= sizeof sb_.salt && is_block_size(sb_.blksize) &&
                is_block_size(sb_.hblksize) && covered_ > 0;
@@ -103,34 +101,28 @@ private:
         }
         for (std::uint64_t slot = 0; level > 0 && slot < per_block_; ++slot) {
             const std::uint64_t child = index * per_block_ + slot;
-            if (child * items_[level - 1] < blocks_)
-                enter(image_.data() + place + slot * hash_size_, hash_of(level - 1, child));
+            if (child * items_[level - 1] >= blocks_)
+                break;
+            const image_bytes hash = hash_of(level - 1, child);
+            const auto there = image_.begin() + static_cast<std::ptrdiff_t>(place + slot * hash_size_);
+            if (repairing_)
+                std::ranges::copy(hash, there);
+            consistent_ = consistent_ && std::ranges::equal(hash, std::span(there, hash_size_));
         }
-        require(tcrypto_digest_init(digest_.get()) == 0);
-        require(tcrypto_digest_update(digest_.get(), sb_.salt, sb_.saltsize) == 0);
-        require(tcrypto_digest_update(digest_.get(), image_.data() + place, size) == 0);
-        require(tcrypto_digest_final(digest_.get(), result.data(), nullptr) == 0);
+        require(tcrypto_digest_init(digest_.get()) == 0 &&
+                tcrypto_digest_update(digest_.get(), sb_.salt, sb_.saltsize) == 0 &&
+                tcrypto_digest_update(digest_.get(), image_.data() + place, size) == 0 &&
+                tcrypto_digest_final(digest_.get(), result.data(), nullptr) == 0);
         return result;
-    }
-
-    void enter(std::uint8_t *slot, const image_bytes &hash) {
-        if (repairing_)
-            std::ranges::copy(hash, slot);
-        else if (std::memcmp(slot, hash.data(), hash.size()) != 0)
-            consistent_ = false;
     }
 
     image_bytes &image_;
     const ttd_superblock &sb_;
     tcrypto_ctx_ptr digest_;
     std::size_t hash_size_ = 0;
-    std::uint64_t covered_ = 0;
-    std::uint64_t per_block_ = 0;
+    std::uint64_t covered_ = 0, per_block_ = 0;
     std::uint64_t blocks_ = 0;           // of the inner image, the last one maybe in part
     std::vector<std::uint64_t> items_;   // data blocks under one item of a level
     std::vector<std::uint64_t> starts_;  // where the hash blocks of level n + 1 begin
-    bool consistent_ = true;
-    bool repairing_ = false;
-    bool valid_ = false;
-    bool well_formed_ = false;
+    bool consistent_ = true, repairing_ = false, valid_ = false, well_formed_ = false;
 };

@@ -1,11 +1,9 @@
-// Captures what the code under test logs.  While a capture lives, every message
-// is recorded instead of printed, and fatal messages return.  Captures nest: the
-// newest one records, its end puts the previous log function back.
+// While a capture lives, every message that is logged is recorded instead of printed, and fatal
+// messages return.  Captures nest: the newest records, its end puts the previous one back.
 #pragma once
 
 #include <algorithm>
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <utility>
@@ -22,12 +20,8 @@ struct log_line {
 class log_capture {
 public:
     log_capture() { mktfs_register_log_fct(record); }
-    ~log_capture() {
-        current_ = previous_;
-        mktfs_register_log_fct(previous_function_);
-    }
-    log_capture(const log_capture &) = delete;
-    log_capture &operator=(const log_capture &) = delete;
+    ~log_capture() { current_ = previous_, mktfs_register_log_fct(previous_function_); }
+    log_capture(log_capture &&) = delete;
 
     [[nodiscard]] const std::vector<log_line> &lines() const { return lines_; }
     // The texts of all lines, one after the other.

@@ -1,15 +1,12 @@
-// A temporary folder that is removed, with everything in it, at the end of its
-// scope.  Failures of the helpers end the test program (they throw).
+// A temporary folder, removed with all in it at the end of its scope.  Helpers that fail throw.
 #pragma once
 
-#include <stdlib.h>
-
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
 class temp_dir {
 public:
@@ -21,8 +18,7 @@ public:
         std::error_code ignored;
         std::filesystem::remove_all(path_, ignored);
     }
-    temp_dir(const temp_dir &) = delete;
-    temp_dir &operator=(const temp_dir &) = delete;
+    temp_dir(temp_dir &&) = delete;
 
     [[nodiscard]] const std::string &path() const { return path_; }
     // The path of an entry below the folder; nothing is made.

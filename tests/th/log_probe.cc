@@ -1,22 +1,13 @@
-// A program that logs what its arguments say, so that tests can look at the
-// environment's effect from outside:
-//   CONTEXT:FLAGS:TEXT  logs, to alpha, beta, gamma, or null without call site
-//   new=NAME            registers the context gamma under this name
-//   update=TEXT         updates the configuration
-//   cl                  switches to command line mode
-//   show=NAME           prints destinations and the two levels that count
-//   full                sends standard output to a full device
-//   join                sends standard error to where standard output goes
-//   edges               logs before the contexts exist and after they are gone
-//   clash               registers alpha's variable under another name
-// A result that is not 0 is printed on standard error.  FAIL in the environment numbers
-// the allocation that fails.
+// A program that logs what its arguments say, so that tests can look at the environment's
+// effect from outside.  CONTEXT:FLAGS:TEXT logs, to alpha, beta, gamma, or null without call
+// site; VERB=VALUE does what VERBS says.  A result that is not 0 is printed on standard error.
+// FAIL in the environment numbers the allocation that fails.
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <map>
 #include <new>
+#include <span>
 #include <string>
 #include <unistd.h>
 
@@ -28,42 +19,23 @@ TH_LOG_CONTEXT_DEFINE(beta, "beta");
 namespace {
 
 th_log_context *gamma_log = nullptr;
-bool log_at_the_end = false;
-
-// glibc passes the arguments to constructors; 101 is before every other one.
-[[gnu::constructor(101)]] void log_early(int argc, char **argv) {
-    log_at_the_end = argc > 1 && std::strcmp(argv[1], "edges") == 0;
-    if (log_at_the_end)
-        TH_LOG(alpha, TH_LOG_ERROR, "early\n");
-}
-
-[[gnu::destructor(101)]] void log_late() {
-    if (log_at_the_end)
-        TH_LOG(alpha, TH_LOG_ERROR, "late\n");
-}
 
 int log_message(const std::string &argument) {
-    const std::size_t first = argument.find(':');
-    const std::size_t second = argument.find(':', first + 1);
+    const std::size_t first = argument.find(':'), second = argument.find(':', first + 1);
     const std::string name = argument.substr(0, first);
     const char *text = argument.c_str() + second + 1;
-    if (name == "null")
-        return th_log_ex(nullptr, "%s\n", text);
     const th_log_call_site site = {
-        .line = 7,
-        .file = "some/dir/probe.cc",
         .flags = std::strtoull(argument.c_str() + first + 1, nullptr, 0),
         .context = name == "alpha"  ? &alpha
                    : name == "beta" ? &beta
                                     : &gamma_log,
     };
-    return th_log_ex(&site, "%s\n", text);
+    return th_log_ex(name == "null" ? nullptr : &site, "%s\n", text);
 }
 
 int show(const char *name) {
     std::uint32_t bits = 0;
-    std::int32_t to_stderr = 0;
-    std::int32_t to_stdout = 0;
+    std::int32_t to_stderr = 0, to_stdout = 0;
     if (const int error = th_log_get_destinations_by_name(name, &bits); error != 0)
         return error;
     th_log_get_verbosity_by_name(name, TH_LOG_STDERR, &to_stderr);
@@ -76,21 +48,11 @@ const std::map<std::string, int (*)(const char *)> VERBS = {
     {"new", [](const char *name) { return th_log_context_create(name, &gamma_log); }},
     {"update", th_log_update_config},
     {"cl", [](const char *) { return th_log_set_cl_mode(); }},
-    {"show", show},
-    {"full", [](const char *) { return dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO) < 0 ? -1 : 0; }},
-    {"join", [](const char *) { return dup2(STDOUT_FILENO, STDERR_FILENO) < 0 ? -1 : 0; }},
-    {"edges", [](const char *) { return 0; }},
-    {"clash", [](const char *) { return th_log_registration("other", &alpha), 0; }},
+    {"show", show},  // prints destinations and the two levels that count
+    {"full", [](const char *) { return int(dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO) < 0); }},
+    {"join", [](const char *) { return int(dup2(STDOUT_FILENO, STDERR_FILENO) < 0); }},
+    {"clash", [](const char *) { return th_log_registration("other", &alpha), 0; }},  // alpha's variable
 };
-
-void run(const std::string &argument) {
-    const std::size_t equals = argument.find('=');
-    const auto verb = VERBS.find(argument.substr(0, equals));
-    const char *value = equals == argument.npos ? "" : argument.c_str() + equals + 1;
-    const int result = verb == VERBS.end() ? log_message(argument) : verb->second(value);
-    if (result != 0)
-        std::fprintf(stderr, "= %d\n", result);
-}
 
 }  // namespace
 
@@ -103,8 +65,14 @@ extern "C" void *__wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow
 }
 
 int main(int argc, char **argv) {
-    for (int i = 1; i < argc; i++)
-        run(argv[i]);
+    for (const std::string argument : std::span(argv, static_cast<std::size_t>(argc)).subspan(1)) {
+        const std::size_t equals = argument.find('=');
+        const auto verb = VERBS.find(argument.substr(0, equals));
+        const char *value = equals == argument.npos ? "" : argument.c_str() + equals + 1;
+        const int result = verb == VERBS.end() ? log_message(argument) : verb->second(value);
+        if (result != 0)
+            std::fprintf(stderr, "= %d\n", result);
+    }
     th_log_context_destroy(&gamma_log);
     return 0;
 }

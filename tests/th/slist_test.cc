@@ -1,6 +1,5 @@
 #include "support/test.h"
 #include "th/slist.h"
-#include <malloc.h>
 
 namespace {
 
@@ -38,6 +37,7 @@ struct lists {
     th_slist *own = make(), *other = make(), *none = nullptr;
     th_slist_node *ten = append(own, 10), *twenty = append(own, 20), *thirty = append(own, 30);
     th_slist_node *foreign = append(other, 40), *made = ten, *cursor = nullptr;
+    ~lists() { th_slist_destroy(&own, nullptr), th_slist_destroy(&other, nullptr); }
 };
 
 words content(const th_slist *list) {
@@ -59,8 +59,6 @@ struct row {
 };
 // clang-format off
 #define CALL(call, ...) {#call, []([[maybe_unused]] lists &l) { return th_slist_##call; }, __VA_ARGS__}
-// clang-format on
-
 const row ROWS[] = {
     CALL(append(l.own, &NEW, &l.made), 0, {10, 20, 30, 5}),
     CALL(prepend(l.own, &NEW, &l.made), 0, {5, 10, 20, 30}),
@@ -84,6 +82,7 @@ const row ROWS[] = {
     CALL(set_data(l.twenty, &HIGH) | th_slist_sort(l.own, th_slist_compare_u32_data), 0, {HIGH, 10, 30}),
     CALL(sort(l.own, by_last_digit), 0, {20, 30, 10}),
 };
+// clang-format on
 
 TEST(Slist, EveryCallLeavesAWholeList) {
     for (const row &r : ROWS) {
@@ -109,7 +108,7 @@ TEST(Slist, EveryCallLeavesAWholeList) {
 
 TEST(Slist, RefusesWhatIsMissingOrForeign) {
     lists l;
-    const std::set<int> missing[] = {
+    const std::set<int> refused[] = {
         with_each_null(th_slist_create, &l.none),
         with_each_null(th_slist_append, l.own, &NEW, nullptr),
         with_each_null(th_slist_prepend, l.own, &NEW, nullptr),
@@ -123,33 +122,25 @@ TEST(Slist, RefusesWhatIsMissingOrForeign) {
         with_each_null(th_slist_foreach, l.own, remove_until_20, nullptr),
         with_each_null(th_slist_sort, l.own, U64),
         with_each_null(th_slist_set_data, l.ten, &NEW),
+        {th_slist_append(nullptr, &NEW, &l.made), th_slist_insert_after(l.own, &NEW, l.foreign),
+         th_slist_insert_before(l.own, &NEW, l.foreign), th_slist_remove(l.own, l.foreign, note),
+         th_slist_find(l.own, &TWENTY, U64, &l.foreign), th_slist_merge(l.own, &l.own),
+         th_slist_merge(l.own, &l.none)},
     };
-    EXPECT_THAT(missing, testing::Each(std::set{EINVAL}));
-    EXPECT_EQ(th_slist_append(nullptr, &NEW, &l.made), EINVAL);
+    EXPECT_THAT(refused, testing::Each(std::set{EINVAL}));
     EXPECT_EQ(l.made, nullptr);
-    const int foreign[] = {
-        th_slist_insert_after(l.own, &NEW, l.foreign),
-        th_slist_insert_before(l.own, &NEW, l.foreign),
-        th_slist_remove(l.own, l.foreign, note),
-        th_slist_find(l.own, &TWENTY, U64, &l.foreign),
-        th_slist_merge(l.own, &l.own),
-        th_slist_merge(l.own, &l.none),
-    };
-    EXPECT_THAT(foreign, testing::Each(EINVAL));
     EXPECT_EQ(content(l.own), (words{10, 20, 30}));
-    th_slist_destroy(&l.own, nullptr);
-    th_slist_destroy(&l.other, nullptr);
 }
 
 TEST(Slist, FindsOnFromTheCursorAndAnswersForNull) {
     lists l;
     append(l.own, ABSENT);
     append(l.own, 20);
-    const std::pair<th_slist_compare, words> rows[] = {{th_slist_compare_u32_data, {20, ABSENT, 20}},
-                                                       {U64, {20, 20}},
-                                                       {th_slist_compare_vp_data, {20, 20}},
-                                                       {by_last_digit, {10, 20, 30, 20}}};
-    for (const auto &[compare, expected] : rows) {
+    const std::map<th_slist_compare, words> found_by = {{th_slist_compare_u32_data, {20, ABSENT, 20}},
+                                                        {U64, {20, 20}},
+                                                        {th_slist_compare_vp_data, {20, 20}},
+                                                        {by_last_digit, {10, 20, 30, 20}}};
+    for (const auto &[compare, expected] : found_by) {
         words found;
         for (l.cursor = nullptr; th_slist_find(l.own, &TWENTY, compare, &l.cursor) == 0;)
             found.push_back(th_slist_get_data_u64(l.cursor));
@@ -158,20 +149,12 @@ TEST(Slist, FindsOnFromTheCursorAndAnswersForNull) {
         EXPECT_TRUE(compare(l.twenty, &TWENTY) == 0 && compare(l.twenty, &NEW) != 0);
     }
     EXPECT_EQ(th_slist_get_previous(l.own, l.thirty), l.twenty);
-    const void *const none[] = {
-        th_slist_get_previous(l.own, l.ten),
-        th_slist_get_previous(l.own, l.foreign),
-        th_slist_get_previous(nullptr, l.thirty),
-        th_slist_get_previous(l.own, nullptr),
-        th_slist_get_first(nullptr),
-        th_slist_get_last(nullptr),
-        th_slist_get_next(nullptr),
-        th_slist_get_data(nullptr),
-        th_slist_get_data_vp(nullptr),
-    };
-    EXPECT_THAT(none, testing::Each(nullptr));
-    EXPECT_EQ(th_slist_get_count(nullptr) | th_slist_get_data_u32(nullptr) | th_slist_get_data_u64(nullptr),
-              0U);
+    EXPECT_TRUE(!th_slist_get_previous(l.own, l.ten) && !th_slist_get_previous(l.own, l.foreign) &&
+                !th_slist_get_previous(nullptr, l.thirty) && !th_slist_get_previous(l.own, nullptr));
+    EXPECT_TRUE(!th_slist_get_first(nullptr) && !th_slist_get_last(nullptr) && !th_slist_get_next(nullptr));
+    EXPECT_TRUE(!th_slist_get_data(nullptr) && !th_slist_get_data_vp(nullptr) &&
+                !th_slist_get_data_u32(nullptr) && !th_slist_get_data_u64(nullptr) &&
+                !th_slist_get_count(nullptr));
     EXPECT_EQ(th_slist_get_data_u32(th_slist_get_next(l.thirty)), 20U);
     EXPECT_EQ(th_slist_get_data_vp(l.ten), reinterpret_cast<void *>(10));
     errno = EIO;
@@ -179,14 +162,8 @@ TEST(Slist, FindsOnFromTheCursorAndAnswersForNull) {
     th_slist_destroy(&l.own, nullptr);
     th_slist_destroy(nullptr, nullptr);
     EXPECT_EQ(errno, EIO);
-    th_slist_destroy(&l.other, nullptr);
-    const std::size_t before = mallinfo2().hblks;  // mappings: an allocation of this size has its own
-    const th_slist_release call = [](th_slist_node *node) { th_slist_free_vp(node); };
-    for (const auto release : {th_slist_release(th_slist_free_vp), call}) {
-        append(l.own = make(), th_slist_word(std::malloc(1U << 26)));
-        th_slist_destroy(&l.own, release);
-    }
-    EXPECT_EQ(mallinfo2().hblks, before);
+    append(l.own = make(), th_slist_word(std::malloc(1)));
+    th_slist_destroy(&l.own, th_slist_free_vp);  // or a sanitizer finds a leak
 }
 
 }  // namespace
