@@ -2,6 +2,9 @@
 #include "support/temp_dir.h"
 #include "support/test.h"
 #include "th/log.h"
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // in its own <regex>, with sanitizers
+#endif
 #include <regex>
 
 TH_LOG_CONTEXT_DEFINE(test_log, "test");
