@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "base/cleanup.h"
 
@@ -38,6 +39,6 @@ int mktfs_temporary_file::rename_to(const char *path) {
     if (::rename(path_, path) != 0)
         return errno;
     renamed_ = true;
-    mktfs_cleanup_forget(slot_);
+    mktfs_cleanup_forget(std::exchange(slot_, -1));  // somebody else may get it
     return 0;
 }

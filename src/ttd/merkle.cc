@@ -110,15 +110,15 @@ private:
         if (length % ctx_.info.hash_block_size != 0)
             return MKTFS_FAIL(EINVAL, "ttd: hlen '%lu' is not a multiple of hash block size '%u'\n", length,
                               ctx_.info.hash_block_size);
-        const std::uint64_t count = is_root(level + 1) ? 1 : ctx_.info.level_blocks[level];
-        if (!is_root(level + 1))
-            if (const int err = check_level_size(level + 1, count); err != 0)
-                return err;
-        if (const int err = ttd_hash_level(ctx_, digest_, means_, levels_[level], count, levels_[level + 1]);
-            err != 0)
+        const std::uint8_t *const below = levels_[level];
+        if (is_root(level + 1))
+            return ttd_hash_level(ctx_, digest_, means_, below, 1, levels_[level + 1]);
+        const std::uint64_t count = ctx_.info.level_blocks[level];
+        if (const int err = check_level_size(level + 1, count); err != 0)
             return err;
-        if (!is_root(level + 1))
-            pad_last_block(level + 1, count);
+        if (const int err = ttd_hash_level(ctx_, digest_, means_, below, count, levels_[level + 1]); err != 0)
+            return err;
+        pad_last_block(level + 1, count);
         return 0;
     }
 

@@ -44,17 +44,17 @@ inline constexpr std::uint64_t START_512_256[8] = {
 // The digests of 32-bit words have the first halves of these, and only SHA-224
 // starts with second halves (sections 4.2.2, 5.3.2 and 5.3.3).
 template <std::size_t COUNT>
-struct words32 {
+struct halves {
     std::uint32_t words[COUNT];
 
-    constexpr words32(const std::uint64_t *from, int shift) : words{} {
+    constexpr halves(const std::uint64_t *from, int shift) : words{} {
         for (std::size_t i = 0; i < COUNT; ++i)
             words[i] = static_cast<std::uint32_t>(from[i] >> shift);
     }
     constexpr std::uint32_t operator[](std::size_t i) const { return words[i]; }
 };
-inline constexpr words32<64> ROUNDS_256(ROUNDS_512, 32);
-inline constexpr words32<8> START_224(START_384, 0);
-inline constexpr words32<8> START_256(START_512, 32);
+inline constexpr halves<64> ROUNDS_256(ROUNDS_512, 32);
+inline constexpr halves<8> START_224(START_384, 0);
+inline constexpr halves<8> START_256(START_512, 32);
 
 }  // namespace sha2_constants

@@ -53,7 +53,7 @@ struct sha1 {
 };
 
 // Section 6.2, for which the instructions take the state in the order f e b a, h g d c.
-constexpr chaining pair_order(const std::uint32_t (&s)[8]) {
+constexpr chaining instruction_order(const std::uint32_t (&s)[8]) {
     return {{{s[5], s[4], s[1], s[0]}, {s[7], s[6], s[3], s[2]}}};
 }
 
@@ -61,7 +61,7 @@ struct sha256 {
     static constexpr std::size_t SIZE = 32;
     static constexpr std::size_t ROUNDS = 64;
 
-    static constexpr chaining START = pair_order(START_256.words);
+    static constexpr chaining START = instruction_order(START_256.words);
 
     SHA_INLINE static __m128i word_order() { return _mm_set_epi64x(0x0c0d0e0f08090a0b, 0x0405060700010203); }
 
@@ -101,7 +101,7 @@ protected:
 // Section 6.3.
 struct sha224 : sha256 {
     static constexpr std::size_t SIZE = 28;
-    static constexpr chaining START = pair_order(START_224.words);
+    static constexpr chaining START = instruction_order(START_224.words);
 
     static void write(const chaining &x, std::uint8_t *out) { write_words<7>(x, out); }
 };
